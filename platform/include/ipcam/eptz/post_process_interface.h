@@ -1,0 +1,21 @@
+// Post-processing pipeline behind the image sensor.
+#pragma once
+
+namespace ipcam::eptz {
+
+class PostProcessInterface {
+ public:
+  PostProcessInterface();
+  virtual ~PostProcessInterface();
+  PostProcessInterface(const PostProcessInterface&) = delete;
+  PostProcessInterface& operator=(const PostProcessInterface&) = delete;
+
+  // Blocks until the pipeline can take a change. Returns 0.
+  int waitReady();
+  // Tells the pipeline whether the sensor bins pixels. Returns 0.
+  int changeBinningMode(bool on);
+  // Makes the pipeline read its configuration again. Returns 0.
+  int loadConfig();
+};
+
+}  // namespace ipcam::eptz

@@ -1,0 +1,137 @@
+// The stored configuration: one record in one file, replaced as a whole.
+#include "ipcam/config/config_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "journal_note.h"
+
+namespace ipcam::config {
+namespace {
+
+constexpr int kSettingsKind = 3;
+constexpr std::size_t kRecordSize = 880;
+constexpr mode_t kNewFileMode = 0644;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  bool is_open() const { return fd_ >= 0; }
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+bool read_all(int fd, unsigned char* bytes, std::size_t size) {
+  while (size > 0) {
+    const ssize_t count = read(fd, bytes, size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    bytes += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+bool write_all(int fd, const unsigned char* bytes, std::size_t size) {
+  while (size > 0) {
+    const ssize_t count = write(fd, bytes, size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    bytes += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+// A reader takes no lock: the file that it has opened is never written to, only replaced by another.
+bool read_file(const std::string& path, void* record) {
+  // Not blocking: opening a pipe of that name would hang.
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file.is_open()) return false;
+  struct stat status {};
+  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  if (status.st_size != static_cast<off_t>(kRecordSize)) return false;
+  std::array<unsigned char, kRecordSize> bytes;
+  if (!read_all(file.get(), bytes.data(), bytes.size())) return false;
+  std::memcpy(record, bytes.data(), bytes.size());
+  return true;
+}
+
+// The lock ends with its descriptor. It is a file of its own because the record's file is another one after each write.
+bool lock(const Descriptor& file) {
+  if (!file.is_open()) return false;
+  int failed = 0;
+  do failed = flock(file.get(), LOCK_EX);
+  while (failed != 0 && errno == EINTR);
+  return failed == 0;
+}
+
+// Puts the record on the disk under another name. The permissions of the file that it is to replace are kept.
+bool write_copy(const std::string& copy, const std::string& original, const void* record) {
+  unlink(copy.c_str());
+  const Descriptor file(open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode));
+  if (!file.is_open()) return false;
+  struct stat status {};
+  if (stat(original.c_str(), &status) == 0 && fchmod(file.get(), status.st_mode & 0777) != 0) return false;
+  return write_all(file.get(), static_cast<const unsigned char*>(record), kRecordSize) && fsync(file.get()) == 0;
+}
+
+bool write_file(const std::string& directory, const std::string& path, const void* record) {
+  const Descriptor folder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder.is_open()) return false;
+  // One writer at a time, so the copy can always have the same name, and what an interrupted writer left is swept up.
+  const Descriptor lock_file(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNewFileMode));
+  if (!lock(lock_file)) return false;
+  const std::string copy = path + ".new";
+  if (!write_copy(copy, path, record) || rename(copy.c_str(), path.c_str()) != 0) {
+    unlink(copy.c_str());
+    return false;
+  }
+  // The new name is on the disk only when its directory is.
+  return fsync(folder.get()) == 0;
+}
+
+bool is_stored(const std::string& name, int kind) { return !name.empty() && kind == kSettingsKind; }
+
+}  // namespace
+
+ConfigFile::ConfigFile(char* path) : name_(path == nullptr ? "" : path) {
+  const char* directory = std::getenv("IPCAM_CONFIG_DIR");
+  directory_ = directory == nullptr || directory[0] == '\0' ? "." : directory;
+  platform::note("ConfigFile::ConfigFile", {}, name_);
+}
+
+ConfigFile::~ConfigFile() { platform::note("ConfigFile::~ConfigFile", {}, name_); }
+
+int ConfigFile::read_record(void* record, int kind) {
+  const bool done = record != nullptr && is_stored(name_, kind) && read_file(directory_ + "/" + name_, record);
+  const int result = done ? 0 : -1;
+  platform::note("ConfigFile::read_record", {kind}, name_, result);
+  return result;
+}
+
+int ConfigFile::write_record(void* record, int kind) {
+  const bool done =
+      record != nullptr && is_stored(name_, kind) && write_file(directory_, directory_ + "/" + name_, record);
+  const int result = done ? 0 : -1;
+  platform::note("ConfigFile::write_record", {kind}, name_, result);
+  return result;
+}
+
+}  // namespace ipcam::config

@@ -1,0 +1,98 @@
+// Worker threads, on detached POSIX threads.
+#include "ipcam/thread.h"
+
+#include <cxxabi.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <typeinfo>
+
+#include "journal_note.h"
+#include "thread_runs.h"
+
+namespace ipcam {
+namespace {
+
+// The object's class without its namespaces, for the journal.
+std::string class_name(const Thread& thread) {
+  const char* mangled = typeid(thread).name();
+  char* demangled = abi::__cxa_demangle(mangled, nullptr, nullptr, nullptr);
+  std::string name = demangled == nullptr ? mangled : demangled;
+  std::free(demangled);
+  const std::size_t colons = name.rfind("::");
+  return colons == std::string::npos ? name : name.substr(colons + 2);
+}
+
+int create_detached(void* (*function)(void*), void* argument) {
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return -1;
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_t thread;
+  const int failed = pthread_create(&thread, &attributes, function, argument);
+  pthread_attr_destroy(&attributes);
+  return failed == 0 ? 0 : -1;
+}
+
+}  // namespace
+
+struct ThreadRuns::Launch {
+  Thread& thread;
+  std::shared_ptr<ThreadRuns> runs;
+};
+
+int ThreadRuns::start(Thread& thread) {
+  auto launch = std::make_unique<Launch>(Launch{.thread = thread, .runs = shared_from_this()});
+  // Held over the creation, so that nobody sees the new thread's run before it is counted.
+  const std::lock_guard lock(mutex_);
+  if (create_detached(&ThreadRuns::run, launch.get()) != 0) return -1;
+  static_cast<void>(launch.release());
+  ++started_;
+  return 0;
+}
+
+void* ThreadRuns::run(void* argument) {
+  const std::unique_ptr<Launch> launch(static_cast<Launch*>(argument));
+  launch->thread.start_thread();
+  // From here on the Thread object may be gone.
+  const std::lock_guard lock(launch->runs->mutex_);
+  ++launch->runs->over_;
+  launch->runs->changed_.notify_all();
+  return nullptr;
+}
+
+void ThreadRuns::idle_until_stopped() {
+  std::unique_lock lock(mutex_);
+  const std::uint64_t self = ++entered_;
+  changed_.wait(lock, [&] { return current_ == 0 || current_ > stopped_ || self <= stopped_; });
+  if (current_ != 0 || self <= stopped_) return;
+  current_ = self;
+  changed_.wait(lock, [&] { return self <= stopped_; });
+  current_ = 0;
+  changed_.notify_all();
+}
+
+void ThreadRuns::stop() {
+  const std::lock_guard lock(mutex_);
+  // More runs have entered than were started only if start_thread() was called without execute_process().
+  stopped_ = std::max(started_, entered_);
+  changed_.notify_all();
+}
+
+void ThreadRuns::wait_until_over() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return over_ == started_; });
+}
+
+Thread::Thread(e_thread_priority, bool) : runs_(std::make_shared<ThreadRuns>()) {}
+
+Thread::~Thread() = default;
+
+int Thread::execute_process() {
+  platform::note("Thread::execute_process", {}, class_name(*this));
+  return runs_->start(*this);
+}
+
+}  // namespace ipcam
