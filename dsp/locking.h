@@ -1,0 +1,43 @@
+// Locks of the library, as classes that clang's thread-safety analysis can follow.
+#pragma once
+
+#include <mutex>
+
+#include "ipcam/camera/export.h"
+#include "ipcam/comm/mutex.h"
+
+namespace ipcam::camera {
+
+// A mutex of the library's own, for state that lives as long as the library: it needs no destruction, so no
+// thread can meet a destroyed one at process exit.
+class IPCAM_CAPABILITY("mutex") LibraryMutex {
+ public:
+  constexpr LibraryMutex() = default;
+  LibraryMutex(const LibraryMutex&) = delete;
+  LibraryMutex& operator=(const LibraryMutex&) = delete;
+
+  void lock() IPCAM_ACQUIRE() { mutex_.lock(); }
+  void unlock() IPCAM_RELEASE() { mutex_.unlock(); }
+
+ private:
+  std::mutex mutex_;
+};
+
+// Holds a mutex from construction to the end of the scope.
+template <class M>
+class IPCAM_SCOPED_CAPABILITY LockGuard {
+ public:
+  explicit LockGuard(M& mutex) IPCAM_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+  ~LockGuard() IPCAM_RELEASE() { mutex_.unlock(); }
+  LockGuard(const LockGuard&) = delete;
+  LockGuard& operator=(const LockGuard&) = delete;
+
+ private:
+  M& mutex_;
+};
+
+// Held by every setter from the first byte it puts into an exported table to the end of its send, so that two
+// programs' threads do not mix their bytes. Taken before a DspCommand's mutex.
+extern LibraryMutex g_table_lock;
+
+}  // namespace ipcam::camera
