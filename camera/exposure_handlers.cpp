@@ -1,0 +1,287 @@
+// Request handlers for exposure patterns, gain limits, the iris, and day/night switching.
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+
+#include "camera/control_thread.h"
+#include "camera/register_text.h"
+
+namespace ipcam::camera {
+
+namespace {
+
+// --- Exposure patterns ---
+
+enum AeMode : std::int32_t { kNormal = 0, kSlowShutter = 1, kManual = 3 };
+
+// Maximum frame exposure index of a pattern that is exposed by hand.
+constexpr std::int32_t kManualFrameExposure = 22;
+constexpr std::int32_t kManualFrameExposureBinned = 0;
+
+// A row index: a setting of the snapshot, or 0 without one, moved by an offset.
+struct RowIndex {
+  std::int32_t SettingsSnapshot::*setting;
+  std::int32_t offset;
+
+  // Settings out of their range may not overflow; the setter refuses what comes out.
+  std::int32_t of(const SettingsSnapshot& settings) const {
+    const std::int32_t base = setting == nullptr ? 0 : settings.*setting;
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(base) + static_cast<std::uint32_t>(offset));
+  }
+};
+
+constexpr auto kMinSpeed = &SettingsSnapshot::slow_shutter_min_speed;
+constexpr auto kSpeed = &SettingsSnapshot::shutter_speed;
+constexpr auto kAgcGain = &SettingsSnapshot::agc_max_gain;
+constexpr auto kManualGain = &SettingsSnapshot::gain_level;
+
+struct PatternRow {
+  // Applies when these three are as given. The shutter is slow when the automatic shutter may go slow, or the
+  // fixed one is at a slow speed.
+  bool automatic, slow, held_open;
+  const char* log_line;
+  RowIndex shutter, gain;
+  AeMode mode;
+};
+
+// One row for each combination of the three conditions. The maximum frame exposure is slow_shutter_min_speed, but
+// depends on the readout in the manual mode.
+// clang-format off
+constexpr PatternRow kPatterns[] = {
+    // auto  slow   held                  shutter           gain
+    {true,  true,  true,  "Pattern D\n", {kMinSpeed, 5},   {kAgcGain, 0},    kSlowShutter},
+    {true,  true,  false, "Pattern C\n", {kMinSpeed, 0},   {kAgcGain, 0},    kSlowShutter},
+    {true,  false, true,  "Pattern B\n", {nullptr, 0},     {kAgcGain, 0},    kNormal},
+    {true,  false, false, "Pattern A\n", {nullptr, 1},     {kAgcGain, 0},    kNormal},
+    {false, true,  true,  "Pattern G\n", {kSpeed, 5},      {kManualGain, 7}, kSlowShutter},
+    {false, true,  false, "Pattern E\n", {kSpeed, 0},      {kManualGain, 0}, kManual},
+    {false, false, true,  "Pattern F\n", {kSpeed, 6},      {kAgcGain, 0},    kNormal},
+    {false, false, false, "Pattern A\n", {kSpeed, -4},     {kAgcGain, 0},    kNormal},
+};
+// clang-format on
+
+const PatternRow& find_pattern(const SettingsSnapshot& settings, bool held_open) {
+  const bool automatic = settings.auto_shutter != 0;
+  const bool slow = automatic ? settings.auto_slow_shutter != 0 : is_slow_shutter(settings.shutter_speed);
+  std::size_t row = 0;
+  while (kPatterns[row].automatic != automatic || kPatterns[row].slow != slow ||
+         kPatterns[row].held_open != held_open) {
+    ++row;
+  }
+  return kPatterns[row];
+}
+
+// --- GPIO lines of the IR-cut filter ---
+
+struct GpioRequest {
+  std::uint8_t bits;  // line levels; for the direction request the lines to make outputs
+  std::uint8_t mask;  // lines concerned
+  std::uint8_t reserved[2] = {};
+};
+static_assert(sizeof(GpioRequest) == 4);
+static_assert(offsetof(GpioRequest, bits) == 0 && offsetof(GpioRequest, mask) == 1);
+
+constexpr unsigned long kGpioDirection = 0x4004B401;
+constexpr unsigned long kGpioWrite = 0x4004B402;
+
+constexpr std::uint8_t kFilterLines = 0xc0;  // gpio-0: the two inputs of the filter's drive
+constexpr std::uint8_t kLevelLine = 0x08;    // gpio-4: holds its level while the filter stays
+
+int gpio_request(int device, unsigned long request, std::uint8_t bits, std::uint8_t mask) {
+  GpioRequest record{.bits = bits, .mask = mask};
+  return ioctl(device, request, &record);
+}
+
+struct FilterSwitch {
+  unsigned char mode[4];  // for the image processor
+  std::uint8_t drive;     // pulse on the filter lines
+  std::uint8_t level;     // on the level line, kept
+};
+
+FilterSwitch filter_switch(int value) {
+  switch (value) {
+    case 61:
+    case 69:
+    case 71:
+      return {.mode = "on", .drive = 0x80, .level = 0x08};
+    case 62:
+    case 70:
+    case 72:
+      return {.mode = "off", .drive = 0x40, .level = 0x00};
+    default:
+      return {.mode = "off", .drive = 0x00, .level = 0x00};
+  }
+}
+
+}  // namespace
+
+// --- Exposure ---
+
+bool ControlThread::sensor_is_binned() { return run_text(*dsp_, "r,0,3").bytes[0] != 0; }
+
+int ControlThread::gain_for_readout(int level) {
+  if (level != 6) return level;
+  return sensor_is_binned() ? 6 : 5;
+}
+
+s_ae_ptn ControlThread::choose_exposure_pattern() {
+  if (snapshot_.exposure_mode == 0) {
+    std::fprintf(stderr, "Flickerless\n");
+    return {
+        .shutter = 2, .gain = snapshot_.agc_max_gain, .mode = kNormal, .max_frm_exp = snapshot_.slow_shutter_min_speed};
+  }
+  if (iris_hold_ == 0) dsp_->do_miris_mode(false);
+
+  const PatternRow& row = find_pattern(snapshot_, iris_hold_ != 0);
+  std::fputs(row.log_line, stderr);
+  s_ae_ptn pattern = {.shutter = row.shutter.of(snapshot_),
+                      .gain = row.gain.of(snapshot_),
+                      .mode = row.mode,
+                      .max_frm_exp = snapshot_.slow_shutter_min_speed};
+  if (row.mode == kManual) {
+    pattern.max_frm_exp = sensor_is_binned() ? kManualFrameExposureBinned : kManualFrameExposure;
+    dsp_->do_miris_mode(true);
+  }
+  return pattern;
+}
+
+int ControlThread::exposure_mode(int /*value*/) {
+  SettingsRecord record{};
+  if (!read_settings(*library_->config, record)) return 0;
+  snapshot_ = record.snapshot;
+
+  s_ae_ptn pattern = choose_exposure_pattern();
+  pattern.gain = gain_for_readout(pattern.gain);
+  dsp_->do_shutter_gain(pattern);
+
+  rerun_automatic_binning();
+  if (static_cast<std::uint32_t>(snapshot_.agc_max_gain) > 2) {
+    std::fprintf(stderr, "AutoBN : %d %d %d\n", snapshot_.auto_shutter, snapshot_.exposure_mode,
+                 snapshot_.shutter_speed);
+  }
+  apply_agc_limit_to_daynight();
+  return 0;
+}
+
+int ControlThread::no_operation(int /*value*/) { return 0; }
+
+// --- Gain ---
+
+void ControlThread::apply_agc_limit_to_daynight() {
+  const bool low_gain = static_cast<std::uint32_t>(snapshot_.agc_max_gain) <= 2;
+  const bool manual_gain = has_slow_fixed_shutter(snapshot_) && snapshot_.exposure_mode == 3;
+  auto_daynight_->setAgcMaxGain(low_gain || manual_gain ? 0 : snapshot_.agc_max_gain);
+}
+
+int ControlThread::gain(int level) {
+  library_->object_detection->config();
+  snapshot_.gain_level = level;
+  dsp_->do_gain(gain_for_readout(level));
+  return 0;
+}
+
+int ControlThread::agc_max_gain(int level) {
+  library_->object_detection->config();
+  snapshot_.agc_max_gain = level;
+  dsp_->do_agc_max_gain(gain_for_readout(level));
+  rerun_automatic_binning();
+  apply_agc_limit_to_daynight();
+  return 0;
+}
+
+// --- Iris ---
+
+void ControlThread::drive_iris(bool open) {
+  for (int attempt = 0; attempt < 5; ++attempt) {
+    if (dsp_->do_miris_mode(open) != -1) return;
+    sleep(1);
+  }
+}
+
+int ControlThread::hold_iris_open(int value) {
+  if (value == 68) value = iris_hold_ == 1 ? 1 : 0;
+  if (value != 0 && value != 1) return -1;
+
+  // Focus assist moves the focus only while the iris stands still and the picture has settled.
+  constexpr useconds_t kSettle_us = 200'000;
+  if (value == 0) {
+    iris_hold_ = 1;
+    drive_iris(true);
+    auto_daynight_->stop_thread();
+    exposure_mode(0);
+    usleep(kSettle_us);
+    // A record that cannot be read gives focus assist the level 0.
+    SettingsRecord record{};
+    read_settings(*library_->config, record);
+    focus_assist_->setLevel(record.focus_assist_level);
+    focus_assist_->execute_process();
+  } else {
+    focus_assist_->stop_thread();
+    usleep(kSettle_us);
+    iris_hold_ = 0;
+    drive_iris(false);
+    exposure_mode(0);
+  }
+
+  const auto save_flag = [this](SettingsRecord& record) { record.snapshot.hold_iris_open = iris_hold_; };
+  // The iris has been moved already, so a state that could not be saved is no failure of the request.
+  if (update_settings(*library_->config, save_flag) != RecordUpdate::kDone) return 0;
+  library_->post_process->loadConfig();
+  return 0;
+}
+
+int ControlThread::hold_iris_state(std::int32_t* answer) {
+  *answer = iris_hold_ != 0 ? 1 : 0;
+  return 0;
+}
+
+// --- Day/night ---
+
+int ControlThread::daynight_mode(int value) {
+  library_->object_detection->config();
+  if (gpio_request(gpio0_, kGpioDirection, kFilterLines, kFilterLines) < 0) {
+    std::fprintf(stderr, "/dev/gpio-0 TKV_Q5_IOCTL_GPIO_DIR error !!!\n");
+  }
+  if (gpio_request(gpio4_, kGpioDirection, kLevelLine, kLevelLine) < 0) {
+    std::fprintf(stderr, "/dev/gpio-4 TKV_Q5_IOCTL_GPIO_DIR error !!!\n");
+  }
+
+  FilterSwitch filter = filter_switch(value);
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    if (dsp_->do_dnmode(filter.mode) != -1) break;
+    std::fprintf(stderr, "Change ICR mode... try again!\n");
+    usleep(100'000);
+  }
+
+  // The filter moves on a pulse; its drive must not stay powered.
+  gpio_request(gpio0_, kGpioWrite, filter.drive, kFilterLines);
+  sleep(1);
+  gpio_request(gpio0_, kGpioWrite, 0x00, kFilterLines);
+  gpio_request(gpio4_, kGpioWrite, filter.level, kLevelLine);
+  return 0;
+}
+
+int ControlThread::daynight_hysteresis(int value) {
+  if (static_cast<std::uint32_t>(value) > 0xffff) return -1;
+  run_binning_engine(1);
+  auto_daynight_->setDnHys(value);
+  return 0;
+}
+
+int ControlThread::binning_time(int value) {
+  if (value != 30 && value != 2) return -1;
+  run_binning_engine(1);
+  auto_daynight_->setConditionTime(value * 1000);
+  return 0;
+}
+
+int ControlThread::binning_level(int value) {
+  if (static_cast<std::uint32_t>(value) > 4095) return -1;
+  run_binning_engine(1);
+  auto_daynight_->setDnLevel(value);
+  return 0;
+}
+
+}  // namespace ipcam::camera

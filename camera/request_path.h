@@ -1,0 +1,34 @@
+// The request path: callers queue their records on one end, the control thread serves them on the other.
+#pragma once
+
+namespace ipcam::camera {
+
+enum e_message : int {
+  MESSAGE_SETTING = 1,  // s_cam_cgi_cmd
+  MESSAGE_RAW = 2,      // s_ccdlsi_dbg
+  MESSAGE_STOP = 3,     // no record
+};
+
+struct Message {
+  int type;
+  void* record;
+};
+
+// Ends the control thread and releases everything that new_camera_ctrl() created. Requests that are queued when it
+// is called are served first; later ones are refused. Returns 0; -1 at the first step that failed, with the later
+// ones not done, and -1 with nothing touched when no control thread has been started. Any thread but the control
+// thread.
+int shut_down_camera_ctrl();
+
+// --- The control thread's end -----------------------------------------------------------------------------------
+
+// Waits for the next message. False when the queue failed to deliver one.
+bool receive_message(Message& message);
+
+// Wakes the caller that waits on `reply_slot`. The caller's record is gone from then on.
+void post_reply(int reply_slot);
+
+// Lets no further request in and answers those that are still queued as not served.
+void close_request_path();
+
+}  // namespace ipcam::camera

@@ -1,0 +1,26 @@
+// Reading the stored camera settings record.
+#include "camera/settings_record.h"
+
+#include <cstring>
+
+namespace ipcam::camera {
+
+namespace {
+
+// ConfigFile takes its path as a writable text and copies it.
+char g_settings_file[] = "all.conf";
+
+}  // namespace
+
+constinit LibraryMutex g_record_lock;
+
+OwnConfig::OwnConfig() : ConfigFile(g_settings_file) {}
+
+bool read_settings(ipcam::config::ConfigFile& config, SettingsRecord& record) {
+  SettingsRecord buffer{};
+  if (config.read_record(&buffer, kSettingsKind) != 0) return false;
+  std::memcpy(&record, &buffer, sizeof record);
+  return true;
+}
+
+}  // namespace ipcam::camera
