@@ -1,0 +1,355 @@
+// The comm application: shared objects, exchanges, register file and sensor.
+#include "sim/comm_application.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+namespace ipcam::sim {
+namespace {
+
+constexpr int kAccess = 0600;  // requesters run as the same user
+constexpr std::uint8_t kSuccess = 1;
+constexpr std::uint8_t kRefused = 2;
+
+[[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what + ": " + std::strerror(errno)); }
+
+void pause_ms(int milliseconds) { poll(nullptr, 0, milliseconds); }
+
+// The record is shared memory: its packet is copied byte by byte, and each byte only once.
+Packet copy_from(const volatile Packet& source) {
+  Packet packet{};
+  packet.count = source.count;
+  packet.length = source.length;
+  for (int i = 0; i < kDataBytes; ++i) packet.data[i] = source.data[i];
+  return packet;
+}
+
+void copy_to(volatile Packet& destination, const Packet& packet) {
+  destination.count = packet.count;
+  destination.length = packet.length;
+  for (int i = 0; i < kDataBytes; ++i) destination.data[i] = packet.data[i];
+}
+
+void append(Packet& reply, std::initializer_list<std::uint8_t> entry) {
+  for (const std::uint8_t byte : entry) reply.data[reply.length++] = byte;
+  ++reply.count;
+}
+
+std::int32_t entry_offset(const Packet& reply, std::uint32_t entry) {
+  std::int32_t offset = 0;
+  for (std::uint32_t i = 0; i < entry && offset < reply.length; ++i) offset += reply.data[offset];
+  return offset;
+}
+
+void spoil(Packet& reply, Fault fault, std::uint32_t entry) {
+  const std::int32_t offset = entry_offset(reply, entry);
+  const bool exists = offset < reply.length;
+  switch (fault) {
+    case Fault::wrong_length_byte:
+      if (exists) reply.data[offset] = static_cast<std::uint8_t>(reply.data[offset] + 1);
+      break;
+    case Fault::torn_entry:
+      if (exists) reply.length = offset + 1;
+      break;
+    case Fault::count_too_small:
+      --reply.count;
+      break;
+    case Fault::count_too_large:
+      ++reply.count;
+      break;
+    case Fault::negative_count:
+      reply.count = -1;
+      break;
+    case Fault::length_too_large:
+      reply.length = kDataBytes + 1;
+      break;
+    case Fault::negative_length:
+      reply.length = -1;
+      break;
+    case Fault::empty_reply:
+      reply = {};
+      break;
+    default:
+      break;
+  }
+}
+
+// Faults after which the registers are as they were.
+bool executes(Fault fault) {
+  switch (fault) {
+    case Fault::no_reply:
+    case Fault::reply_255:
+    case Fault::signal_without_reply:
+    case Fault::die_before:
+    case Fault::die_during:
+      return false;
+    default:
+      return true;
+  }
+}
+
+bool rings_in_time(Fault fault) {
+  switch (fault) {
+    case Fault::no_reply:
+    case Fault::late_reply:
+    case Fault::late_doorbell:
+    case Fault::reply_without_signal:
+      return false;
+    default:
+      return true;
+  }
+}
+
+}  // namespace
+
+CommApplication::CommApplication(Switchboard& board) : board_(board) {
+  sigemptyset(&signals_);
+  for (const int signal : {kDoorbell, SIGINT, SIGTERM}) sigaddset(&signals_, signal);
+  sigprocmask(SIG_BLOCK, &signals_, nullptr);
+  open_objects();
+
+  lock();
+  record_->status = kIdle;
+  record_->req_pid = 0;
+  copy_to(record_->packet, {});
+  record_->comm_pid = getpid();
+  unlock();
+
+  board_.posted_seen = board_.posted.load();
+  board_.comm_pid = static_cast<std::uint32_t>(getpid());
+  board_.running = 1;
+}
+
+CommApplication::~CommApplication() {
+  board_.running = 0;
+  board_.comm_pid = 0;
+  record_->comm_pid = 0;
+  shmdt(const_cast<Record*>(record_));
+  if (!leave_objects_) remove_ipc_objects();
+  close(key_file_);
+}
+
+void CommApplication::open_objects() {
+  key_file_ = open(kKeyFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kAccess);
+  if (key_file_ < 0) fail(kKeyFile);
+  // The lock ends with the process, however it ends, so a killed comm application does not stand in the way.
+  if (flock(key_file_, LOCK_EX | LOCK_NB) != 0) fail(std::string(kKeyFile) + " is held by another comm application");
+
+  const key_t key = ftok(kKeyFile, kKeyProject);
+  if (key == -1) fail("key");
+  sem_id_ = semget(key, 1, IPC_CREAT | kAccess);
+  if (sem_id_ < 0) fail("semaphore");
+  shm_id_ = shmget(key, sizeof(Record), IPC_CREAT | kAccess);
+  if (shm_id_ < 0) fail("segment");
+  void* address = shmat(shm_id_, nullptr, 0);
+  if (address == reinterpret_cast<void*>(-1)) fail("segment");
+  record_ = static_cast<Record*>(address);
+
+  // A semaphore that has never been operated on is new, also when its creator was killed before this step.
+  semid_ds state{};
+  if (semctl(sem_id_, 0, IPC_STAT, &state) != 0) fail("semaphore");
+  if (state.sem_otime == 0 && semctl(sem_id_, 0, SETVAL, 1) != 0) fail("semaphore");
+}
+
+void CommApplication::run() {
+  for (;;) {
+    const int signal = sigwaitinfo(&signals_, nullptr);
+    if (signal == SIGINT || signal == SIGTERM) return;
+    if (signal == kDoorbell) serve_doorbell();
+    if (signal < 0 && errno != EINTR) fail("wait for the doorbell");
+  }
+}
+
+void CommApplication::serve_doorbell() {
+  Request request{.posted = board_.posted, .requester = 0, .fault = Fault::none, .plan = {}};
+  request.fault = board_.planned(board_.requests_taken, request.plan);
+  // The doorbell is rung with the request already in the record, so it can be looked at without the lock.
+  if (request.fault == Fault::die_before && record_->status == kPosted) {
+    ++board_.requests_taken;
+    trace(copy_from(record_->packet), {}, request.fault);
+    die();
+  }
+
+  lock();
+  if (record_->status == kPosted) {
+    ++board_.requests_taken;
+    request.requester = record_->req_pid;
+    const Packet command = copy_from(record_->packet);
+    Packet reply{};
+    if (executes(request.fault) && !execute(command, request, reply)) request.fault = Fault::reply_255;
+    spoil(reply, request.fault, request.plan.entry);
+    trace(command, reply, request.fault);
+    deliver(request, reply);
+  } else {
+    unlock();
+  }
+  board_.posted_seen = request.posted;
+}
+
+void CommApplication::deliver(const Request& request, const Packet& reply) {
+  const Fault fault = request.fault;
+  if (!rings_in_time(fault)) board_.silent_for = request.posted;
+  if (fault == Fault::die_during) die();
+  if (fault == Fault::extra_signals) ring(request.requester);
+  if (fault == Fault::late_reply) {
+    wait_until_given_up(request);
+    pause_ms(20);  // the requester now waits for the lock, and no longer for the doorbell
+  }
+
+  if (fault == Fault::reply_255) {
+    record_->status = kFailed;
+  } else if (executes(fault)) {
+    copy_to(record_->packet, reply);
+    record_->status = kAnswered;
+    if (fault == Fault::foreign_pid) record_->req_pid = request.requester + 1;
+  }
+  unlock();
+
+  if (fault == Fault::no_reply || fault == Fault::reply_without_signal) return;
+  if (fault == Fault::die_after) die();
+  if (fault == Fault::late_doorbell) {
+    wait_until_given_up(request);
+    for (int i = 0; i < 1000 && record_->status != kIdle; ++i) pause_ms(1);
+  }
+  ring(request.requester);
+  if (fault == Fault::extra_signals) {
+    for (int i = 0; i < 3; ++i) ring(request.requester);
+  }
+  if (fault == Fault::die_after_doorbell) die();
+}
+
+bool CommApplication::execute(const Packet& command, const Request& request, Packet& reply) {
+  if (command.length < 0 || command.length > kDataBytes) return false;
+  std::int32_t offset = 0;
+  for (std::int32_t i = 0; i < command.count; ++i) {
+    const std::uint8_t* entry = command.data + offset;
+    if (command.length - offset < 2 || entry[0] < 2 || entry[0] > command.length - offset) return false;
+    offset += entry[0];
+
+    const std::uint8_t type = entry[1];
+    const bool addressed = entry[0] >= 6;
+    const std::uint32_t category = addressed ? entry[2] : 0;
+    const std::uint32_t byte = addressed ? static_cast<std::uint32_t>(entry[3] << 8 | entry[4]) : 0;
+    const bool refused = request.fault == Fault::wrong_status && static_cast<std::uint32_t>(i) == request.plan.entry;
+    const std::uint8_t status = refused ? kRefused : kSuccess;
+    if (addressed && type == 1) {
+      append(reply, {3, status, refused ? std::uint8_t{0} : read_register(category, byte)});
+    } else if (addressed && type == 2) {
+      for (std::uint32_t n = 0; !refused && n + 5 < entry[0]; ++n) write_register(category, byte + n, entry[5 + n]);
+      append(reply, {2, status});
+    } else if ((addressed && type == 0) || (entry[0] == 2 && type == 9)) {
+      append(reply, {2, status});  // the entries of the all-to-SDRAM request
+    } else {
+      append(reply, {2, kRefused});
+    }
+  }
+  return true;
+}
+
+std::uint8_t CommApplication::read_register(std::uint32_t category, std::uint32_t byte) {
+  for (Switchboard::Script& script : board_.scripts) {
+    const std::uint32_t length = script.length;
+    if (length == 0 || script.address != (category << 16 | byte)) continue;
+    const std::uint32_t position = script.position;
+    if (position + 1 < length) script.position = position + 1;
+    return script.values[position % std::size(script.values)];
+  }
+
+  if (board_.sensor_off == 0 && category == 2 && byte == 0) {
+    const std::uint32_t readout = (board_.reg(0, 3) & 1) != 0 ? 0x10 : 0x08;
+    if (readout_lag_ > 0) {
+      --readout_lag_;
+    } else {
+      board_.set_reg(2, 0, (board_.reg(2, 0) & ~0x1cu) | readout);
+    }
+  }
+  if (board_.sensor_off == 0 && category == 14 && byte == 140 && (board_.reg(12, 0) & 7) == 1) advance_gains();
+  return board_.reg(category, byte);
+}
+
+// One step of a one-push measurement: both gains go from where they started to their targets in equal steps.
+void CommApplication::advance_gains() {
+  const std::int64_t steps = board_.onepush_settle_reads;
+  const std::int64_t target[2] = {board_.onepush_red, board_.onepush_blue};
+  ++onepush_reads_;
+  for (std::uint32_t i = 0; i < 2; ++i) {
+    const std::int64_t start = onepush_start_[i];
+    const bool settled = onepush_reads_ >= steps;
+    const auto gain =
+        static_cast<std::uint32_t>(settled ? target[i] : start + (target[i] - start) * onepush_reads_ / steps);
+    board_.set_reg(14, 140 + 2 * i, gain & 0xff);
+    board_.set_reg(14, 141 + 2 * i, gain >> 8);
+  }
+}
+
+void CommApplication::write_register(std::uint32_t category, std::uint32_t byte, std::uint8_t value) {
+  if (category == 0 && byte == 3 && ((board_.reg(0, 3) ^ value) & 1) != 0) readout_lag_ = board_.readout_lag_reads;
+  if (category == 12 && byte == 0 && (value & 7) == 1) {
+    onepush_reads_ = 0;
+    for (std::uint32_t i = 0; i < 2; ++i) {
+      onepush_start_[i] = static_cast<std::uint32_t>(board_.reg(14, 140 + 2 * i) | board_.reg(14, 141 + 2 * i) << 8);
+    }
+  }
+  board_.set_reg(category, byte, value);
+}
+
+void CommApplication::trace(const Packet& command, const Packet& reply, Fault fault) {
+  const std::uint32_t end = board_.trace_end;
+  Exchange& exchange = board_.trace[end % Switchboard::kTraceSize];
+  exchange = {command, reply, fault};
+  board_.trace_end = end + 1;
+  if (observer_) observer_(exchange);
+}
+
+void CommApplication::wait_until_given_up(const Request& request) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(request.plan.delay_ms);
+  while (Clock::now() < deadline) {
+    if (request.posted != 0 && board_.gave_up_for == request.posted) return;
+    pause_ms(1);
+  }
+}
+
+void CommApplication::ring(std::int32_t pid) {
+  if (pid <= 0) return;  // 0 and below would reach whole process groups
+  ++board_.replies_rung;
+  kill(pid, kDoorbell);
+}
+
+void CommApplication::lock() {
+  sembuf operation{.sem_num = 0, .sem_op = -1, .sem_flg = SEM_UNDO};
+  while (semop(sem_id_, &operation, 1) != 0) {
+    if (errno != EINTR) fail("semaphore");
+  }
+}
+
+void CommApplication::unlock() {
+  sembuf operation{.sem_num = 0, .sem_op = 1, .sem_flg = SEM_UNDO};
+  if (semop(sem_id_, &operation, 1) != 0) fail("semaphore");
+}
+
+void CommApplication::die() {
+  board_.running = 0;
+  for (;;) kill(getpid(), SIGKILL);
+}
+
+void remove_ipc_objects() {
+  const key_t key = ftok(kKeyFile, kKeyProject);
+  if (key == -1) return;
+  semctl(semget(key, 1, 0), 0, IPC_RMID);
+  shmctl(shmget(key, sizeof(Record), 0), IPC_RMID, nullptr);
+  unlink(kKeyFile);
+}
+
+}  // namespace ipcam::sim

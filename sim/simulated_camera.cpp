@@ -1,0 +1,180 @@
+// A comm application in a child process.
+#include "sim/simulated_camera.h"
+
+#include <poll.h>
+#include <sys/ipc.h>
+#include <sys/prctl.h>
+#include <sys/shm.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <stdexcept>
+
+#include "sim/comm_application.h"
+#include "sim/exchange_text.h"
+
+namespace ipcam::sim {
+namespace {
+
+constexpr int kPatienceMs = 10000;
+
+void pause_ms(int milliseconds) { poll(nullptr, 0, milliseconds); }
+
+[[noreturn]] void run_child(Switchboard& board, pid_t parent) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(1);  // the parent died before its death could be noticed
+  try {
+    CommApplication application(board);
+    application.run();
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "camsim: comm application: %s\n", error.what());
+    _exit(1);
+  }
+  _exit(0);  // what the parent has registered to be run at its exit is not for the child
+}
+
+}  // namespace
+
+SimulatedCamera::~SimulatedCamera() {
+  if (pid_ != 0) stop();
+  if (record_ == nullptr) return;
+  detach();
+  remove_ipc_objects();  // left by a comm application that was killed
+}
+
+void SimulatedCamera::start() {
+  if (pid_ != 0) reap(0);
+  if (pid_ != 0) throw std::runtime_error("comm application runs already");
+  board_->running = 0;
+
+  const pid_t parent = getpid();
+  pid_ = fork();
+  if (pid_ < 0) {
+    pid_ = 0;
+    throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
+  }
+  if (pid_ == 0) run_child(*board_, parent);
+
+  for (int i = 0; i < kPatienceMs && board_->running == 0; ++i) {
+    reap(0);
+    if (pid_ == 0) break;
+    pause_ms(1);
+  }
+  if (board_->running == 0) throw std::runtime_error("comm application did not start");
+  attach();
+}
+
+void SimulatedCamera::stop() {
+  if (pid_ == 0) return;
+  kill(pid_, SIGTERM);
+  kill(pid_, SIGCONT);
+  for (int i = 0; i < kPatienceMs; ++i) {
+    reap(0);
+    if (pid_ == 0) break;
+    pause_ms(1);
+  }
+  if (pid_ != 0) kill9();
+  detach();
+  remove_ipc_objects();  // it could not do so itself if it was dead already
+}
+
+void SimulatedCamera::kill9() {
+  if (pid_ != 0) reap(SIGKILL);
+}
+
+// With a signal waits for the end that it brings; with 0 only looks whether the child has ended.
+void SimulatedCamera::reap(int signal) {
+  if (signal != 0) kill(pid_, signal);
+  if (waitpid(pid_, nullptr, signal != 0 ? 0 : WNOHANG) != pid_) return;
+  pid_ = 0;
+  board_->running = 0;
+  board_->comm_pid = 0;
+}
+
+void SimulatedCamera::pause() {
+  if (pid_ == 0) return;
+  kill(pid_, SIGSTOP);
+  int status = 0;
+  waitpid(pid_, &status, WUNTRACED);
+  // Only now, when nothing that it was about to do can still happen.
+  board_->running = 0;
+  if (!WIFSTOPPED(status)) pid_ = 0;
+}
+
+void SimulatedCamera::resume() {
+  if (pid_ == 0) return;
+  board_->running = 1;
+  kill(pid_, SIGCONT);
+}
+
+void SimulatedCamera::restart() {
+  kill9();
+  start();
+}
+
+void SimulatedCamera::settle() const {
+  for (int i = 0; i < kPatienceMs && board_->running != 0 && board_->posted_seen != board_->posted; ++i) pause_ms(1);
+}
+
+void SimulatedCamera::script(std::uint32_t category, std::uint32_t byte, const std::vector<std::uint8_t>& values) {
+  if (!board_->script(category, byte, values)) throw std::runtime_error("script: too long, or too many of them");
+}
+
+void SimulatedCamera::fault(Fault fault, const FaultPlan& plan) {
+  if (!board_->arm(fault, plan)) throw std::runtime_error("fault: too many at a time");
+}
+
+std::vector<std::string> SimulatedCamera::traffic_before(std::uint32_t end) const {
+  const std::uint32_t length = end - board_->trace_begin;
+  const std::uint32_t kept = std::min(length, Switchboard::kTraceSize);
+  std::vector<std::string> lines;
+  if (length > kept) lines.push_back("dropped " + std::to_string(length - kept));
+  for (std::uint32_t i = end - kept; i != end; ++i) {
+    lines.push_back(command_text(board_->trace[i % Switchboard::kTraceSize]));
+  }
+  return lines;
+}
+
+std::vector<std::string> SimulatedCamera::traffic() const { return traffic_before(board_->trace_end); }
+
+void SimulatedCamera::clear_traffic() { board_->trace_begin = board_->trace_end.load(); }
+
+std::vector<std::string> SimulatedCamera::take_traffic() {
+  const std::uint32_t end = board_->trace_end;
+  std::vector<std::string> lines = traffic_before(end);
+  board_->trace_begin = end;
+  return lines;
+}
+
+Record SimulatedCamera::record() const {
+  if (record_ == nullptr) throw std::runtime_error("record: no comm application");
+  Record copy;
+  std::memcpy(&copy, record_, sizeof(copy));
+  return copy;
+}
+
+bool SimulatedCamera::record_is_clean() const {
+  const Record now = record();
+  return now.status == kIdle && now.req_pid == 0 && now.packet.count == 0 && now.packet.length == 0 &&
+         std::ranges::all_of(now.packet.data, [](std::uint8_t byte) { return byte == 0; });
+}
+
+void SimulatedCamera::attach() {
+  detach();
+  void* address = shmat(shmget(ftok(kKeyFile, kKeyProject), sizeof(Record), 0), nullptr, SHM_RDONLY);
+  if (address == reinterpret_cast<void*>(-1)) throw std::runtime_error("record: cannot be attached");
+  record_ = static_cast<const Record*>(address);
+}
+
+void SimulatedCamera::detach() {
+  if (record_ != nullptr) shmdt(record_);
+  record_ = nullptr;
+}
+
+}  // namespace ipcam::sim
