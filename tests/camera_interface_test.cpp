@@ -1,0 +1,237 @@
+// The camera interface as its callers see it: slots, requests, answers, stubs, and the life of the control thread.
+#include "ipcam/camera/camera_interface.h"
+
+#include <dlfcn.h>
+
+#include <bit>
+#include <functional>
+#include <type_traits>
+#include <utility>
+
+#include "ipcam/comm/thd_if.h"
+#include "tests/support/camera_fixture.h"
+
+namespace {
+
+constexpr int kAbsent = -1;  // the base class's answer, nothing sent
+constexpr int kStub = 0;     // nothing sent
+constexpr int kRaw = 2;      // a raw register command; all other numbers are request codes
+constexpr int kCodeWithoutHandler = 200;
+
+// While not null, the requests' codes and values are noted here, and setting requests go on without effect.
+std::vector<std::pair<int, int>>* g_sent = nullptr;
+
+}  // namespace
+
+// Takes the place of the platform's function for the whole process.
+__attribute__((visibility("default"))) int ipcam::comm::ThdIf_send(int type, void* message, s_thdIf_ctl* ctl) {
+  static void* const send = dlsym(RTLD_NEXT, "_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE");
+  if (g_sent != nullptr && type == 1) {
+    auto& request = *static_cast<ipcam::camera::s_cam_cgi_cmd*>(message);
+    g_sent->emplace_back(request.code, request.value);
+    request.code = kCodeWithoutHandler;
+  } else if (g_sent != nullptr) {
+    g_sent->emplace_back(kRaw, 0);
+  }
+  return reinterpret_cast<int (*)(int, void*, s_thdIf_ctl*)>(send)(type, message, ctl);
+}
+
+namespace ipcam::test {
+namespace {
+
+using camera::CameraController;
+using Camera = camera::CameraInterface;
+
+static_assert(std::is_abstract_v<Camera> && std::has_virtual_destructor_v<Camera>);
+static_assert(std::is_base_of_v<Camera, CameraController> && std::is_default_constructible_v<CameraController>);
+static_assert(sizeof(CameraController) == sizeof(void*));
+
+// Every operation is called with these.
+constexpr int kArgument = 7;
+int g_output = 0;
+char g_text[] = "r,0,3";
+
+template <class T>
+T argument() {
+  if constexpr (std::is_same_v<T, int>) {
+    return kArgument;
+  } else if constexpr (std::is_same_v<T, int*>) {
+    return &g_output;
+  } else if constexpr (std::is_pointer_v<T>) {
+    return g_text;
+  } else {
+    return T{};
+  }
+}
+
+struct Operation {
+  std::size_t slot;
+  int kind;
+  std::function<int(Camera&)> call;
+};
+
+template <class... Args>
+Operation op(int (Camera::*operation)(Args...), int kind = kStub) {
+  // A pointer to a virtual function holds its offset in the table of virtual functions; the lowest bit is a mark.
+  const std::size_t slot = std::bit_cast<std::array<std::size_t, 2>>(operation)[0] / sizeof(void*);
+  return {slot, kind, [operation](Camera& camera) { return (camera.*operation)(argument<Args>()...); }};
+}
+
+template <class... Operations>
+std::vector<Operation> list(Operations... operations) {
+  return {std::move(operations)...};
+}
+
+std::vector<Operation> all_operations() {
+  using C = Camera;
+  return list(op(&C::Color, 31), op(&C::WBMode, 33), op(&C::OnePushTrg, 64), op(&C::ExpMode, 62), op(&C::BLComp, 37),
+              op(&C::Shutter, 38), op(&C::ExpCompMode), op(&C::ExpComp, 34), op(&C::SetICR, 50), op(&C::GetICR, 51),
+              op(&C::Sharpness, 40), op(&C::Stabilizer), op(&C::AELevel), op(&C::DualWBRGain), op(&C::DualWBBGain),
+              op(&C::SetCurrentCodecPlaneSizeInfo, kAbsent), op(&C::Move), op(&C::AreaZoom, kAbsent),
+              op(&C::Relative, kAbsent), op(&C::RelativePanTilt), op(&C::AbsolutePanTilt), op(&C::AbsoluteZoom),
+              op(&C::RelativeZoom), op(&C::AbsoluteFocus), op(&C::LimitPanTilt), op(&C::Cancel), op(&C::AbsolutePTZF),
+              op(&C::PresetCall), op(&C::PresetSet), op(&C::PresetClear), op(&C::HomePos), op(&C::RGain, 41),
+              op(&C::BGain, 42), op(&C::AutoSlowShutter, 66), op(&C::Iris), op(&C::ImageMute), op(&C::ZoomMode),
+              op(&C::FocusMode), op(&C::GetPTZM), op(&C::InqPTZF), op(&C::korra_command), op(&C::korra_inquiry),
+              op(&C::CamDirect_send_korra), op(&C::CamDirect_receive_korra), op(&C::Agc, 36), op(&C::LensAdjust),
+              op(&C::Saturation, 39), op(&C::sif_inquiry, kRaw), op(&C::onoffStabilizerFlag), op(&C::Flickerless, 65),
+              op(&C::Colorbar, 61), op(&C::Contrast, 67), op(&C::HoldAutoIrisOpenButton, 78),
+              op(&C::HoldAutoIrisOpen, 68), op(&C::HoldAutoIrisOpenInq, 79), op(&C::AutoShutter, 69),
+              op(&C::AutoSlowShutterMinSpeed, 70), op(&C::Gain, 35), op(&C::AGCMaxGain, 71), op(&C::Gamma, 72),
+              op(&C::BinningMode, 73), op(&C::Binning, 74), op(&C::ForceBinning, 75), op(&C::BinningFunc, 77),
+              op(&C::DnMode, 80), op(&C::DnHys, 81), op(&C::DnTime, 53), op(&C::BnTime, 82), op(&C::DnLevel, 52),
+              op(&C::BnLevel, 83), op(&C::AutoMode, 84), op(&C::loadEptzConfig, kAbsent), op(&C::AbsoluteArea, kAbsent),
+              op(&C::updateTime, kAbsent));
+}
+
+class CameraInterfaceTest : public CameraTest {
+ protected:
+  ~CameraInterfaceTest() override { delete camera_if_; }
+
+  void start() {
+    write_settings();
+    ASSERT_EQ(0, start_control_thread());
+    camera.clear_traffic();
+  }
+
+  Camera* camera_if_ = camera::create_camera_IF(nullptr, nullptr);
+};
+
+TEST_F(CameraInterfaceTest, OperationsFollowTheDestructorInTheAgreedOrder) {
+  std::size_t slot = 2;
+  for (const Operation& operation : all_operations()) EXPECT_EQ(slot++, operation.slot);
+  EXPECT_EQ(2u + 74u, slot);
+}
+
+TEST_F(CameraInterfaceTest, EachOperationSendsItsOwnRequestOrNothing) {
+  start();
+  std::vector<std::pair<int, int>> sent;
+  for (const Operation& operation : all_operations()) {
+    SCOPED_TRACE("slot " + std::to_string(operation.slot));
+    g_sent = &sent;
+    EXPECT_EQ(operation.kind == kAbsent ? -1 : 0, operation.call(*camera_if_));
+    g_sent = nullptr;
+    const bool has_value =
+        operation.kind != kRaw && operation.kind != 51 && operation.kind != 78 && operation.kind != 79;
+    std::vector<std::pair<int, int>> expected;
+    if (operation.kind > kStub) expected.emplace_back(operation.kind, has_value ? kArgument : 0);
+    EXPECT_EQ(expected, std::exchange(sent, {}));
+  }
+}
+
+TEST_F(CameraInterfaceTest, NothingIsServedWithoutAControlThread) {
+  for (const Operation& operation : all_operations()) {
+    SCOPED_TRACE("slot " + std::to_string(operation.slot));
+    g_output = -5;
+    EXPECT_EQ(operation.kind == kStub ? 0 : -1, operation.call(*camera_if_));
+    EXPECT_EQ(operation.kind == kRaw ? 0 : -5, g_output);  // only a raw reply has a length to tell
+    EXPECT_STREQ("r,0,3", g_text);
+  }
+}
+
+TEST_F(CameraInterfaceTest, BaseClassAnswersForWhatACameraLeavesOut) {
+  CameraController c;
+  int held = -5;
+  const int sum = c.Camera::Flickerless(0) + c.Camera::Colorbar(0) + c.Camera::Contrast(0) + c.Camera::Gamma(0) +
+                  c.Camera::HoldAutoIrisOpenButton() + c.Camera::HoldAutoIrisOpen(0) + c.Camera::AutoShutter(0) +
+                  c.Camera::HoldAutoIrisOpenInq(&held) + c.Camera::AutoSlowShutterMinSpeed(0) + c.Camera::Gain(0) +
+                  c.Camera::AGCMaxGain(0) + c.Camera::BinningMode(0) + c.Camera::Binning(0) +
+                  c.Camera::ForceBinning(0) + c.Camera::BinningFunc(0) + c.Camera::DnMode(0) + c.Camera::DnHys(0) +
+                  c.Camera::DnTime(0) + c.Camera::BnTime(0) + c.Camera::DnLevel(0) + c.Camera::BnLevel(0) +
+                  c.Camera::AutoMode(0);
+  EXPECT_EQ(22 * -1, sum);
+  EXPECT_EQ(-5, held);
+}
+
+TEST_F(CameraInterfaceTest, HandsOutResultsAndAnswers) {
+  start();
+  EXPECT_EQ(-1, camera_if_->Saturation(7));
+  EXPECT_EQ(0, camera_if_->Saturation(3));
+  EXPECT_EQ(0x80, camera.reg(10, 0x09));
+  for (const auto& [reg, state] : {std::pair(0xfeu, 60), std::pair(0x01u, 59)}) {
+    camera.set_reg(17, 27, reg);
+    int answer = -5;
+    EXPECT_EQ(0, camera_if_->GetICR(&answer));
+    EXPECT_EQ(state, answer);
+    EXPECT_EQ(0, camera_if_->HoldAutoIrisOpenInq(&answer));
+    EXPECT_EQ(0, answer);
+  }
+  EXPECT_EQ(-1, camera_if_->GetICR(nullptr));
+  EXPECT_EQ(-1, camera_if_->HoldAutoIrisOpenInq(nullptr));
+}
+
+TEST_F(CameraInterfaceTest, RawCommandsBringTheirReply) {
+  start();
+  camera.set_reg(14, 140, 0x42);
+  camera.set_reg(14, 141, 0xff);
+  camera.set_reg(14, 142, 0x07);
+  const std::string longest = "r,14,140" + std::string(247, ';');
+  const struct {
+    const char* cmd;
+    int len;
+    int result;
+    std::string reply;
+    std::string err;
+  } cases[] = {
+      {"r,14,140;14,141;14,142", 22, 0, "\x42\xff\x07", ""},
+      {"w,14,140,0x0f,0x1", 17, 0, "\x42", ""},  // the value before
+      {longest.c_str(), 255, 0, "\x41", ""},
+      {"", 0, 0, "", "dspset: [ERROR] invalid option! 0\ndo_debug illegal length -1\n"},
+      {"r,12", 4, 0, "", "dspset: [ERROR] read argument length error!\ndo_debug illegal length -1\n"},
+      {longest.c_str(), 256, -1, "", ""},
+      {"r,0,3", -1, -1, "", ""},
+      {nullptr, 5, -1, "", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.cmd == nullptr ? "null" : c.cmd) + ", " + std::to_string(c.len));
+    char reply[40] = "unchanged";
+    int reply_len = -5;
+    const Output output =
+        capture([&] { EXPECT_EQ(c.result, camera_if_->sif_inquiry(c.cmd, c.len, reply, &reply_len)); });
+    EXPECT_EQ(static_cast<int>(c.reply.size()), reply_len);
+    EXPECT_EQ(c.reply + std::string("unchanged").substr(c.reply.size()), reply);
+    EXPECT_EQ(c.err, output.err);
+  }
+  camera.clear_traffic();
+  int reply_len = -5;
+  char reply[40];
+  EXPECT_EQ(-1, camera_if_->sif_inquiry("r,0,3", 5, nullptr, &reply_len));
+  EXPECT_EQ(0, reply_len);
+  EXPECT_EQ(-1, camera_if_->sif_inquiry("r,0,3", 5, reply, nullptr));
+  EXPECT_EQ(Lines{}, camera.take_traffic());
+}
+
+TEST_F(CameraInterfaceTest, DeletingAnyObjectEndsTheOneControlThread) {
+  start();
+  camera::delete_camera_IF(camera::create_camera_IF(nullptr, nullptr));
+  EXPECT_EQ(-1, camera_if_->Saturation(3));
+  camera::delete_camera_IF(nullptr);
+
+  ASSERT_EQ(0, start_control_thread());
+  EXPECT_EQ(0, camera_if_->Saturation(3));
+  camera::delete_camera_IF(nullptr);
+  EXPECT_EQ(-1, camera_if_->Saturation(3));
+}
+
+}  // namespace
+}  // namespace ipcam::test

@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Builds the README's example against an installed tree, with CMake and with pkg-config, and runs both.
+# usage: install_test.sh SOURCE_DIR BUILD_DIR COMPILER
+set -euo pipefail
+source_dir=$1 build_dir=$2 compiler=$3
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+cmake --install "$build_dir" --prefix "$prefix" >"$work/install.log"
+
+awk '/^```cpp/ { inside = 1; next } /^```/ { inside = 0 } inside' "$source_dir/README.md" >"$work/example.cpp"
+diff <(tail -n +2 "$source_dir/examples/first_steps.cpp") "$work/example.cpp" ||
+  { echo "the README's example is not examples/first_steps.cpp"; exit 1; }
+
+cat >"$work/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.25)
+project(example LANGUAGES CXX)
+find_package(camera_ctrl 1.0 REQUIRED)
+add_executable(with_cmake example.cpp)
+target_link_libraries(with_cmake PRIVATE camera_ctrl::camera_ctrl)
+CMAKE
+cmake -S "$work" -B "$work" -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" >"$work/configure.log"
+cmake --build "$work" >"$work/build.log"
+
+packages=$(dirname "$(find "$prefix" -name camera_ctrl.pc)")
+# Flags are words of their own: no quotes.
+"$compiler" -std=c++20 -Wall -Wextra -Werror "$work/example.cpp" -o "$work/with_pkg_config" \
+  $(PKG_CONFIG_PATH=$packages pkg-config --cflags --libs camera_ctrl)
+
+# Runs both on the installed simulated camera, in namespaces of their own.
+namespaces=(unshare --mount --ipc)
+if [ "$(id -u)" -ne 0 ]; then namespaces+=(--user --map-root-user); fi
+"${namespaces[@]}" bash -euo pipefail -s "$work" "${packages#"$prefix"/}" <<'INSIDE'
+mount --rbind "$1" /mnt
+mount -t tmpfs tmpfs /tmp
+mkdir /tmp/config
+export IPCAM_CONFIG_DIR=/tmp/config LD_LIBRARY_PATH=/mnt/prefix/${2%/pkgconfig}
+head -c 880 /dev/zero >/tmp/config/all.conf
+/mnt/prefix/bin/camsim run 2>/tmp/camsim &
+trap 'kill $! 2>/dev/null' EXIT
+for _ in $(seq 100); do grep -q 'serving requests' /tmp/camsim && break; sleep 0.05; done
+for program in with_cmake with_pkg_config; do
+  /mnt/$program >/tmp/output 2>/tmp/messages || { cat /tmp/output /tmp/messages; exit 1; }
+  grep -qx 'Saturation(3): 0, GetICR(): 0, IR-cut filter: 60' /tmp/output || { cat /tmp/output; exit 1; }
+done
+INSIDE
+echo "the README's example runs, built with CMake and with pkg-config"

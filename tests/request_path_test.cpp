@@ -1,0 +1,164 @@
+// The request path: start, stop, admission, and every request answered exactly once.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+#include "ipcam/camera/camera_request.h"
+#include "tests/support/camera_fixture.h"
+
+namespace ipcam::camera {
+namespace {
+
+using test::capture;
+using test::Lines;
+using test::Output;
+
+class RequestPath : public test::CameraTest {
+ protected:
+  RequestPath() { write_settings(test::SettingsBytes{}.i32(68, 1).i32(140, 1)); }
+
+  static int statistics_updates() {
+    const Lines calls = ipcam::platform::journal();
+    return static_cast<int>(std::count(calls.begin(), calls.end(), "staticsInfoUpdate(3, 0)"));
+  }
+
+  // A request that must not be served.
+  void expect_refused() {
+    ipcam::platform::clear_journal();
+    s_cam_cgi_cmd setting{
+        .code = 32, .value = 0, .reserved8 = 0, .result = 7, .inq_value = 8, .reserved20 = 0, .reply_slot = 0};
+    EXPECT_EQ(cam_cgi_command(&setting), -1);
+    EXPECT_EQ(setting.result, -1);
+    s_ccdlsi_dbg raw{};
+    std::strcpy(raw.cmd, "r,12,0");
+    raw.reply_len = 9;
+    EXPECT_EQ(cam_ccd_debug(&raw), -1);
+    EXPECT_EQ(raw.result, -1);
+    EXPECT_EQ(raw.reply_len, 0);
+    EXPECT_EQ(statistics_updates(), 2);
+  }
+
+  s_ccdlsi_dbg raw(const char* text) {
+    s_ccdlsi_dbg record{};
+    std::strncpy(record.cmd, text, sizeof record.cmd);
+    EXPECT_EQ(cam_ccd_debug(&record), 0);
+    EXPECT_EQ(record.result, 0);
+    return record;
+  }
+};
+
+TEST_F(RequestPath, ServesOnlyBetweenStartAndShutdownHoweverOftenItIsStarted) {
+  ipcam::comm::s_port_inf port{};
+  expect_refused();
+  EXPECT_EQ(new_camera_ctrl(nullptr), -1);
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_EQ(new_camera_ctrl(&port), 0);
+    EXPECT_EQ(new_camera_ctrl(&port), -1);
+    EXPECT_EQ(request(32), 0);
+    const std::unique_ptr<CameraInterface> second(create_camera_IF(nullptr, nullptr));
+    EXPECT_EQ(second->Saturation(3), 0);
+    delete_camera_IF(create_camera_IF(&port, nullptr));
+    expect_refused();
+    delete_camera_IF(nullptr);  // a second shutdown touches nothing
+    expect_refused();
+  }
+}
+
+TEST_F(RequestPath, AnswersCodesWithoutAHandlerWithZeroAndNoTraffic) {
+  start_control_thread();
+  camera.clear_traffic();
+  const int codes[] = {-1, 0,  30, 32, 36, 38, 43, 49, 50,  52,  53,     54,
+                       60, 63, 65, 66, 69, 70, 78, 84, 127, 200, 1 << 30};
+  for (const int code : codes) EXPECT_EQ(request(code, 5), 0) << code;
+  EXPECT_EQ(camera.traffic(), Lines{});
+}
+
+TEST_F(RequestPath, TellsTheIrCutState) {
+  start_control_thread();
+  for (const int value : {0x00, 0xfe}) {
+    camera.set_reg(17, 27, static_cast<std::uint32_t>(value));
+    EXPECT_EQ(inquire(51), 60);
+  }
+  camera.set_reg(17, 27, 0x01);
+  EXPECT_EQ(inquire(51), 59);
+  camera.fault(sim::Fault::reply_255);
+  EXPECT_EQ(inquire(51), 60);
+}
+
+TEST_F(RequestPath, RunsRawCommandsAndReportsFailuresAsEmptyReplies) {
+  start_control_thread();
+  camera.set_reg(14, 1, 0xf1);
+  s_ccdlsi_dbg record = raw("r,14,0;14,1;14,2");
+  EXPECT_EQ(record.reply_len, 3);
+  EXPECT_EQ(static_cast<unsigned char>(record.reply[1]), 0xf1);
+  record = raw("w,14,1,0xff,2");
+  EXPECT_EQ(record.reply_len, 1);
+  EXPECT_EQ(static_cast<unsigned char>(record.reply[0]), 0xf1);
+
+  const std::string without_nul(256, 'r');
+  for (const char* text : {"q,1", "r,1", without_nul.c_str()}) {
+    const Output output = capture([&] { record = raw(text); });
+    EXPECT_EQ(record.reply_len, 0);
+    EXPECT_TRUE(output.err.ends_with("do_debug illegal length -1\n")) << output.err;
+  }
+}
+
+TEST_F(RequestPath, LeavesTheCallersSignalMaskAsItWas) {
+  sigset_t before;
+  sigset_t after;
+  pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  start_control_thread();
+  request(39, 3);
+  stop_control_thread();
+  pthread_sigmask(SIG_SETMASK, nullptr, &after);
+  EXPECT_EQ(sigismember(&before, SIGUSR1), 0);
+  EXPECT_EQ(sigismember(&after, SIGUSR1), 0);
+}
+
+// More callers than reply semaphores, with a shutdown in their midst: each call returns, and a request that was
+// served is the only kind that has reached the camera.
+TEST_F(RequestPath, AnswersEachOfManyCallersOnceAlsoWhenStoppedInBetween) {
+  for (int round = 0; round < 10; ++round) {
+    start_control_thread();
+    camera.clear_traffic();
+    std::atomic<int> served{0};
+    std::atomic<int> returned{0};
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 32; ++i) {
+      callers.emplace_back([&] {
+        for (int k = 0; k < 4; ++k) {
+          s_cam_cgi_cmd command{};
+          command.code = 61;
+          command.value = 1;
+          if (cam_cgi_command(&command) == 0) ++served;
+          ++returned;
+        }
+      });
+    }
+    if (round % 2 == 0) stop_control_thread();
+    for (std::thread& caller : callers) caller.join();
+    stop_control_thread();
+    EXPECT_EQ(returned, 128);
+    EXPECT_EQ(camera.traffic().size(), static_cast<std::size_t>(2 * served));
+    EXPECT_TRUE(served == 128 || round % 2 == 0) << served;
+  }
+}
+
+TEST_F(RequestPath, ReleasesWhatAFailedStartLeftBehind) {
+  ipcam::comm::s_port_inf port{};
+  test::fail_next("pthread_create", EAGAIN);
+  EXPECT_EQ(new_camera_ctrl(&port), -1);
+  expect_refused();
+  ipcam::platform::clear_journal();
+  ASSERT_EQ(new_camera_ctrl(&port), 0);
+  const Lines calls = ipcam::platform::journal();
+  EXPECT_NE(std::find(calls.begin(), calls.end(), "ObjectDetectionIF::~ObjectDetectionIF()"), calls.end());
+  EXPECT_EQ(request(32), 0);
+}
+
+}  // namespace
+}  // namespace ipcam::camera

@@ -1,0 +1,12 @@
+# Checks by script: of the documents, the installed tree and the exported symbols.
+find_program(PYTHON3 python3 REQUIRED)
+add_test(NAME messages_test COMMAND ${PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/messages_test.py ${PROJECT_SOURCE_DIR})
+
+# For what users get: a plain build for this machine.
+if(NOT CAMERA_CTRL_SANITIZE AND NOT CMAKE_CROSSCOMPILING AND CAMERA_CTRL_TOOLS)
+  add_test(NAME install_test COMMAND
+    ${CMAKE_CURRENT_SOURCE_DIR}/install_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${CMAKE_CXX_COMPILER})
+endif()
+if(NOT CAMERA_CTRL_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release")
+  add_test(NAME exported_symbols_test COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-symbols $<TARGET_FILE:camera_ctrl>)
+endif()

@@ -1,0 +1,2 @@
+// tmp
+#include <gtest/gtest.h>

@@ -1,0 +1,64 @@
+// Stand-ins for waits, devices and failing system calls, by functions of the C library's own names.
+#pragma once
+
+#include <cerrno>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "sim/devices.h"
+#include "sim/switchboard.h"
+
+namespace ipcam::test {
+
+// While one is alive, usleep, sleep, nanosleep and clock_nanosleep of every thread return at once, and
+// CLOCK_MONOTONIC and CLOCK_REALTIME move only by what has been waited. A wait for the doorbell is real, but ends at
+// once, as if its limit had passed, when the camera will not ring in time. One at a time. Any thread.
+// Not faked: time(), and limited waits on condition variables, which therefore do not belong in faked code.
+class FakeClock {
+ public:
+  explicit FakeClock(sim::Switchboard* camera = nullptr);
+  ~FakeClock();  // waits that are held go on
+  FakeClock(const FakeClock&) = delete;
+  FakeClock& operator=(const FakeClock&) = delete;
+
+  // Every wait, oldest first, as it was called: "usleep(200000)", "sleep(1)", "nanosleep(0,5000)". Waits for
+  // doorbells are only in advanced_us().
+  std::vector<std::string> waits() const;
+  void clear_waits();
+  std::int64_t advanced_us() const;
+
+  // From now on a wait of this text blocks its thread until release() or the end of the clock. It is in the
+  // journal when it blocks.
+  void hold(const std::string& wait);
+  void release(const std::string& wait, int times = 1);
+  void release_all();  // and hold nothing any more
+  // Waits (at most 10 real seconds) until a thread is blocked in this wait. Returns false when none came.
+  bool wait_until_held(const std::string& wait);
+};
+
+// A pause that no FakeClock shortens, for tests that must give other threads time.
+void real_pause_ms(int milliseconds);
+
+// Waits until `condition()` is true, at most 10 real seconds. Returns its last value.
+template <class Condition>
+bool eventually(Condition condition) {
+  for (int i = 0; i < 10000 && !condition(); ++i) real_pause_ms(1);
+  return condition();
+}
+
+// Opens of the device paths go to `devices` and ioctls on them are carried out, until it is called with null.
+void use_devices(const sim::Devices* devices);
+
+// The `nth` call (0: the next) of the function `name` from now on is not made; it fails with `error`, or gives
+// `result` instead, in whatever thread it happens. Functions: "open", "close", "read", "write", "lseek", "ioctl",
+// "fopen", "fread", "ftok", "semget", "shmget", "shmat", "shmdt", "kill", "signal", "sigprocmask" (pthread_sigmask
+// too), "sigtimedwait", "sigwaitinfo", "pthread_create" (gives `error`), "pthread_join" (gives `error`; the join is
+// made), "new" (throws std::bad_alloc), "lock" (a semaphore operation -1) and "unlock" (+1; it is made, but fails).
+// Several may be waiting at a time.
+void fail_next(const std::string& name, int error, int nth = 0, long result = -1);
+void clear_failures();
+// Failures that have not happened yet.
+int failures_left();
+
+}  // namespace ipcam::test
