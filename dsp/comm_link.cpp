@@ -44,6 +44,11 @@ enum e_record_status : std::int32_t { RECORD_IDLE = 0, RECORD_POSTED = 1, RECORD
 
 constinit LibraryMutex g_prgname_lock;
 
+// The record still holds a request of this process whose reply could not be fetched, because the semaphore could not
+// be had. The process's next request takes the record back; otherwise it would stay busy for everyone. Posting needs
+// an idle record, so as long as this is set, a record with this process's id holds that request and no other.
+constinit std::atomic<bool> g_record_left{false};
+
 // Several objects may be constructed while others print: the name is written only when it is not there yet.
 void set_program_name() {
   static constexpr char kName[sizeof g_prgname] = "dspset";
@@ -225,6 +230,7 @@ int DspCommand::send_to_comm(packet_info* packet) {
   }
   if (sem_operation(-1, SEM_UNDO) < 0) return -1;
 
+  if (g_record_left.exchange(false) && shm != nullptr && shm->req_pid == getpid()) clean_ipc(shm);
   int result = check_ipc(shm, 0);
   if (result == 0) {
     // The record is idle, so whatever is pending now was meant for nobody any more.
@@ -239,8 +245,9 @@ int DspCommand::send_to_comm(packet_info* packet) {
     result = send_sigusr2(shm->comm_pid);
   }
 
-  if (sem_operation(+1, SEM_UNDO) < 0) result = -1;
-  return result;
+  if (sem_operation(+1, SEM_UNDO) == 0) return result;
+  if (result == 0) g_record_left.store(true);  // rung, but nobody is going to fetch the reply
+  return -1;
 }
 
 int DspCommand::get_from_comm(packet_info* packet) {
@@ -249,7 +256,10 @@ int DspCommand::get_from_comm(packet_info* packet) {
     std::fprintf(stderr, "%s: [ERROR] wait sigusr2 failed!\n", g_prgname);
     result = -1;
   }
-  if (sem_operation(-1, SEM_UNDO) < 0) return -1;
+  if (sem_operation(-1, SEM_UNDO) < 0) {
+    g_record_left.store(true);
+    return -1;
+  }
 
   if (result == 0) result = check_ipc(shm, 2);
   if (result == 0) {

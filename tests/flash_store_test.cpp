@@ -19,7 +19,7 @@ constexpr std::size_t kBlockSize = 0x1000;
 // Bytes that differ from place to place and from seed to seed.
 std::string pattern(std::size_t size, unsigned seed) {
   std::string bytes(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 7 + i / 256 + seed * 31) & 0xff);
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 7 + i / 251 + seed * 31) & 0xff);
   return bytes;
 }
 

@@ -114,15 +114,15 @@ TEST_F(OnepushTest, MeasuresUntilTheGainsSettleOrTimeRunsOut) {
       {"blue 81 apart", {3650}, {2029, 1948}, 0, 0, 0, 6, {3650, 1948}, {}},
       {"never settles", moving(30), {2029}, 0, 0, -1, 30, {9000, 2029}, {kTimeOut}},
       {"settles at the last poll", moving(26), {2029}, 0, 0, 0, 30, {9000, 2029}, {}},
-      {"start refused", {3650}, {2029}, 1, 1, -1, 0, {0, 0}, {kRefused}},
+      {"start refused", {3650}, {2029}, 1, 1, -1, 0, {7, 8}, {kRefused}},
       {"one reading fails", {3650}, {2029}, 4, 1, 0, 6, {3650, 2029}, {kNoReading}},
-      {"no reading succeeds", {3650}, {2029}, 2, 30, -1, 30, {0, 0}, 30 * Lines{kNoReading} + Lines{kTimeOut}},
+      {"no reading succeeds", {3650}, {2029}, 2, 30, -1, 30, {7, 8}, 30 * Lines{kNoReading} + Lines{kTimeOut}},
       {"preset fails", {3650}, {2029}, 8, 1, 0, 5, {3650, 2029}, {kNoPreset}},
       {"mode fails", {3650}, {2029}, 9, 1, 0, 5, {3650, 2029}, {kNoMode}},
   };
   for (const auto& row : kCases) {
     SCOPED_TRACE(row.name);
-    write_settings();
+    write_settings(saved(7, 8));
     show_gains(row.red, row.blue);
     if (row.failures > 0) camera.fault(Fault::reply_255, {.exchange = row.failing, .count = row.failures});
     OnepushWB worker(&dsp);

@@ -9,15 +9,20 @@
 
 namespace ipcam::test {
 
+// The read pass that comes before a write: "r 10/0x09" of "w 10/0x09=0x80".
+inline std::string read_pass(const std::string& write) {
+  std::string read = "r";
+  for (std::size_t at = 1; at < write.size(); at = std::min(write.find(' ', at + 1), write.size())) {
+    read += write.substr(at, write.find('=', at) - at);
+  }
+  return read;
+}
+
 // `traffic` without the read passes of register writes: the reads that stand for themselves, and the writes.
 inline Lines changes(const Lines& traffic) {
   Lines lines;
   for (const std::string& line : traffic) {
-    std::string addresses = "r";
-    for (std::size_t at = 1; line[0] == 'w' && at < line.size(); at = std::min(line.find(' ', at + 1), line.size())) {
-      addresses += line.substr(at, line.find('=', at) - at);
-    }
-    if (!lines.empty() && lines.back() == addresses) lines.pop_back();
+    if (line[0] == 'w' && !lines.empty() && lines.back() == read_pass(line)) lines.pop_back();
     lines.push_back(line);
   }
   return lines;
@@ -34,8 +39,6 @@ inline Lines library_calls() {
 
 class StoryTest : public CameraTest {
  protected:
-  static constexpr int kNotServed = -1000;
-
   // Starts the control thread with these settings and forgets what that has done.
   void start(const SettingsBytes& settings = {}) {
     write_settings(settings);
@@ -53,8 +56,8 @@ class StoryTest : public CameraTest {
   // The library calls, exchanges (as changes()) and device requests of one request, and its waits: what was done
   // before a wait stands before it. Between two waits, each of the three kinds has its own order.
   Lines story(int code, int value, int expected_result = 0) {
-    for (const char* wait : {"usleep(34000)", "usleep(68000)", "usleep(100000)", "usleep(200000)", "usleep(500000)",
-                             "sleep(1)"}) {
+    for (const char* wait :
+         {"usleep(34000)", "usleep(68000)", "usleep(100000)", "usleep(200000)", "usleep(500000)", "sleep(1)"}) {
       clock->hold(wait);
     }
     forget();

@@ -1,0 +1,273 @@
+// Waits that return at once and a clock that moves by them: the C library's functions, and the FakeClock behind them.
+#include <pthread.h>
+#include <sched.h>
+#include <sys/sem.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <csignal>
+#include <ctime>
+#include <map>
+#include <mutex>
+
+#include "tests/support/interpose.h"
+#include "tests/support/stand_ins.h"
+
+namespace ipcam::test {
+namespace {
+
+constexpr std::int64_t kNsPerSecond = 1'000'000'000;
+constexpr std::int64_t kNsPerMs = 1'000'000;
+
+struct HeldWait {
+  bool held = false;
+  int blocked = 0;   // threads inside
+  int released = 0;  // of them, those that may leave
+};
+
+struct Waits {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<std::string> journal;
+  std::map<std::string, HeldWait> held;
+};
+
+// Never destroyed: threads may still be inside when the program ends.
+Waits& all_waits() {
+  static auto* const kWaits = new Waits;
+  return *kWaits;
+}
+
+constinit std::atomic<bool> g_clock_on{false};
+constinit std::atomic<sim::Switchboard*> g_camera{nullptr};
+constinit std::atomic<std::int64_t> g_advanced_ns{0};
+constinit std::atomic<std::int64_t> g_start_ns[2] = {};  // CLOCK_REALTIME, CLOCK_MONOTONIC
+constinit std::atomic<std::int64_t> g_posted_real_ns{0};
+constinit std::atomic<std::int64_t> g_silent_ns{0};  // waited in vain for the reply to the last request posted
+
+// The simulated camera's child comes from a fork of the test program and must see time as it is.
+[[maybe_unused]] const int kSwitchedOffInChildren = pthread_atfork(nullptr, nullptr, [] {
+  g_clock_on = false;
+  g_camera = nullptr;
+});
+
+std::int64_t in_ns(const timespec& time) { return time.tv_sec * kNsPerSecond + time.tv_nsec; }
+
+timespec from_ns(std::int64_t ns) {
+  timespec time{};
+  time.tv_sec = static_cast<decltype(time.tv_sec)>(ns / kNsPerSecond);
+  time.tv_nsec = static_cast<decltype(time.tv_nsec)>(ns % kNsPerSecond);
+  return time;
+}
+
+std::int64_t real_now_ns(clockid_t clock = CLOCK_MONOTONIC) {
+  timespec now{};
+  REAL(clock_gettime)(clock, &now);
+  return in_ns(now);
+}
+
+void wait_in_fake_time(const std::string& text, std::int64_t ns) {
+  Waits& waits = all_waits();
+  {
+    std::unique_lock lock(waits.mutex);
+    waits.journal.push_back(text);
+    HeldWait& wait = waits.held[text];
+    if (wait.held) {
+      ++wait.blocked;
+      waits.changed.wait(lock, [&] { return !wait.held || wait.released > 0; });
+      --wait.blocked;
+      if (wait.released > 0) --wait.released;
+    }
+  }
+  g_advanced_ns += ns;
+  sched_yield();  // a thread that sleeps in a loop must not keep the others from running
+}
+
+std::string pair_text(const char* name, std::int64_t ns) {
+  return std::string(name) + "(" + std::to_string(ns / kNsPerSecond) + "," + std::to_string(ns % kNsPerSecond) + ")";
+}
+
+// True when the camera's doorbell is not going to ring for the request posted last.
+bool camera_is_silent(const sim::Switchboard& camera) {
+  const std::uint32_t posted = camera.posted;
+  if (camera.running == 0 || (posted != 0 && camera.silent_for == posted)) return true;
+  // When the camera is done with the request, the doorbell is here, or on its way through another thread's handler.
+  const std::int64_t patience = camera.posted_seen == posted ? 100 * kNsPerMs : 10 * kNsPerSecond;
+  return real_now_ns() - g_posted_real_ns > patience;
+}
+
+int wait_for_doorbell(sim::Switchboard& camera, const sigset_t* set, siginfo_t* info, std::int64_t left) {
+  for (;;) {
+    const bool silent = camera_is_silent(camera);  // before the look: a doorbell rung in between must be seen
+    const std::int64_t look = silent ? 0 : std::min(left, 5 * kNsPerMs);
+    const timespec look_time = from_ns(look);
+    const int signal = REAL(sigtimedwait)(set, info, &look_time);
+    if (signal >= 0 || errno != EAGAIN) return signal;
+    if (silent) break;
+    left -= look;
+    if (left == 0) return -1;
+  }
+
+  g_advanced_ns += left;
+  if ((g_silent_ns += left) >= kNsPerSecond) camera.gave_up_for = camera.posted.load();
+  errno = EAGAIN;
+  return -1;
+}
+
+// The time record of 32-bit programs that are built for 64-bit time; the upper half of the nanoseconds is padding.
+struct Time64 {
+  std::int64_t sec;
+  std::int32_t nsec;
+  std::int32_t padding;
+
+  timespec plain() const { return from_ns(sec * kNsPerSecond + nsec); }
+};
+
+}  // namespace
+
+FakeClock::FakeClock(sim::Switchboard* camera) {
+  g_camera = camera;
+  g_advanced_ns = 0;
+  g_posted_real_ns = real_now_ns();
+  for (const clockid_t clock : {CLOCK_REALTIME, CLOCK_MONOTONIC}) g_start_ns[clock] = real_now_ns(clock);
+  clear_waits();
+  g_clock_on = true;
+}
+
+FakeClock::~FakeClock() {
+  g_clock_on = false;
+  release_all();
+  g_camera = nullptr;
+}
+
+std::vector<std::string> FakeClock::waits() const {
+  std::lock_guard lock(all_waits().mutex);
+  return all_waits().journal;
+}
+
+void FakeClock::clear_waits() {
+  std::lock_guard lock(all_waits().mutex);
+  all_waits().journal.clear();
+}
+
+std::int64_t FakeClock::advanced_us() const { return g_advanced_ns / 1000; }
+
+void FakeClock::hold(const std::string& wait) {
+  std::lock_guard lock(all_waits().mutex);
+  all_waits().held[wait].held = true;
+}
+
+void FakeClock::release(const std::string& wait, int times) {
+  std::lock_guard lock(all_waits().mutex);
+  all_waits().held[wait].released += times;
+  all_waits().changed.notify_all();
+}
+
+void FakeClock::release_all() {
+  std::lock_guard lock(all_waits().mutex);
+  for (auto& [text, wait] : all_waits().held) {
+    wait.held = false;
+    wait.released = 0;
+  }
+  all_waits().changed.notify_all();
+}
+
+bool FakeClock::wait_until_held(const std::string& wait) {
+  return eventually([&] {
+    std::lock_guard lock(all_waits().mutex);
+    const HeldWait& held = all_waits().held[wait];
+    return held.blocked > held.released;
+  });
+}
+
+}  // namespace ipcam::test
+
+// What follows has libc's names, so it must be global.
+using namespace ipcam;
+using namespace ipcam::test;
+
+STAND_IN int usleep(useconds_t us) {
+  if (!g_clock_on) return REAL(usleep)(us);
+  wait_in_fake_time("usleep(" + std::to_string(us) + ")", std::int64_t{us} * 1000);
+  return 0;
+}
+
+STAND_IN unsigned sleep(unsigned seconds) {
+  if (!g_clock_on) return REAL(sleep)(seconds);
+  wait_in_fake_time("sleep(" + std::to_string(seconds) + ")", seconds * kNsPerSecond);
+  return 0;
+}
+
+STAND_IN int nanosleep(const timespec* time, timespec* left) {
+  if (!g_clock_on) return REAL(nanosleep)(time, left);
+  wait_in_fake_time(pair_text("nanosleep", in_ns(*time)), in_ns(*time));
+  return 0;
+}
+
+STAND_IN int __nanosleep64(const Time64* time, Time64* /*left*/) {
+  const timespec plain = time->plain();
+  return nanosleep(&plain, nullptr);
+}
+
+STAND_IN int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  if (!g_clock_on || (clock != CLOCK_REALTIME && clock != CLOCK_MONOTONIC)) return REAL(clock_gettime)(clock, time);
+  *time = from_ns(g_start_ns[clock] + g_advanced_ns);
+  return 0;
+}
+
+STAND_IN int __clock_gettime64(clockid_t clock, Time64* time) noexcept {
+  timespec now{};
+  const int result = clock_gettime(clock, &now);
+  *time = {.sec = now.tv_sec, .nsec = static_cast<std::int32_t>(now.tv_nsec), .padding = 0};
+  return result;
+}
+
+STAND_IN int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left) {
+  if (!g_clock_on) return REAL(clock_nanosleep)(clock, flags, time, left);
+  // Of a wait until a point of the faked time only what is still missing counts.
+  timespec start{};
+  if ((flags & TIMER_ABSTIME) != 0) clock_gettime(clock, &start);
+  const std::int64_t ns = std::max<std::int64_t>(in_ns(*time) - in_ns(start), 0);
+  wait_in_fake_time(pair_text("clock_nanosleep", ns), ns);
+  return 0;
+}
+
+STAND_IN int __clock_nanosleep_time64(clockid_t clock, int flags, const Time64* time, Time64* /*left*/) {
+  const timespec plain = time->plain();
+  return clock_nanosleep(clock, flags, &plain, nullptr);
+}
+
+STAND_IN int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* limit) {
+  long result = 0;
+  if (fails("sigtimedwait", result)) return static_cast<int>(result);
+  sim::Switchboard* const camera = g_camera;
+  if (!g_clock_on || camera == nullptr || limit == nullptr || in_ns(*limit) == 0) {
+    return REAL(sigtimedwait)(set, info, limit);
+  }
+  return wait_for_doorbell(*camera, set, info, in_ns(*limit));
+}
+
+STAND_IN int __sigtimedwait64(const sigset_t* set, siginfo_t* info, const Time64* limit) {
+  const timespec plain = limit != nullptr ? limit->plain() : timespec{};
+  return sigtimedwait(set, info, limit != nullptr ? &plain : nullptr);
+}
+
+STAND_IN int __semtimedop64(int id, sembuf* operations, std::size_t count, const Time64* limit) noexcept {
+  const timespec plain = limit != nullptr ? limit->plain() : timespec{};
+  return semtimedop(id, operations, count, limit != nullptr ? &plain : nullptr);
+}
+
+STAND_IN int kill(pid_t pid, int signal) noexcept {
+  if (signal != sim::kDoorbell) return REAL(kill)(pid, signal);
+  long result = 0;
+  if (fails("kill", result)) return static_cast<int>(result);
+  sim::Switchboard* const camera = g_camera;
+  if (camera != nullptr && pid > 0 && static_cast<std::uint32_t>(pid) == camera->comm_pid) {
+    g_silent_ns = 0;
+    g_posted_real_ns = real_now_ns();
+    ++camera->posted;
+  }
+  return REAL(kill)(pid, signal);
+}

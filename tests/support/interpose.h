@@ -1,0 +1,29 @@
+// What the stand-in functions share: how they are exported, how they reach the real function, whether they fail.
+#pragma once
+
+#include <string>
+
+#define STAND_IN extern "C" __attribute__((visibility("default")))
+
+// The function that the stand-in hides: a sanitizer's version of it if there is one, else libc's.
+#define REAL(name)                                                                                     \
+  ([] {                                                                                                \
+    static auto* const kReal = reinterpret_cast<decltype(&::name)>(ipcam::test::real_function(#name)); \
+    return kReal;                                                                                      \
+  }())
+
+// A stand-in that does nothing but fail when a test wants it to. `failure` may use `result`, the test's own.
+#define FAILING(type, name, label, parameters, arguments, failure)                 \
+  STAND_IN type name parameters {                                                  \
+    long result = 0;                                                               \
+    return ipcam::test::fails(label, result) ? (failure) : (REAL(name) arguments); \
+  }
+
+namespace ipcam::test {
+
+void* real_function(const char* name);
+
+// True, with errno and `result` set, when this call of the function is one that a test wants to fail.
+bool fails(const char* name, long& result);
+
+}  // namespace ipcam::test
