@@ -1,9 +1,4 @@
 // Puts the device stand-ins between a program and libc: open and ioctl, loaded with LD_PRELOAD.
-
-// The names below are defined here, so libc's inline versions of them must not be.
-#undef _FORTIFY_SOURCE
-#undef _FILE_OFFSET_BITS
-
 #include <dlfcn.h>
 #include <fcntl.h>
 

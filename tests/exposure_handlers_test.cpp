@@ -28,9 +28,7 @@ std::string write_words(const std::vector<std::pair<int, int>>& pairs, const Wor
 std::string normal(const Words& words) {
   return write_words({{11, 0x14}, {13, 0}, {11, 0x2c}, {13, 2}, {11, 0x1a}, {13, 4}, {11, 0x32}, {13, 6}}, words);
 }
-std::string normal_gain(const Words& words) {
-  return write_words({{11, 0x1a}, {13, 4}, {11, 0x32}, {13, 6}}, words);
-}
+std::string normal_gain(const Words& words) { return write_words({{11, 0x1a}, {13, 4}, {11, 0x32}, {13, 6}}, words); }
 std::string slow_shutter(const Words& words) {
   return write_words({{11, 0x20}, {11, 0x24}, {13, 0}, {11, 0x38}, {11, 0x3c}, {13, 2}}, words);
 }
@@ -61,57 +59,63 @@ SettingsBytes settings(const Exposure& e) {
       .i32(140, e.mode);
 }
 
-class ExposureHandlersTest : public StoryTest {};
+class ExposureHandlersTest : public StoryTest {
+ protected:
+  static void fail_ioctls(int first, int count) {
+    for (int i = 0; i < count; ++i) fail_next("ioctl", EIO, first);
+  }
+};
 
 TEST_F(ExposureHandlersTest, EachPatternHasItsRowsModeAndLogLine) {
+  // clang-format off
   const struct {
     const char* name;
     bool held, binned;
     Exposure stored;
     std::string err;
-    Lines writes;
     int worker_gain;
+    Lines changes;
   } cases[] = {
-      {"flickerless, whatever the rest", false, false, {0, 0, 3, 4, 1, 6, 0}, "Flickerless\n",
-       {normal({0, 0x2313, 0, 0x1d75, 0x03fc, 0x05a7, 0x03fc, 0x02a7}), kModeNormal, frames("0x02")}, 0},
-      {"flickerless with the gain that needs binning", false, false, {1, 0, 0, 0, 6, 0, 0},
-       "Flickerless\nAutoBN : 1 0 0\n",
-       {kSensorMode, normal({0, 0x2313, 0, 0x1d75, 0x13ee, 0x05a7, 0x13ee, 0x02a7}), kModeNormal, frames("0x1e")}, 6},
-      {"automatic", false, false, {1, 0, 3, 0, 2, 0}, "Pattern A\n",
-       {kIrisShut, normal({0, 0x2606, 0, 0x2068, 0x07f9, 0x05a7, 0x07f9, 0x02a7}), kModeNormal, frames("0x1e")}, 0},
-      {"automatic and slow, least speed", false, false, {2, 1, 0, 0, 3, 0}, "Pattern C\nAutoBN : 2 1 0\n",
+      {"flickerless, whatever the rest", false, false, {0, 0, 3, 4, 1, 6, 0}, "Flickerless\n", 0,
+       {normal({0, 0x2313, 0, 0x1d75, 0x03fc, 0x05a7, 0x03fc, 0x02a7}), kModeNormal, frames("0x02")}},
+      {"flickerless, gain 6", false, false, {1, 0, 0, 0, 6, 0, 0}, "Flickerless\nAutoBN : 1 0 0\n", 6,
+       {kSensorMode, normal({0, 0x2313, 0, 0x1d75, 0x13ee, 0x05a7, 0x13ee, 0x02a7}), kModeNormal, frames("0x1e")}},
+      {"automatic", false, false, {1, 0, 3, 0, 2, 0}, "Pattern A\n", 0,
+       {kIrisShut, normal({0, 0x2606, 0, 0x2068, 0x07f9, 0x05a7, 0x07f9, 0x02a7}), kModeNormal, frames("0x1e")}},
+      {"automatic and slow, least speed", false, false, {2, 1, 0, 0, 3, 0}, "Pattern C\nAutoBN : 2 1 0\n", 3,
        {kIrisShut, slow_shutter({0, 0x3975, 0x2606, 0, 0x33d6, 0x2068}),
-        slow_gain({0x0bf5, 0, 0x05a7, 0x0bf5, 0, 0x02a7}), kModeSlow, frames("0x1e")}, 3},
-      {"automatic and slow, greatest speed, binned", false, true, {1, 255, 0, 4, 6, 0}, "Pattern C\nAutoBN : 1 1 0\n",
+        slow_gain({0x0bf5, 0, 0x05a7, 0x0bf5, 0, 0x02a7}), kModeSlow, frames("0x1e")}},
+      {"automatic and slow, greatest speed", false, true, {1, 255, 0, 4, 6, 0}, "Pattern C\nAutoBN : 1 1 0\n", 6,
        {kIrisShut, kSensorMode, slow_shutter({0, 0x2606, 0x2606, 0, 0x2068, 0x2068}),
-        slow_gain({0x17eb, 0, 0x05a7, 0x17eb, 0, 0x02a7}), kModeSlow, frames("0x02")}, 6},
-      {"fixed slow, all pixels", false, false, {0, 0, 3, 1, 5, 6, 3}, "Pattern E\nAutoBN : 0 3 3\n",
+        slow_gain({0x17eb, 0, 0x05a7, 0x17eb, 0, 0x02a7}), kModeSlow, frames("0x02")}},
+      {"fixed slow, all pixels", false, false, {0, 0, 3, 1, 5, 6, 3}, "Pattern E\nAutoBN : 0 3 3\n", 0,
        {kIrisShut, kSensorMode, kIrisOpen, kSensorMode, manual_shutter(1250), manual_gain(0x13ee), kModeManual,
-        frames("0x16")}, 0},
-      {"fixed slow, binned", false, true, {0, 1, 0, 1, 4, 6, 2}, "Pattern E\nAutoBN : 0 2 0\n",
+        frames("0x16")}},
+      {"fixed slow, binned", false, true, {0, 1, 0, 1, 4, 6, 2}, "Pattern E\nAutoBN : 0 2 0\n", 4,
        {kIrisShut, kSensorMode, kIrisOpen, kSensorMode, manual_shutter(10000), manual_gain(0x17eb), kModeManual,
-        frames("0x1e")}, 4},
-      {"fixed slow, last speed", false, false, {0, 0, 4, 1, 0, 0}, "Pattern E\n",
-       {kIrisShut, kSensorMode, kIrisOpen, manual_shutter(666), manual_gain(0), kModeManual, frames("0x16")}, 0},
-      {"fixed, first normal speed", false, false, {0, 1, 5, 2, 3, 0, 3}, "Pattern A\nAutoBN : 0 3 5\n",
-       {kIrisShut, normal({0, 0x2606, 0, 0x2068, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}), kModeNormal, frames("0x08")}, 3},
-      {"fixed, last normal speed", false, false, {0, 0, 14, 3, 0, 0}, "Pattern A\n",
-       {kIrisShut, normal({0, 0x0480, 0, 0, 0, 0x05a7, 0, 0x02a7}), kModeNormal, frames("0x04")}, 0},
+        frames("0x1e")}},
+      {"fixed slow, last speed", false, false, {0, 0, 4, 1, 0, 0}, "Pattern E\n", 0,
+       {kIrisShut, kSensorMode, kIrisOpen, manual_shutter(666), manual_gain(0), kModeManual, frames("0x16")}},
+      {"fixed, first normal speed", false, false, {0, 1, 5, 2, 3, 0, 3}, "Pattern A\nAutoBN : 0 3 5\n", 3,
+       {kIrisShut, normal({0, 0x2606, 0, 0x2068, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}), kModeNormal, frames("0x08")}},
+      {"fixed, last normal speed", false, false, {0, 0, 14, 3, 0, 0}, "Pattern A\n", 0,
+       {kIrisShut, normal({0, 0x0480, 0, 0, 0, 0x05a7, 0, 0x02a7}), kModeNormal, frames("0x04")}},
       {"speed beyond the table", false, false, {0, 0, 25, 0, 0, 0},
-       "Pattern A\ndspset: [ERROR] invalid value! Shutter:21\n", {kIrisShut}, 0},
-      {"negative speed", false, false, {0, 0, -1, 0, -1, 0},
-       "Pattern A\ndspset: [ERROR] invalid value! Shutter:-5\nAutoBN : 0 1 -1\n", {kIrisShut}, -1},
-      {"automatic, held", true, false, {1, 0, 3, 1, 3, 0}, "Pattern B\nAutoBN : 1 1 3\n",
-       {normal({0x2602, 0x0480, 0x2063, 0, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}), kModeNormal, frames("0x0f")}, 3},
-      {"automatic and slow, held", true, false, {1, 1, 0, 4, 6, 0}, "Pattern D\nAutoBN : 1 1 0\n",
+       "Pattern A\ndspset: [ERROR] invalid value! Shutter:21\n", 0, {kIrisShut}},
+      {"negative speed and gain", false, false, {0, 0, -1, 0, -1, 0},
+       "Pattern A\ndspset: [ERROR] invalid value! Shutter:-5\nAutoBN : 0 1 -1\n", -1, {kIrisShut}},
+      {"automatic, held", true, false, {1, 0, 3, 1, 3, 0}, "Pattern B\nAutoBN : 1 1 3\n", 3,
+       {normal({0x2602, 0x0480, 0x2063, 0, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}), kModeNormal, frames("0x0f")}},
+      {"automatic and slow, held", true, false, {1, 1, 0, 4, 6, 0}, "Pattern D\nAutoBN : 1 1 0\n", 6,
        {kSensorMode, slow_shutter({0x2602, 0x2a04, 0x0480, 0x2063, 0x2466, 0}),
-        slow_gain({0x13ee, 0, 0x05a7, 0x13ee, 0, 0x02a7}), kModeSlow, frames("0x02")}, 6},
-      {"fixed slow, held", true, false, {0, 0, 4, 0, 1, 6, 3}, "Pattern G\n",
-       {slow_shutter({0x2602, 0x2a04, 0x0480, 0x2063, 0x2466, 0}), slow_gain({0x06fa, 0, 0x1a93, 0x03fc, 0, 0x1a93}),
-        kModeSlow, frames("0x1e")}, 0},
-      {"fixed, held", true, false, {0, 0, 10, 2, 5, 0}, "Pattern F\nAutoBN : 0 1 10\n",
-       {normal({0x157e, 0x0480, 0x0fe0, 0, 0x13ee, 0x05a7, 0x13ee, 0x02a7}), kModeNormal, frames("0x08")}, 5},
+        slow_gain({0x13ee, 0, 0x05a7, 0x13ee, 0, 0x02a7}), kModeSlow, frames("0x02")}},
+      {"fixed slow, held", true, false, {0, 0, 4, 0, 1, 6, 3}, "Pattern G\n", 0,
+       {slow_shutter({0x2602, 0x2a04, 0x0480, 0x2063, 0x2466, 0}),
+        slow_gain({0x06fa, 0, 0x1a93, 0x03fc, 0, 0x1a93}), kModeSlow, frames("0x1e")}},
+      {"fixed, held", true, false, {0, 0, 10, 2, 5, 0}, "Pattern F\nAutoBN : 0 1 10\n", 5,
+       {normal({0x157e, 0x0480, 0x0fe0, 0, 0x13ee, 0x05a7, 0x13ee, 0x02a7}), kModeNormal, frames("0x08")}},
   };
+  // clang-format on
   start();
   bool held = false;
   for (const auto& c : cases) {
@@ -124,7 +128,7 @@ TEST_F(ExposureHandlersTest, EachPatternHasItsRowsModeAndLogLine) {
       forget();
       const Output output = capture([&] { EXPECT_EQ(0, request(code, 99)); });
       EXPECT_EQ(c.err, output.err);
-      EXPECT_EQ(c.writes, changes(camera.take_traffic()));
+      EXPECT_EQ(c.changes, changes(camera.take_traffic()));
       EXPECT_EQ(Lines{"AutoDaynight::setAgcMaxGain(" + std::to_string(c.worker_gain) + ")"}, library_calls());
       EXPECT_EQ(Lines{}, clock->waits());
     }
@@ -137,8 +141,12 @@ TEST_F(ExposureHandlersTest, EveryStoredExposureIsAppliedWithoutAnError) {
   for (const int held : {1, 0}) {
     EXPECT_EQ(0, request(kHoldIris, held == 1 ? kHold : kRelease));
     for (int i = 0; i < 2 * 2 * 15 * 5; ++i) {
-      const Exposure e{.automatic = i & 1, .slow = i >> 1 & 1, .speed = i / 4 % 15, .min_speed = i / 60,
-                       .agc = (i / 4 + i / 60) % 7, .gain = i / 4 % 7};
+      const Exposure e{.automatic = i & 1,
+                       .slow = i >> 1 & 1,
+                       .speed = i / 4 % 15,
+                       .min_speed = i / 60,
+                       .agc = (i / 4 + i / 60) % 7,
+                       .gain = i / 4 % 7};
       SCOPED_TRACE(testing::Message() << "held " << held << " automatic " << e.automatic << " slow " << e.slow
                                       << " speed " << e.speed << " min " << e.min_speed << " level " << e.agc);
       write_settings(settings(e));
@@ -171,10 +179,14 @@ TEST_F(ExposureHandlersTest, GainLevelSixNeedsBinning) {
       {kGain, 0, false, {"ObjectDetectionIF::config()", "w 11/0x6a=0x00 11/0x6b=0x00"}},
       {kGain, 6, false, {"ObjectDetectionIF::config()", kSensorMode, "w 11/0x6a=0xee 11/0x6b=0x13"}},
       {kGain, 6, true, {"ObjectDetectionIF::config()", kSensorMode, "w 11/0x6a=0xeb 11/0x6b=0x17"}},
-      {kAgcMaxGain, 2, false,
+      {kAgcMaxGain,
+       2,
+       false,
        {"ObjectDetectionIF::config()", "AutoDaynight::setAgcMaxGain(0)", normal_gain({0x07f9, 0x05a7, 0x07f9, 0x02a7}),
         slow_gain({0x07f9, 0, 0x05a7, 0x07f9, 0, 0x02a7})}},
-      {kAgcMaxGain, 13, false,  // exposed by hand
+      {kAgcMaxGain,
+       13,
+       false,  // exposed by hand
        {"ObjectDetectionIF::config()", "AutoDaynight::setAgcMaxGain(0)", normal_gain({0, 0x1a93, 0, 0x1a93}),
         slow_gain({0x06fa, 0, 0x1a93, 0x03fc, 0, 0x1a93})}},
   };
@@ -197,16 +209,29 @@ TEST_F(ExposureHandlersTest, GainLevelSixNeedsBinning) {
 TEST_F(ExposureHandlersTest, HoldingTheIrisAndLettingItGo) {
   SettingsBytes stored = settings({1, 0, 0, 0, 3, 0}).i32(428, 77).u8(600, 0xab);
   start(stored);
-  const Lines held = {"AutoDaynight::stop_thread()", "AutoDaynight::setAgcMaxGain(3)", kIrisOpen,
-                      normal({0x2602, 0x0480, 0x2063, 0, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}), kModeNormal, frames("0x1e"),
-                      "usleep(200000)", "FocusAssist::setLevel(77)", "Thread::execute_process(FocusAssist)",
-                      "ConfigFile::write_record(all.conf, 3) = 0", "PostProcessInterface::loadConfig()"};
-  const Lines released = {"FocusAssist::stop_thread()", "usleep(200000)", "AutoDaynight::setAgcMaxGain(3)",
-                          "ConfigFile::write_record(all.conf, 3) = 0", "PostProcessInterface::loadConfig()",
-                          kIrisShut, kIrisShut, normal({0, 0x2606, 0, 0x2068, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}),
-                          kModeNormal, frames("0x1e")};
-  const std::pair<int, bool> steps[] = {{kHold, true}, {kHold, true}, {kRelease, false}, {kToggle, true},
-                                        {kToggle, false}};
+  const Lines held = {"AutoDaynight::stop_thread()",
+                      "AutoDaynight::setAgcMaxGain(3)",
+                      kIrisOpen,
+                      normal({0x2602, 0x0480, 0x2063, 0, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}),
+                      kModeNormal,
+                      frames("0x1e"),
+                      "usleep(200000)",
+                      "FocusAssist::setLevel(77)",
+                      "Thread::execute_process(FocusAssist)",
+                      "ConfigFile::write_record(all.conf, 3) = 0",
+                      "PostProcessInterface::loadConfig()"};
+  const Lines released = {"FocusAssist::stop_thread()",
+                          "usleep(200000)",
+                          "AutoDaynight::setAgcMaxGain(3)",
+                          "ConfigFile::write_record(all.conf, 3) = 0",
+                          "PostProcessInterface::loadConfig()",
+                          kIrisShut,
+                          kIrisShut,
+                          normal({0, 0x2606, 0, 0x2068, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}),
+                          kModeNormal,
+                          frames("0x1e")};
+  const std::pair<int, bool> steps[] = {
+      {kHold, true}, {kHold, true}, {kRelease, false}, {kToggle, true}, {kToggle, false}};
   for (const auto& [value, holds] : steps) {
     EXPECT_EQ(holds ? held : released, story(kHoldIris, value));
     EXPECT_EQ(holds ? 1 : 0, inquire(kHoldInq));
@@ -222,11 +247,10 @@ TEST_F(ExposureHandlersTest, TheIrisIsTriedFiveTimes) {
       camera.fault(sim::Fault::reply_255, {.count = failures});
       const Lines lines = story(kHoldIris, value);
       EXPECT_EQ(failures, std::count(lines.begin(), lines.end(), "sleep(1)"));
-      const std::string mode = value == kHold ? kIrisOpen : kIrisShut;
-      const bool moved = std::count(lines.begin(), lines.end(), mode) == (value == kHold ? 1 : 2);
-      EXPECT_EQ(failures < 5, moved) << "the second write of a release is the exposure pattern's";
-      EXPECT_EQ("PostProcessInterface::loadConfig()", *std::find(lines.begin(), lines.end(),
-                                                                 "PostProcessInterface::loadConfig()"));
+      // The exposure pattern of a release moves the iris once more.
+      const auto moves = std::count(lines.begin(), lines.end(), value == kHold ? kIrisOpen : kIrisShut);
+      EXPECT_EQ((failures < 5 ? 1 : 0) + (value == kHold ? 0 : 1), moves);
+      EXPECT_EQ(1, std::count(lines.begin(), lines.end(), "PostProcessInterface::loadConfig()"));
     }
   }
 }
@@ -235,8 +259,7 @@ TEST_F(ExposureHandlersTest, AHoldThatCannotBeSavedIsStillHeld) {
   const SettingsBytes stored = settings({1, 0, 0, 0, 3, 0}).i32(428, 5);
   start(stored);
   fail_next("write", ENOSPC);
-  Lines lines = story(kHoldIris, kHold);
-  EXPECT_EQ("ConfigFile::write_record(all.conf, 3) = -1", lines.back());
+  EXPECT_EQ("ConfigFile::write_record(all.conf, 3) = -1", story(kHoldIris, kHold).back());
   EXPECT_EQ(stored.bytes, read_settings().bytes);
   EXPECT_EQ(1, inquire(kHoldInq));
 
@@ -271,57 +294,48 @@ TEST_F(ExposureHandlersTest, DayAndNightMoveTheFilterByAOneSecondPulse) {
 
 TEST_F(ExposureHandlersTest, TheFilterMovesAlsoAfterFailures) {
   start();
-  const std::string link = "dspset: [ERROR] communication with comm application error!\n",
-                    again = "Change ICR mode... try again!\n";
   const std::string direction[] = {"/dev/gpio-0 TKV_Q5_IOCTL_GPIO_DIR error !!!\n",
                                    "/dev/gpio-4 TKV_Q5_IOCTL_GPIO_DIR error !!!\n"};
-  for (int failures = 0; failures <= 3; ++failures) {
-    for (int i = 0; i < 2; ++i) fail_next("ioctl", EIO, i);
-    if (failures > 0) camera.fault(sim::Fault::reply_255, {.count = static_cast<std::uint32_t>(failures)});
+  for (const std::uint32_t failures : {1u, 2u, 3u}) {
+    fail_ioctls(0, 2);
+    camera.fault(sim::Fault::reply_255, {.count = failures});
     std::string err = direction[0] + direction[1];
-    Lines waits;
-    for (int i = 0; i < failures; ++i) err += link + again;
-    for (int i = 0; i < failures; ++i) waits.push_back("usleep(100000)");
-    waits.push_back("sleep(1)");
+    for (std::uint32_t i = 0; i < failures; ++i) {
+      err += "dspset: [ERROR] communication with comm application error!\nChange ICR mode... try again!\n";
+    }
     Lines lines;
-    const Output output = capture([&] { lines = story(kDnMode, 62); });
-    EXPECT_EQ(err, output.err);
-    EXPECT_EQ(waits, clock->waits());
+    EXPECT_EQ(err, capture([&] { lines = story(kDnMode, 62); }).err);
+    EXPECT_EQ(failures, std::count(lines.begin(), lines.end(), "usleep(100000)"));
     EXPECT_EQ((Lines{"gpio-0 write 40/c0", "sleep(1)", "gpio-0 write 00/c0", "gpio-4 write 00/08"}),
               Lines(lines.end() - 4, lines.end()));
   }
-  for (int i = 0; i < 2; ++i) {
-    fail_next("ioctl", EIO, i);
-    EXPECT_EQ(direction[i], capture([&] { request(kDnMode, 61); }).err);
+  for (const int device : {0, 1}) {
+    fail_ioctls(device, 1);
+    EXPECT_EQ(direction[device], capture([&] { request(kDnMode, 61); }).err);
   }
-  for (int i = 2; i < 5; ++i) fail_next("ioctl", EIO, i);  // failing writes are not looked at
+  fail_ioctls(2, 3);  // the writes are not looked at
   EXPECT_EQ("", capture([&] { EXPECT_EQ(0, request(kDnMode, 61)); }).err);
 }
 
 TEST_F(ExposureHandlersTest, ThresholdsReachTheWorkerAfterTheSwitchToAllPixels) {
-  start();
-  const struct {
-    int code, value;
-    std::string call;  // empty: refused
-  } cases[] = {
-      {kDnHys, 0, "AutoDaynight::setDnHys(0)"},          {kDnHys, 65535, "AutoDaynight::setDnHys(65535)"},
-      {kDnHys, 65536, ""},                               {kDnHys, -1, ""},
-      {kBnTime, 30, "AutoDaynight::setConditionTime(30000)"}, {kBnTime, 2, "AutoDaynight::setConditionTime(2000)"},
-      {kBnTime, 15, ""},                                 {kBnTime, 0, ""},
-      {kBnLevel, 0, "AutoDaynight::setDnLevel(0)"},      {kBnLevel, 4095, "AutoDaynight::setDnLevel(4095)"},
-      {kBnLevel, 4096, ""},                              {kBnLevel, -1, ""},
+  start(settings({1, 0, 0, 0, 0, 0}));
+  const std::tuple<int, int, std::string> accepted[] = {
+      {kDnHys, 0, "AutoDaynight::setDnHys(0)"},
+      {kDnHys, 65535, "AutoDaynight::setDnHys(65535)"},
+      {kBnTime, 30, "AutoDaynight::setConditionTime(30000)"},
+      {kBnTime, 2, "AutoDaynight::setConditionTime(2000)"},
+      {kBnLevel, 0, "AutoDaynight::setDnLevel(0)"},
+      {kBnLevel, 4095, "AutoDaynight::setDnLevel(4095)"},
   };
-  for (const auto& c : cases) {
-    camera.set_reg(0, 3, 1);
-    const Lines lines = story(c.code, c.value, c.call.empty() ? -1 : 0);
-    EXPECT_EQ(c.call.empty() ? 1 : 0, camera.reg(0, 3)) << c.code << " " << c.value;
-    if (c.call.empty()) {
-      EXPECT_EQ(Lines{}, lines) << c.code << " " << c.value;
-    } else {
-      const Lines end = {"PostProcessInterface::waitReady()", "PostProcessInterface::changeBinningMode(0)", c.call};
-      EXPECT_EQ(end, Lines(lines.end() - 3, lines.end()));
-    }
+  for (const auto& [code, value, call] : accepted) {
+    // Without an adjustment file the switch ends after the pipeline has been told.
+    const Lines end = {"PostProcessInterface::waitReady()", "PostProcessInterface::changeBinningMode(0)", call};
+    const Lines lines = story(code, value);
+    EXPECT_EQ(end, Lines(lines.end() - 3, lines.end())) << code << " " << value;
   }
+  const std::pair<int, int> refused[] = {{kDnHys, 65536}, {kDnHys, -1},     {kBnTime, 15}, {kBnTime, 0},
+                                         {kBnTime, -2},   {kBnLevel, 4096}, {kBnLevel, -1}};
+  for (const auto& [code, value] : refused) EXPECT_EQ(Lines{}, story(code, value, -1)) << code << " " << value;
 }
 
 }  // namespace

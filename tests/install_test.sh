@@ -32,8 +32,8 @@ packages=$(dirname "$(find "$prefix" -name camera_ctrl.pc)")
 namespaces=(unshare --mount --ipc)
 if [ "$(id -u)" -ne 0 ]; then namespaces+=(--user --map-root-user); fi
 "${namespaces[@]}" bash -euo pipefail -s "$work" "${packages#"$prefix"/}" <<'INSIDE'
-mount --rbind "$1" /mnt
-mount -t tmpfs tmpfs /tmp
+mount --no-mtab --rbind "$1" /mnt
+mount --no-mtab -t tmpfs tmpfs /tmp
 mkdir /tmp/config
 export IPCAM_CONFIG_DIR=/tmp/config LD_LIBRARY_PATH=/mnt/prefix/${2%/pkgconfig}
 head -c 880 /dev/zero >/tmp/config/all.conf

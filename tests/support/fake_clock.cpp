@@ -69,6 +69,7 @@ std::int64_t real_now_ns(clockid_t clock = CLOCK_MONOTONIC) {
 }
 
 void wait_in_fake_time(const std::string& text, std::int64_t ns) {
+  const Unfailing unfailing;
   Waits& waits = all_waits();
   {
     std::unique_lock lock(waits.mutex);
@@ -115,6 +116,28 @@ int wait_for_doorbell(sim::Switchboard& camera, const sigset_t* set, siginfo_t* 
   errno = EAGAIN;
   return -1;
 }
+
+}  // namespace
+
+int wait_for_semaphore(int id, sembuf* operations, std::size_t count, const timespec* limit) {
+  const sim::Switchboard* const camera = g_camera;
+  if (!g_clock_on || camera == nullptr || limit == nullptr) return REAL(semtimedop)(id, operations, count, limit);
+
+  std::int64_t left = in_ns(*limit);
+  for (bool stopped = false; left > 0 && !stopped;) {
+    stopped = camera->running == 0;
+    const std::int64_t look = std::min(left, 100 * kNsPerMs);
+    const timespec look_time = from_ns(look);
+    const int done = REAL(semtimedop)(id, operations, count, &look_time);
+    if (done == 0 || errno != EAGAIN) return done;
+    left -= look;
+  }
+  g_advanced_ns += left;
+  errno = EAGAIN;
+  return -1;
+}
+
+namespace {
 
 // The time record of 32-bit programs that are built for 64-bit time; the upper half of the nanoseconds is padding.
 struct Time64 {
@@ -241,6 +264,7 @@ STAND_IN int __clock_nanosleep_time64(clockid_t clock, int flags, const Time64* 
 
 STAND_IN int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* limit) {
   long result = 0;
+  shake();
   if (fails("sigtimedwait", result)) return static_cast<int>(result);
   sim::Switchboard* const camera = g_camera;
   if (!g_clock_on || camera == nullptr || limit == nullptr || in_ns(*limit) == 0) {
@@ -261,6 +285,7 @@ STAND_IN int __semtimedop64(int id, sembuf* operations, std::size_t count, const
 
 STAND_IN int kill(pid_t pid, int signal) noexcept {
   if (signal != sim::kDoorbell) return REAL(kill)(pid, signal);
+  shake();
   long result = 0;
   if (fails("kill", result)) return static_cast<int>(result);
   sim::Switchboard* const camera = g_camera;

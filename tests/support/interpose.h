@@ -1,6 +1,10 @@
 // What the stand-in functions share: how they are exported, how they reach the real function, whether they fail.
 #pragma once
 
+#include <sys/sem.h>
+
+#include <cstddef>
+#include <ctime>
 #include <string>
 
 #define STAND_IN extern "C" __attribute__((visibility("default")))
@@ -25,5 +29,23 @@ void* real_function(const char* name);
 
 // True, with errno and `result` set, when this call of the function is one that a test wants to fail.
 bool fails(const char* name, long& result);
+
+// While one is alive, nothing fails on this thread: a stand-in's own memory and files are not the library's.
+class Unfailing {
+ public:
+  Unfailing();
+  ~Unfailing();
+  Unfailing(const Unfailing&) = delete;
+  Unfailing& operator=(const Unfailing&) = delete;
+
+ private:
+  bool before_;
+};
+
+// semtimedop(), but what a stopped camera holds does not come back: on a faked clock the limit has passed at once.
+int wait_for_semaphore(int id, sembuf* operations, std::size_t count, const timespec* limit);
+
+// A delay of the calling thread, when schedules are shaken.
+void shake();
 
 }  // namespace ipcam::test

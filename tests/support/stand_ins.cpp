@@ -45,7 +45,7 @@ Failures& all_failures() {
 // Looked at first, so that a call without a task costs next to nothing and takes no lock.
 constinit std::atomic<std::size_t> g_failures{0};
 constinit std::atomic<const sim::Devices*> g_devices{nullptr};
-thread_local constinit bool t_inside_device = false;
+thread_local constinit bool t_unfailing = false;
 
 // The simulated camera's child comes from a fork of the test program and must see the system as it is.
 [[maybe_unused]] const int kSwitchedOffInChildren = pthread_atfork(nullptr, nullptr, [] {
@@ -57,6 +57,7 @@ thread_local constinit bool t_inside_device = false;
 int open_file(const char* path, int flags, mode_t mode) {
   long result = 0;
   if (fails("open", result)) return static_cast<int>(result);
+  const Unfailing unfailing;
   const sim::Devices* const devices = g_devices;
   const std::string file = devices != nullptr && path != nullptr ? devices->redirect(path) : "";
   return REAL(open)(file.empty() ? path : file.c_str(), flags | O_LARGEFILE, mode);
@@ -65,10 +66,8 @@ int open_file(const char* path, int flags, mode_t mode) {
 bool control_device(int fd, unsigned long request, void* argument, int& result) {
   const sim::Devices* const devices = g_devices;
   if (devices == nullptr) return false;
-  t_inside_device = true;
-  const bool done = devices->ioctl(fd, request, argument, result);
-  t_inside_device = false;
-  return done;
+  const Unfailing unfailing;
+  return devices->ioctl(fd, request, argument, result);
 }
 
 }  // namespace
@@ -79,7 +78,8 @@ void* real_function(const char* name) {
 }
 
 bool fails(const char* name, long& result) {
-  if (g_failures == 0 || t_inside_device) return false;
+  if (g_failures == 0 || t_unfailing) return false;
+  const Unfailing unfailing;
   std::lock_guard lock(all_failures().mutex);
   auto& waiting = all_failures().waiting;
   for (auto failure = waiting.begin(); failure != waiting.end(); ++failure) {
@@ -93,13 +93,18 @@ bool fails(const char* name, long& result) {
   return false;
 }
 
+Unfailing::Unfailing() : before_(t_unfailing) { t_unfailing = true; }
+Unfailing::~Unfailing() { t_unfailing = before_; }
+
 void fail_next(const std::string& name, int error, int nth, long result) {
+  const Unfailing unfailing;
   std::lock_guard lock(all_failures().mutex);
   all_failures().waiting.push_back({name, error, nth, result});
   g_failures = all_failures().waiting.size();
 }
 
 void clear_failures() {
+  const Unfailing unfailing;
   std::lock_guard lock(all_failures().mutex);
   all_failures().waiting.clear();
   g_failures = 0;
@@ -134,8 +139,13 @@ FAILING(int, shmget, "shmget", (key_t key, std::size_t size, int flags) noexcept
         static_cast<int>(result))
 FAILING(void*, shmat, "shmat", (int id, const void* address, int flags) noexcept, (id, address, flags),
         reinterpret_cast<void*>(result))
-FAILING(int, shmdt, "shmdt", (const void* address) noexcept, (address), static_cast<int>(result))
 // clang-format on
+
+STAND_IN int shmdt(const void* address) noexcept {
+  const int detached = REAL(shmdt)(address);
+  long result = 0;
+  return fails("shmdt", result) ? static_cast<int>(result) : detached;
+}
 
 STAND_IN int pthread_join(pthread_t thread, void** value) {
   const int joined = REAL(pthread_join)(thread, value);
@@ -144,9 +154,10 @@ STAND_IN int pthread_join(pthread_t thread, void** value) {
 }
 
 STAND_IN int semtimedop(int id, sembuf* operations, std::size_t count, const timespec* limit) noexcept {
+  shake();
   long result = 0;
   if (operations->sem_op < 0 && fails("lock", result)) return -1;
-  const int done = REAL(semtimedop)(id, operations, count, limit);
+  const int done = wait_for_semaphore(id, operations, count, limit);
   return done == 0 && operations->sem_op > 0 && fails("unlock", result) ? -1 : done;
 }
 

@@ -13,7 +13,8 @@ namespace ipcam::test {
 
 // While one is alive, usleep, sleep, nanosleep and clock_nanosleep of every thread return at once, and
 // CLOCK_MONOTONIC and CLOCK_REALTIME move only by what has been waited. A wait for the doorbell is real, but ends at
-// once, as if its limit had passed, when the camera will not ring in time. One at a time. Any thread.
+// once, as if its limit had passed, when the camera will not ring in time; so does one for the semaphore when the
+// camera is stopped. One at a time. Any thread.
 // Not faked: time(), and limited waits on condition variables, which therefore do not belong in faked code.
 class FakeClock {
  public:
@@ -51,14 +52,18 @@ bool eventually(Condition condition) {
 void use_devices(const sim::Devices* devices);
 
 // The `nth` call (0: the next) of the function `name` from now on is not made; it fails with `error`, or gives
-// `result` instead, in whatever thread it happens. Functions: "open", "close", "read", "write", "lseek", "ioctl",
-// "fopen", "fread", "ftok", "semget", "shmget", "shmat", "shmdt", "kill", "signal", "sigprocmask" (pthread_sigmask
-// too), "sigtimedwait", "sigwaitinfo", "pthread_create" (gives `error`), "pthread_join" (gives `error`; the join is
-// made), "new" (throws std::bad_alloc), "lock" (a semaphore operation -1) and "unlock" (+1; it is made, but fails).
+// `result` instead, in whatever thread it happens. Functions: "open", "read", "write", "lseek", "ioctl",
+// "fopen", "fread", "ftok", "semget", "shmget", "shmat", "kill", "signal", "sigprocmask" (pthread_sigmask too),
+// "sigtimedwait", "sigwaitinfo", "pthread_create" (gives `error`), "new" (throws std::bad_alloc), "lock" (a semaphore
+// operation -1). These are made, but fail: "close", "unlock" (+1), "shmdt", "pthread_join" (gives `error`).
 // Several may be waiting at a time.
 void fail_next(const std::string& name, int error, int nth = 0, long result = -1);
 void clear_failures();
 // Failures that have not happened yet.
 int failures_left();
+
+// Until it is called with 0, threads are delayed at random when they take a mutex, operate or wait on a semaphore,
+// send the doorbell or wait for it. Each seed gives delays of its own.
+void shake_schedules(std::uint32_t seed);
 
 }  // namespace ipcam::test

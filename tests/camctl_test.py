@@ -1,0 +1,389 @@
+"""Uses camctl against a running camsim, as a person would. Arguments: source directory, build directory."""
+import ctypes
+import json
+import os
+import pathlib
+import pty
+import re
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+SOURCE, BUILD = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
+CAMCTL, CAMSIM = str(BUILD / 'bin/camctl'), str(BUILD / 'bin/camsim')
+CONFIG = pathlib.Path('/tmp/config')
+SETTINGS = """color = color
+wb_mode = onepush
+saturation = 3
+sharpness = 3
+contrast = 3
+expcomp = 9
+auto_shutter = on
+exposure_mode = 3
+agc_max_gain = 3
+binning_mode = manual
+"""
+
+
+def enter_world():
+    """Namespaces, /tmp and /var/tmp of the test's own; a source or build folder below them stays where it is."""
+    if os.environ.get('CAMCTL_TEST_WORLD') != '1':
+        rights = [] if os.geteuid() == 0 else ['--map-root-user']
+        command = ['unshare', '--mount', '--ipc', *rights, sys.executable, *sys.argv]
+        os.execvpe('unshare', command, {**os.environ, 'CAMCTL_TEST_WORLD': '1'})
+    kept = [(path, os.open(path, os.O_PATH)) for path in (SOURCE, BUILD)]
+    for folder in ('/tmp', '/var/tmp'):
+        subprocess.run(['mount', '-t', 'tmpfs', 'tests', folder], check=True)
+    for path, fd in kept:
+        if path.is_relative_to('/tmp') or path.is_relative_to('/var/tmp'):
+            path.mkdir(parents=True)
+            # The system call, since mount(8) would follow the link to the empty folder.
+            bind = 4096
+            assert ctypes.CDLL(None).mount(f'/proc/self/fd/{fd}'.encode(), bytes(path), None, bind, None) == 0
+    os.chdir('/tmp')
+    CONFIG.mkdir()
+    os.environ['IPCAM_CONFIG_DIR'] = str(CONFIG)
+
+
+def camctl(*arguments, text_in='', under=()):
+    return subprocess.run([*under, CAMCTL, *arguments], input=text_in, capture_output=True, text=True, timeout=60)
+
+
+def on_terminal(command, answer='', **environment):
+    """Exit code and output of a command whose input and output are a terminal."""
+    child, terminal = pty.fork()
+    if child == 0:
+        os.execvpe(command[0], command, {**os.environ, **environment})
+    os.write(terminal, answer.encode())
+    output = b''
+    try:
+        while piece := os.read(terminal, 4096):
+            output += piece
+    except OSError:
+        pass  # the terminal goes with its last user
+    return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), output.decode()
+
+
+def store(text=SETTINGS):
+    (CONFIG / 'all.conf').write_bytes(bytes(880))
+    pathlib.Path('settings.txt').write_text(text)
+    assert camctl('config', 'restore', 'settings.txt').returncode == 0
+
+
+class Camera:
+    """A running camsim; `trace` is every exchange so far, as it prints them."""
+
+    def __init__(self, *options):
+        self.options = options
+
+    def __enter__(self):
+        self.process = subprocess.Popen([CAMSIM, 'run', '--trace', *self.options], stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE, text=True)
+        assert 'serving requests' in self.process.stderr.readline()
+        return self
+
+    def __exit__(self, *_):
+        self.send(signal.SIGCONT)
+        self.stop()
+
+    def send(self, number):
+        if self.process.poll() is None:
+            self.process.send_signal(number)
+
+    def stop(self, number=signal.SIGTERM):
+        self.send(number)
+        self.trace = self.process.communicate()[0].splitlines()
+
+
+def traffic_of(*arguments):
+    store()
+    with Camera() as camera:
+        result = camctl(*arguments)
+    return result, camera.trace
+
+
+class CamctlTest(unittest.TestCase):
+    def setUp(self):
+        store()
+        for file in pathlib.Path('/var/tmp').iterdir():
+            file.unlink()
+
+    def check(self, result, code, stderr=None):
+        self.assertEqual(result.returncode, code, result.args + [result.stdout, result.stderr])
+        if stderr is not None:
+            self.assertIn(stderr, result.stderr)
+        return result
+
+    def results(self, *arguments, code=0):
+        document = json.loads(self.check(camctl(*arguments, '--json'), code).stdout)
+        self.assertEqual('error' in document, code != 0)
+        return document['results']
+
+    def test_set_sends_the_request_and_shows_what_was_written(self):
+        result, trace = traffic_of('set', 'saturation=4')
+        self.check(result, 0, 'starting a control thread')
+        self.assertEqual(result.stdout, 'saturation=4\n'
+                         '  10/0x09  saturation              mask 0xff  0x80 -> 0xa0\n')
+        self.assertEqual(trace[-3:], ['r 10/0x09 -> 03 01 80', 'w 10/0x09=0xa0 -> 02 01', 'r 10/0x09 -> 03 01 a0'])
+
+    def test_what_a_worker_writes_meanwhile_is_not_the_requests(self):
+        subprocess.run([CAMSIM, 'factory'], check=True, capture_output=True)  # starts the worker of register 9/3
+        result, trace = traffic_of('set', 'contrast=0', 'dnmode=on', 'contrast=1')
+        self.assertEqual(re.findall(r'^(\S+=\S+)$', self.check(result, 0).stdout, re.M),
+                         ['contrast=0', 'dnmode=on', 'contrast=1'])
+        self.assertTrue(any(line.startswith('w 9/0x03') for line in trace[-15:]), trace)
+        self.assertNotIn('9/0x03', result.stdout)
+
+    def test_dry_run_shows_the_same_writes_and_writes_nothing(self):
+        result, trace = traffic_of('set', '--dry-run', 'saturation=4', 'iris-hold=on')
+        self.check(result, 0)
+        self.assertIn('  10/0x09  saturation              mask 0xff  0x80 -> 0xa0\n', result.stdout)
+        self.assertTrue(trace and all(line.startswith('r ') for line in trace), trace)
+        self.assertEqual(self.results('config', 'show', 'hold_iris_open')[0]['value'], 0)
+
+    def test_dry_run_starts_from_the_real_registers(self):
+        with Camera('--set', '10/0x0a=2'):
+            shown = self.results('set', '--dry-run', 'color=monochrome')
+        self.assertEqual([(w['mask'], w['old'], w['new']) for w in shown[0]['registers']], [(3, 2, 3)])
+
+    def test_every_value_of_every_setting_is_accepted_and_those_beside_are_not(self):
+        subprocess.run([CAMSIM, 'factory'], check=True, capture_output=True)
+        session, refused = [], []
+        for row in self.results('list'):
+            if row['kind'] != 'setting':
+                continue
+            name = row['name']
+            values = list(row['words']) if 'words' in row else row['range']
+            numbers = list(row['words'].values()) if 'words' in row else row['range']
+            if name == 'force-binning':
+                values = ['on', 'end']
+            elif 'binning' in name and name != 'binning-mode':
+                values = values[:1]  # a second each
+            session += [f'set {name}={value}' for value in values]
+            refused += [f'{name}={min(numbers) - 1}', f'{name}={max(numbers) + 1}', f'{name}=', f'{name}=x']
+        with Camera():
+            self.check(camctl('shell', text_in='\n'.join(session)), 0)
+        for assignment in refused:
+            self.check(camctl('set', 'saturation=3', assignment), 2, assignment)
+
+    def test_exit_codes(self):
+        _, trace = traffic_of('set', 'saturation=4')
+        read, write = len(trace) - 3, len(trace) - 2
+        idle = ()
+        for options, arguments, code, message in [
+                (idle, ['set', 'binning=on'], 1, 'refused (needs the white-balance adjustment file'),
+                (idle, ['do', 'onepush'], 0, ''),
+                ((f'--fault=reply_255:{read}',), ['set', 'saturation=4'], 1, 'set saturation=4: the camera refused'),
+                ((f'--fault=wrong_status:{write}',), ['set', 'saturation=4'], 1, 'set saturation=4: '),
+                (('--fault=reply_255:0:3',), ['reg', 'read', '10/9'], 1, 'reg read: the camera refused'),
+                (('--fault=reply_255:0:1',), ['reg', 'read', '10/9'], 0, ''),
+                ((f'--fault=no_reply:{read}',), ['set', 'saturation=4'], 3, 'set saturation=4: no reply'),
+                ((f'--fault=no_reply:{write}',), ['set', 'saturation=4'], 3, 'set saturation=4: no reply'),
+                (('--fault=no_reply',), ['reg', 'write', 'saturation=1'], 3, 'reg write: no reply'),
+                (('--fault=no_reply',), ['doctor'], 3, 'exchange'),
+                (idle, ['reg', 'watch', 'saturation', '--count=1', '--timeout=1'], 3, '0 of 1 changes seen'),
+                (('--fault=die_before',), ['reg', 'read', 'saturation'], 4, 'which is gone'),
+                (idle, ['set', 'saturaton=3'], 2, 'no setting saturaton, did you mean saturation'),
+                (idle, ['set', 'wb=outdor'], 2, 'did you mean outdoor'),
+                (idle, ['set', 'shutter=3'], 2, 'use camctl config set shutter_speed=VALUE'),
+                (idle, ['get', 'iris-hold'], 2, 'ask in camctl shell'),
+                (idle, ['do', 'onepsh'], 2, 'did you mean onepush'),
+                (idle, ['reg', 'write', 'saturation=256'], 2, 'no value 256 (0 to 0xff)'),
+                (idle, ['reg', 'read', '256/0'], 2, 'no register 256/0'),
+                (idle, ['flash', 'store'], 2, 'no terminal to ask on, use --yes'),
+                (idle, ['lsit'], 2, 'no command lsit, did you mean list'),
+                (idle, ['config', 'save', '/nowhere/file'], 2, 'No such file or directory'),
+                (idle, ['bench', '--count', '0'], 2, '--count')]:
+            with self.subTest(options=options, arguments=arguments), Camera(*options):
+                result = self.check(camctl(*arguments, '--json'), code, message)
+                answer = json.loads(result.stdout.splitlines()[-1])
+                self.assertEqual(answer.get('error', {}).get('code', 0), code)
+
+    def test_without_a_comm_application_commands_end_with_4(self):
+        for arguments in (['set', 'saturation=3'], ['set', '--dry-run', 'saturation=3'], ['get', 'icr'], ['shell'],
+                          ['reg', 'dump', '10'], ['doctor'], ['flash', 'sdram'], ['bench']):
+            with self.subTest(arguments=arguments):
+                self.results(*arguments, code=4)
+
+    def test_a_record_that_a_dead_process_holds_is_busy_and_doctor_says_so(self):
+        with Camera() as camera:
+            camera.send(signal.SIGSTOP)
+            victim = subprocess.Popen([CAMCTL, 'reg', 'read', 'saturation'], stderr=subprocess.DEVNULL)
+            time.sleep(0.3)
+            victim.kill()
+            victim.wait()
+            self.check(camctl('reg', 'read', 'saturation'), 5, f'held by process {victim.pid}, which is gone')
+            self.check(camctl('set', 'saturation=3'), 5)
+            bad = [row for row in self.results('doctor', code=5) if not row['good']]
+            self.assertEqual([row['subject'] for row in bad], ['record'])
+            self.assertIn('restart the comm application', bad[0]['advice'])
+            camera.stop(signal.SIGKILL)
+            self.results('reg', 'read', 'saturation', code=4)
+
+    def test_unreadable_settings_are_refused_before_anything_is_sent(self):
+        (CONFIG / 'all.conf').write_bytes(bytes(879))
+        with Camera() as camera:
+            self.check(camctl('set', 'saturation=3'), 2, 'the stored settings cannot be read')
+            self.check(camctl('doctor'), 2, 'stored settings')
+        self.assertEqual(camera.trace, ['r 0/0x03 -> 03 01 00'])
+
+    def test_settings_that_the_library_refuses_end_with_1(self):
+        store('color = 2')
+        with Camera():
+            self.check(camctl('set', 'saturation=3'), 1, 'refused the stored settings')
+
+    def test_shell_keeps_its_control_thread(self):
+        session = '# a session\n\nget iris-hold\nset iris-hold=on\nget iris-hold\nset wb=onepush\ndo onepush\n' \
+                  'set nothing=1\nset --dry-run saturation=2\nreg read preset1_red_gain_lo\nquit\nset saturation=1\n'
+        with Camera() as camera:
+            result = self.check(camctl('shell', '--json', text_in=session), 2, 'no setting nothing')
+        answers = [json.loads(line) for line in result.stdout.splitlines()]
+        self.assertEqual(len(answers), 8)
+        self.assertEqual([answers[i]['results'][0]['value'] for i in (0, 2, 7)], [0, 1, 0x42])
+        self.assertEqual(answers[4]['results'][0]['registers'][-1]['new'], 5)
+        self.assertEqual(answers[6]['results'][0]['registers'][0]['new'], 0x60)
+        self.assertEqual(self.results('config', 'show', 'onepush_rgain')[0]['value'], 0x0e42)
+        self.assertNotIn('w 10/0x09=0x60 -> 02 01', camera.trace)
+
+    def test_nothing_sent_is_said(self):
+        store(SETTINGS + 'expcomp_gate = 1\n')
+        with Camera():
+            result = self.check(camctl('set', 'expcomp=4'), 0)
+        self.assertIn('nothing sent (has an effect only while the stored expcomp_gate is 0, 3, 4 or 5)', result.stdout)
+
+    def test_raw_registers(self):
+        with Camera('--set', '10/0x0a=0x11'):
+            self.assertEqual(self.check(camctl('reg', 'read', 'effect', '10/9'), 0).stdout,
+                             '10/0x0a effect = 0x11\n10/0x09 saturation = 0x00\n')
+            written = self.results('reg', 'write', 'effect=0xff', '20/5=0x33:0x0f')
+            self.assertEqual([(w['mask'], w['old'], w['new']) for w in written], [(3, 0x11, 0x13), (0x0f, 0, 3)])
+            self.assertEqual(self.results('reg', 'dump', '10', '9', '0xa')[0]['values'], [0, 0x13])
+            self.assertIn('\n0x00                                 13 00\n',
+                          self.check(camctl('reg', 'dump', '10', '10', '11'), 0).stdout)
+
+    def test_watch_shows_the_state_then_each_change_at_once(self):
+        with Camera():
+            watch = subprocess.Popen([CAMCTL, 'reg', 'watch', 'hue', 'brightness', '--count=1', '--interval=20', '--json'],
+                                     stdout=subprocess.PIPE, text=True)
+            self.assertEqual([json.loads(watch.stdout.readline())['value'] for _ in range(2)], [0, 0])
+            self.check(camctl('reg', 'write', 'brightness=7'), 0)
+            change = json.loads(watch.stdout.readline())
+            self.assertEqual((change['name'], change['old'], change['value'], watch.wait(10)), ('brightness', 0, 7, 0))
+            watch.stdout.close()
+
+    def test_every_json_answer_can_be_parsed(self):
+        with Camera():
+            for line in ('list', 'set saturation=3', 'do exposure', 'get icr', 'reg read 10/9', 'reg write 10/9=1',
+                         'reg dump 10', 'reg list', 'config show', 'config set saturation=2', 'config save a.txt',
+                         'config restore a.txt', 'config diff a.txt', 'doctor', 'flash sdram', 'bench --count 3 --requests',
+                         'list --help', '--version', 'document registers'):
+                with self.subTest(line=line):
+                    self.assertEqual(self.results(*line.split()) == [], line == 'config diff a.txt')
+
+    def test_config_files_carry_the_whole_record(self):
+        record = bytes((7 * i + 3) % 251 for i in range(880))
+        (CONFIG / 'all.conf').write_bytes(record)
+        self.check(camctl('config', 'save', 'saved.txt'), 0)
+        store()
+        self.check(camctl('config', 'restore', 'saved.txt'), 0)
+        self.assertEqual((CONFIG / 'all.conf').read_bytes(), record)
+        self.check(camctl('config', 'set', 'wb-mode=indoor', 'saturation=6'), 0)
+        self.assertEqual([row['stored'] for row in self.results('config', 'diff', 'saved.txt')],
+                         ['wb_mode = indoor', 'saturation = 6'])
+        changed = [i for i, byte in enumerate((CONFIG / 'all.conf').read_bytes()) if byte != record[i]]
+        self.assertEqual(changed, [16, 17, 18, 19, 48, 49, 50, 51])
+
+    def test_a_bad_config_line_changes_nothing(self):
+        before = (CONFIG / 'all.conf').read_bytes()
+        for line in ('wb_mode', 'wb_mod = 1', 'saturation = x', 'icr_enable = 256', '0x010 = 00', '0x36f = 00 00',
+                     '0x0zz = 00', '0x000 = 100', '0x000 ='):
+            with self.subTest(line=line):
+                pathlib.Path('bad.txt').write_text(f'saturation = 5\n{line}\n')
+                self.check(camctl('config', 'restore', 'bad.txt'), 2, 'bad.txt line 2')
+                self.assertEqual((CONFIG / 'all.conf').read_bytes(), before)
+        self.check(camctl('config', 'set', 'saturation=5', 'shutter_speed=15'), 2, 'no value 15 (0 to 14)')
+        self.assertEqual((CONFIG / 'all.conf').read_bytes(), before)
+
+    def test_flash_asks_on_a_terminal(self):
+        for answer, code, text in (('n\n', 2, 'nothing done'), ('y\n', 0, 'stored to flash')):
+            got, output = on_terminal([CAMSIM, 'exec', CAMCTL, 'flash', 'store'], answer)
+            self.assertEqual(got, code, output)
+            self.assertIn(text, output)
+        self.check(camctl('flash', 'load', '--yes', under=[CAMSIM, 'exec']), 0)
+
+    def test_colour_is_for_terminals_and_only_where_it_is_wanted(self):
+        escape = '\033['
+        self.assertIn(escape, on_terminal([CAMCTL, 'list'], NO_COLOR='')[1])
+        self.assertNotIn(escape, on_terminal([CAMCTL, 'list'], NO_COLOR='1')[1])
+        self.assertNotIn(escape, camctl('list').stdout)
+
+    def test_a_terminal_shell_takes_commands_until_exit(self):
+        with Camera():
+            code, output = on_terminal([CAMCTL, 'shell'], 'set saturation=5\nexit\n')
+        self.assertEqual(code, 0, output)
+        self.assertIn('0x80 -> 0xc0', output)
+
+    def test_results_that_cannot_be_written_are_an_error(self):
+        with open('/dev/full', 'w') as full:
+            result = subprocess.run([CAMCTL, 'list', '--json'], stdout=full, stderr=subprocess.PIPE, text=True)
+        self.check(result, 2, 'No space left on device')
+
+    def test_an_interrupted_command_ends_as_the_signal_would_end_it(self):
+        with Camera():
+            watch = subprocess.Popen([CAMCTL, 'reg', 'watch', 'saturation'], stdout=subprocess.PIPE, text=True)
+            watch.stdout.readline()
+            watch.send_signal(signal.SIGINT)
+            self.assertEqual(watch.wait(10), -signal.SIGINT)
+            watch.stdout.close()
+            self.check(camctl('reg', 'read', 'saturation'), 0)
+
+    def test_documents_are_up_to_date(self):
+        subprocess.run([SOURCE / 'scripts/update-docs', CAMCTL, '/tmp'], check=True)
+        for name in ('registers.md', 'camctl.1.scd'):
+            self.assertEqual(pathlib.Path('/tmp', name).read_text(), (SOURCE / 'docs' / name).read_text(), name)
+
+    def test_help_man_page_and_completion_name_the_same(self):
+        def shown(command):
+            help_text = camctl(*command, '--help').stdout
+            names = re.findall(r'^  (\S+) ', help_text.split('Subcommands:\n')[1].split('\n\n')[0], re.M) \
+                if 'Subcommands:' in help_text else []
+            return names, set(re.findall(r'--[a-z-]+', help_text.split('Example:')[0]))
+
+        page = (SOURCE / 'docs/camctl.1.scd').read_text()
+        paths = [[]]
+        for path in paths:
+            names, options = shown(path)
+            self.assertEqual(camctl('complete', *path, '').stdout.split() if names else [], names)
+            self.assertEqual(set(camctl('complete', *path, '--').stdout.split()), options | {'--json'})
+            for option in options:
+                self.assertIn(f'*{option}*', page)
+            if path and not names:
+                self.assertRegex(page, rf'(?m)^(\*.*)?\*{" ".join(path)}\*')
+            paths += [path + [name] for name in names]
+        names = {row['name'] for row in self.results('list') if row['kind'] == 'setting'}
+        self.assertEqual({word.rstrip('=') for word in camctl('complete', 'set', '').stdout.split()}, names)
+
+    def test_bash_completes_behind_an_equals_sign(self):
+        script = 'source "$0"; COMP_LINE="$1 set wb=o"; COMP_POINT=${#COMP_LINE}; _camctl; echo "${COMPREPLY[*]}"'
+        result = subprocess.run(['bash', '-c', script, SOURCE / 'tools/camctl.bash', CAMCTL], capture_output=True, text=True)
+        self.assertEqual(result.stdout, 'outdoor onepush\n', result.stderr)
+
+    def test_every_table_register_has_a_name_and_its_mask(self):
+        masks = {(row['category'], row['byte']): row['mask'] for row in self.results('reg', 'list')}
+        expected, in_table = {}, False
+        for line in (SOURCE / 'tests/data/parameter_tables.txt').read_text().splitlines():
+            words = line.split()
+            if words and words[0] in ('table', 'values'):
+                in_table = words[0] == 'table'
+            elif words and in_table and words[0] != '#':
+                category, byte, mask, _ = (int(word, 0) for word in words)
+                expected[category, byte] = expected.get((category, byte), 0) | mask
+        self.assertGreater(len(expected), 100)
+        self.assertEqual({key: masks.get(key) for key in expected}, expected)
+
+
+if __name__ == '__main__':
+    enter_world()
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

@@ -1,0 +1,121 @@
+// Every operation, with every fault of the comm application in each of its exchanges.
+#include <algorithm>
+#include <random>
+
+#include "tests/support/operations.h"
+
+namespace ipcam::test {
+namespace {
+
+using sim::Fault;
+
+struct Cell {
+  const Operation* operation;
+  std::uint32_t exchange;
+  Fault fault;
+  std::uint32_t entry;
+};
+
+std::uint32_t entries_of(const std::string& exchange) {
+  return static_cast<std::uint32_t>(std::count(exchange.begin(), exchange.end(), ' '));
+}
+
+bool is_about_an_entry(Fault fault) {
+  return fault == Fault::wrong_status || fault == Fault::wrong_length_byte || fault == Fault::torn_entry;
+}
+
+// Faults that some exchange bears without a word.
+bool may_go_unnoticed(Fault fault) {
+  switch (fault) {
+    case Fault::extra_signals:
+    case Fault::die_after_doorbell:
+    case Fault::empty_reply:      // is the reply to a text's write
+    case Fault::count_too_small:  // does not matter to the all-to-SDRAM request
+    case Fault::count_too_large:
+    case Fault::negative_count:
+      return true;
+    default:
+      return false;
+  }
+}
+
+class FaultMatrix : public FaultTest {
+ protected:
+  std::vector<Cell> cells_of(const Operation& operation) {
+    operation.run();
+    camera.clear_traffic();
+    operation.run();
+    const Lines traffic = camera.traffic();
+    std::vector<Cell> cells;
+    for (std::uint32_t exchange = 0; exchange < traffic.size(); ++exchange) {
+      for (std::uint32_t fault = 1; fault < sim::kFaultNames.size(); ++fault) {
+        const std::uint32_t variants = is_about_an_entry(Fault{fault}) ? entries_of(traffic[exchange]) : 1;
+        for (std::uint32_t entry = 0; entry < variants; ++entry) {
+          cells.push_back({&operation, exchange, Fault{fault}, entry});
+        }
+      }
+    }
+    return cells;
+  }
+
+  // Returns false for a fault that did not happen, because this time the operation took another way.
+  bool survives(const Cell& cell) {
+    // Results may depend on what was done before, but not on whether it is done once more.
+    int without_fault = 0;
+    capture([&] { without_fault = cell.operation->run(); });
+    camera.clear_traffic();
+    camera.fault(cell.fault, {.exchange = cell.exchange, .entry = cell.entry});
+    int result = 0;
+    const Output output = capture([&] { result = cell.operation->run(); });
+    camera.settle();
+    camera.clear_faults();
+    const Lines traffic = camera.traffic();
+    const bool happened = std::ranges::any_of(traffic, [&](const std::string& line) {
+      return line.find(" !") != std::string::npos && entries_of(line) - 1 > cell.entry;
+    });
+
+    const bool told = output.err.find("[ERROR]") != std::string::npos || output.out.find("failed!") != std::string::npos;
+    EXPECT_TRUE(told || !happened || may_go_unnoticed(cell.fault)) << output.out << output.err;
+    if (cell.operation->result == Operation::kHidesFailures) {
+      EXPECT_EQ(result, without_fault);
+    } else if (cell.operation->result == Operation::kTellsFailures && cell.fault != Fault::empty_reply) {
+      EXPECT_EQ(result, told ? -1 : without_fault);
+    }
+    EXPECT_TRUE(camera.record_is_clean() || output.err.find("send user signal1") != std::string::npos);
+
+    if (camera.board().running == 0) camera.restart();
+    capture([&] { request(33, 8); });  // ends a measurement
+    expect_working_link();
+    clock->clear_waits();
+    return happened;
+  }
+};
+
+TEST_F(FaultMatrix, EachFaultCostsOneOperationOnly) {
+  ASSERT_EQ(start_control_thread(), 0);
+  std::vector<Operation> operations = request_operations(true);
+  for (const Operation& operation : direct_operations()) operations.push_back(operation);
+  std::vector<Cell> cells;
+  for (const Operation& operation : operations) {
+    for (const Cell& cell : cells_of(operation)) cells.push_back(cell);
+  }
+
+  std::printf("seed %u\n", proof_seed());
+  const std::size_t all = cells.size();
+  if (!whole_proof()) {
+    std::ranges::shuffle(cells, std::mt19937(proof_seed()));
+    cells.resize(static_cast<std::size_t>(figure("CAMERA_CELLS", 1000)));
+  }
+  int happened = 0;
+  for (const Cell& cell : cells) {
+    SCOPED_TRACE(cell.operation->name + ", exchange " + std::to_string(cell.exchange) + ", entry " +
+                 std::to_string(cell.entry) + ": " +
+                 std::string(sim::kFaultNames[static_cast<std::size_t>(cell.fault)]));
+    happened += survives(cell);
+    ASSERT_FALSE(HasFailure());
+  }
+  std::printf("%d of %zu cells, %d survivors\n", happened, all, happened);
+}
+
+}  // namespace
+}  // namespace ipcam::test
