@@ -265,8 +265,8 @@ class CamctlTest(unittest.TestCase):
 
     def test_watch_shows_the_state_then_each_change_at_once(self):
         with Camera():
-            watch = subprocess.Popen([CAMCTL, 'reg', 'watch', 'hue', 'brightness', '--count=1', '--interval=20', '--json'],
-                                     stdout=subprocess.PIPE, text=True)
+            watch = subprocess.Popen([CAMCTL, 'reg', 'watch', 'hue', 'brightness', '--count=1', '--interval=20',
+                                      '--json'], stdout=subprocess.PIPE, text=True)
             self.assertEqual([json.loads(watch.stdout.readline())['value'] for _ in range(2)], [0, 0])
             self.check(camctl('reg', 'write', 'brightness=7'), 0)
             change = json.loads(watch.stdout.readline())
@@ -277,8 +277,8 @@ class CamctlTest(unittest.TestCase):
         with Camera():
             for line in ('list', 'set saturation=3', 'do exposure', 'get icr', 'reg read 10/9', 'reg write 10/9=1',
                          'reg dump 10', 'reg list', 'config show', 'config set saturation=2', 'config save a.txt',
-                         'config restore a.txt', 'config diff a.txt', 'doctor', 'flash sdram', 'bench --count 3 --requests',
-                         'list --help', '--version', 'document registers'):
+                         'config restore a.txt', 'config diff a.txt', 'doctor', 'flash sdram',
+                         'bench --count 3 --requests', 'list --help', '--version', 'document registers'):
                 with self.subTest(line=line):
                     self.assertEqual(self.results(*line.split()) == [], line == 'config diff a.txt')
 
@@ -367,7 +367,8 @@ class CamctlTest(unittest.TestCase):
 
     def test_bash_completes_behind_an_equals_sign(self):
         script = 'source "$0"; COMP_LINE="$1 set wb=o"; COMP_POINT=${#COMP_LINE}; _camctl; echo "${COMPREPLY[*]}"'
-        result = subprocess.run(['bash', '-c', script, SOURCE / 'tools/camctl.bash', CAMCTL], capture_output=True, text=True)
+        result = subprocess.run(['bash', '-c', script, SOURCE / 'tools/camctl.bash', CAMCTL],
+                                capture_output=True, text=True)
         self.assertEqual(result.stdout, 'outdoor onepush\n', result.stderr)
 
     def test_every_table_register_has_a_name_and_its_mask(self):

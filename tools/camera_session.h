@@ -1,0 +1,46 @@
+// The library's control thread, held for one command or for a whole shell.
+#pragma once
+
+#include <string>
+
+#include "tools/exchange_log.h"
+#include "tools/output.h"
+#include "tools/register_port.h"
+#include "tools/settings_table.h"
+
+namespace ipcam::tools {
+
+// What a request did.
+struct RequestOutcome {
+  std::vector<RegisterWrite> writes;  // carried out, in the order sent
+};
+
+// One per process at a time. The control thread applies the stored settings when it starts; when it ends, an iris
+// hold and a running one-push measurement are lost.
+class CameraSession {
+ public:
+  // Starts the control thread and waits until it serves requests. Throws CommandError.
+  explicit CameraSession(const std::string& tried);
+  ~CameraSession();
+  CameraSession(const CameraSession&) = delete;
+  CameraSession& operator=(const CameraSession&) = delete;
+
+  RegisterPort& port() { return port_; }
+
+  // Sends the request of a setting or a trigger, waits until the worker that it started has ended if it is to be
+  // waited for, and makes sure that the registers hold what was sent: a request's own result says nothing about
+  // that. Throws CommandError when the value was refused or the registers could not be set.
+  RequestOutcome request(const Setting& setting, int value, const std::string& tried);
+
+  // Answer of the iris hold query.
+  int query(const Setting& setting, const std::string& tried);
+
+ private:
+  int find_control_thread(const std::string& tried);
+  void check_registers(const std::vector<RegisterWrite>& writes, const std::string& tried);
+
+  ControlThreadPort port_;
+  int control_thread_ = 0;  // its id
+};
+
+}  // namespace ipcam::tools

@@ -1,0 +1,281 @@
+// The command line of camctl: commands, options, help, exit codes and completion.
+#include "tools/cli.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+#include <functional>
+
+#include "tools/completion.h"
+#include "tools/settings_table.h"
+
+namespace ipcam::tools {
+
+namespace {
+
+constexpr char kExitCodes[] =
+    "Exit codes:\n"
+    "  0  done\n"
+    "  1  refused by the camera\n"
+    "  2  wrong usage: arguments, files or rights\n"
+    "  3  timed out\n"
+    "  4  no comm application\n"
+    "  5  busy: another process holds the record";
+
+// One parse of one line: the options' values live here.
+class CommandLine {
+ public:
+  explicit CommandLine(Context& context) : context_(context) {
+    app_.set_version_flag("--version", CAMCTL_VERSION);
+    app_.add_flag("--json", json_, "Results as JSON");
+    app_.require_subcommand(1);
+    app_.footer(std::string("Example:\n  camctl set saturation=3 wb=outdoor\n\n") + kExitCodes);
+    add_settings_commands();
+    add_reg_commands();
+    add_config_commands();
+    add_service_commands();
+    if (context_.session == nullptr) add_commands_outside_shell();
+  }
+
+  int run(const Words& words);
+
+ private:
+  using Action = std::function<void()>;
+
+  CLI::App* add(CLI::App* parent, const std::string& name, const std::string& purpose, const std::string& example) {
+    CLI::App* command = parent->add_subcommand(name, purpose);
+    command->fallthrough();
+    command->footer("Example:\n  camctl " + example + "\n\n" + kExitCodes);
+    return command;
+  }
+  CLI::App* add_family(const std::string& name, const std::string& purpose) {
+    CLI::App* family = app_.add_subcommand(name, purpose);
+    family->fallthrough()->require_subcommand(1)->footer(kExitCodes);
+    return family;
+  }
+  // The results of the action end with the action.
+  void on(CLI::App* command, Action action) {
+    command->callback([this, action] {
+      action_ = [this, action] {
+        action();
+        context_.out.finish();
+        return static_cast<int>(kDone);
+      };
+    });
+  }
+  void on_code(CLI::App* command, std::function<int()> action) {
+    command->callback([this, action] { action_ = action; });
+  }
+
+  void add_settings_commands();
+  void add_reg_commands();
+  void add_config_commands();
+  void add_service_commands();
+  void add_commands_outside_shell();
+
+  int run_or_show(const std::vector<Request>& requests) {
+    if (dry_run_) return run_dry(context_, requests, words_);
+    run_requests(context_, requests);
+    context_.out.finish();
+    return kDone;
+  }
+
+  Context& context_;
+  CLI::App app_{"camctl: sets, reads and examines the camera's image control", "camctl"};
+  std::function<int()> action_;
+  Words words_;
+
+  bool json_ = false;
+  bool dry_run_ = false;
+  Words names_;
+  std::string name_;
+  DumpRange dump_;
+  WatchLimits watch_;
+  bool yes_ = false;
+  int bench_count_ = 1000;
+  bool bench_requests_ = false;
+};
+
+void CommandLine::add_settings_commands() {
+  CLI::App* list = add(&app_, "list", "Show the settings, their values and what they do", "list saturation wb");
+  list->add_option("NAME", names_, "Settings to show; all by default");
+  on(list, [this] { list_settings(context_, names_); });
+
+  CLI::App* set = add(&app_, "set", "Change settings", "set saturation=3 wb=outdoor");
+  set->add_option("NAME=VALUE", names_, "Settings and values of camctl list")->required();
+  set->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  on_code(set, [this] { return run_or_show(parse_assignments(names_)); });
+
+  CLI::App* trigger = add(&app_, "do", "Start an action", "do exposure");
+  trigger->add_option("NAME", name_, "Trigger of camctl list")->required();
+  trigger->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  on_code(trigger, [this] { return run_or_show({parse_trigger(name_)}); });
+
+  CLI::App* get = add(&app_, "get", "Ask the camera for a state", "get icr");
+  get->add_option("NAME", name_, "Query of camctl list")->required();
+  on(get, [this] { get_query(context_, name_); });
+}
+
+void CommandLine::add_reg_commands() {
+  constexpr char kRegister[] = "CATEGORY/BYTE, or a name of camctl reg list";
+  CLI::App* reg = add_family("reg", "Read and write raw registers");
+
+  CLI::App* read = add(reg, "read", "Read registers", "reg read saturation 12/0x7c");
+  read->add_option("REGISTER", names_, kRegister)->required();
+  on(read, [this] { reg_read(context_, names_); });
+
+  CLI::App* write = add(reg, "write", "Write registers under their mask", "reg write saturation=0x80 2/3=1:0x03");
+  write->add_option("REGISTER=VALUE[:MASK]", names_, "What to write; by default under the register's own mask")
+      ->required();
+  on(write, [this] { reg_write(context_, names_); });
+
+  CLI::App* dump = add(reg, "dump", "Show a category's registers in a grid", "reg dump 12 0x70 0x8f");
+  dump->add_option("CATEGORY", dump_.category, "0 to 255")->required()->check(CLI::Range(0, 0xff));
+  dump->add_option("FIRST", dump_.first, "First byte number")->capture_default_str()->check(CLI::Range(0, 0xffff));
+  dump->add_option("LAST", dump_.last, "Last byte number")->capture_default_str()->check(CLI::Range(0, 0xffff));
+  on(dump, [this] { reg_dump(context_, dump_); });
+
+  CLI::App* watch = add(reg, "watch", "Show registers, then each change", "reg watch shutter_value --timeout 10");
+  watch->add_option("REGISTER", names_, kRegister)->required();
+  watch->add_option("--count", watch_.count, "End after so many changes")->check(CLI::Range(1, 1000000));
+  watch->add_option("--timeout", watch_.timeout_s, "End after so many seconds")->check(CLI::Range(1, 86400));
+  watch->add_option("--interval", watch_.interval_ms, "Milliseconds between reads")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 60000));
+  on_code(watch, [this] {
+    reg_watch(context_, names_, watch_);
+    return static_cast<int>(kDone);
+  });
+
+  on(add(reg, "list", "Show the names of registers", "reg list"), [this] { reg_list(context_); });
+}
+
+void CommandLine::add_config_commands() {
+  CLI::App* config = add_family("config", "Look at and change the stored settings");
+
+  CLI::App* show = add(config, "show", "Show stored fields", "config show wb_mode");
+  show->add_option("FIELD", names_, "Fields to show; all by default");
+  on(show, [this] { config_show(context_, names_); });
+
+  CLI::App* set = add(config, "set", "Change stored fields", "config set shutter_speed=3 auto_shutter=off");
+  set->add_option("FIELD=VALUE", names_, "Fields and values")->required();
+  on(set, [this] { config_set(context_, names_); });
+
+  CLI::App* save = add(config, "save", "Save the stored settings as a text file", "config save before.txt");
+  save->add_option("FILE", name_, "File to write; - for standard output")->required();
+  on(save, [this] { config_save(context_, name_); });
+
+  CLI::App* restore = add(config, "restore", "Store what a saved file says", "config restore before.txt");
+  restore->add_option("FILE", name_, "File of camctl config save; lines may be left out")->required();
+  on(restore, [this] { config_restore(context_, name_); });
+
+  CLI::App* diff = add(config, "diff", "Compare the stored settings with a saved file", "config diff before.txt");
+  diff->add_option("FILE", name_, "File of camctl config save")->required();
+  on(diff, [this] { config_diff(context_, name_); });
+}
+
+void CommandLine::add_service_commands() {
+  on(add(&app_, "doctor", "Examine the link to the camera and say what to do", "doctor"), [this] { doctor(context_); });
+
+  CLI::App* flash_family = add_family("flash", "Copy the image processor's parameters");
+  CLI::App* load = add(flash_family, "load", "Load the parameter area from flash", "flash load --yes");
+  CLI::App* store = add(flash_family, "store", "Store the parameter area to flash", "flash store --yes");
+  for (CLI::App* command : {load, store}) command->add_flag("--yes", yes_, "Do not ask");
+  on(load, [this] { flash(context_, FlashAction::kLoad, yes_); });
+  on(store, [this] { flash(context_, FlashAction::kStore, yes_); });
+  on(add(flash_family, "sdram", "Tell the sub CPU to put all into SDRAM", "flash sdram"),
+     [this] { flash(context_, FlashAction::kAllToSdram, yes_); });
+
+  CLI::App* bench_command = add(&app_, "bench", "Measure latencies against the bare system calls", "bench --count 200");
+  bench_command->add_option("--count", bench_count_, "Samples of each kind")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 1000000));
+  bench_command->add_flag("--requests", bench_requests_, "Requests to the control thread too");
+  on(bench_command, [this] { bench(context_, bench_count_, bench_requests_); });
+}
+
+// A shell in a shell would need a second control thread; the document commands serve the project itself.
+void CommandLine::add_commands_outside_shell() {
+  CLI::App* shell = add(&app_, "shell", "Run commands, one a line, with one control thread", "shell < session.txt");
+  on_code(shell, [this] { return run_shell(context_); });
+
+  CLI::App* document = app_.add_subcommand("document", "Generated parts of the documentation");
+  document->group("")->fallthrough()->require_subcommand(1);
+  const auto show = [this](const std::string& text) { context_.out.result({{"text", text}}, text); };
+  on(document->add_subcommand("settings", "Section of the man page")->fallthrough(), [=] { show(man_settings()); });
+  on(document->add_subcommand("registers", "Register map")->fallthrough(), [=] { show(register_document()); });
+}
+
+// A sentence of the parser's as the end of a message; names in capitals stay.
+std::string lower_first(std::string text) {
+  const auto is_upper = [&](std::size_t i) { return std::isupper(static_cast<unsigned char>(text[i])) != 0; };
+  if (text.size() > 1 && is_upper(0) && !is_upper(1)) text[0] = static_cast<char>(text[0] - 'A' + 'a');
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  return text;
+}
+
+std::string joined(const Words& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
+  return text;
+}
+
+// The parser would only say that a word was not expected.
+void refuse_unknown_command(const CLI::App& app, const Words& words) {
+  const CLI::App* level = &app;
+  for (const std::string& word : words) {
+    if (word.starts_with('-')) continue;
+    if (level->get_subcommands({}).empty()) return;
+    const CLI::App* next = find_subcommand(*level, word);
+    if (next == nullptr) {
+      const Words known = subcommands(*level);
+      throw CommandError(kUsage,
+                         joined(words) + ": no command " + word + did_you_mean(word, {known.begin(), known.end()}));
+    }
+    level = next;
+  }
+}
+
+int CommandLine::run(const Words& words) {
+  // For the shell's completion; the words behind it are another command line, not this one's.
+  if (!words.empty() && words[0] == "complete") {
+    for (const std::string& word : candidates(app_, {words.begin() + 1, words.end()})) context_.out.line(word);
+    return kDone;
+  }
+  refuse_unknown_command(app_, words);
+  words_ = words;
+  Words reversed(words.rbegin(), words.rend());  // as the parser takes them
+  try {
+    app_.parse(reversed);
+  } catch (const CLI::CallForHelp&) {
+    const std::string help = app_.help();
+    context_.out.result({{"help", help}}, help);
+    context_.out.finish();
+    return kDone;
+  } catch (const CLI::CallForVersion& version) {
+    context_.out.result({{"version", version.what()}}, version.what());
+    context_.out.finish();
+    return kDone;
+  } catch (const CLI::ParseError& error) {
+    throw CommandError(
+        kUsage, (words.empty() ? "command line" : joined(words)) + ": " + lower_first(error.what()) + ", see --help");
+  }
+  return action_();
+}
+
+}  // namespace
+
+int run_command_line(Context& context, const Words& words) {
+  if (std::find(words.begin(), words.end(), "--json") != words.end()) context.out.use_json(true);
+  try {
+    return CommandLine(context).run(words);
+  } catch (const CommandError& error) {
+    context.out.fail(error);
+    return error.code();
+  } catch (const std::exception& error) {
+    context.out.fail(CommandError(kUsage, joined(words) + ": " + error.what()));
+    return kUsage;
+  }
+}
+
+}  // namespace ipcam::tools

@@ -1,0 +1,89 @@
+// The commands of camctl. Each throws CommandError when it fails.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/camera_session.h"
+#include "tools/output.h"
+#include "tools/register_port.h"
+
+namespace ipcam::tools {
+
+using Words = std::vector<std::string>;
+
+// What commands share: where results go, and, in a shell, the control thread that it holds.
+struct Context {
+  Output& out;
+  CameraSession* session = nullptr;
+};
+
+// The port of the shell's control thread, or one of the command's own once the link is known to carry requests.
+class BorrowedPort {
+ public:
+  BorrowedPort(Context& context, const std::string& tried);
+  RegisterPort* operator->() { return port_; }
+
+ private:
+  std::optional<OwnPort> own_;
+  RegisterPort* port_;
+};
+
+// --- commands_settings.cpp ---
+struct Request {
+  const Setting* setting;
+  int value;
+  std::string text;  // "saturation=3", "onepush"
+};
+void list_settings(Context& context, const Words& names);
+std::vector<Request> parse_assignments(const Words& assignments);
+Request parse_trigger(const std::string& name);
+void run_requests(Context& context, const std::vector<Request>& requests);
+void get_query(Context& context, const std::string& name);
+// The table as a section of the man page.
+std::string man_settings();
+
+// --- dry_run.cpp ---
+// Shows what the requests would send; returns the exit code of the process that tried them.
+int run_dry(Context& context, const std::vector<Request>& requests, const Words& command_line);
+
+// --- commands_reg.cpp ---
+void reg_read(Context& context, const Words& registers);
+void reg_write(Context& context, const Words& assignments);
+struct DumpRange {
+  int category = 0;
+  int first = 0;
+  int last = 255;
+};
+void reg_dump(Context& context, const DumpRange& range);
+struct WatchLimits {
+  int count = 0;      // changes to wait for; 0: any number
+  int timeout_s = 0;  // 0: none
+  int interval_ms = 100;
+};
+void reg_watch(Context& context, const Words& registers, const WatchLimits& limits);
+void reg_list(Context& context);
+// docs/registers.md.
+std::string register_document();
+
+// --- commands_config.cpp ---
+void config_show(Context& context, const Words& names);
+void config_set(Context& context, const Words& assignments);
+void config_save(Context& context, const std::string& file);
+void config_restore(Context& context, const std::string& file);
+void config_diff(Context& context, const std::string& file);
+
+// --- commands_service.cpp ---
+void doctor(Context& context);
+enum class FlashAction { kLoad, kStore, kAllToSdram };
+void flash(Context& context, FlashAction action, bool yes);
+
+// --- commands_bench.cpp ---
+void bench(Context& context, int count, bool with_requests);
+
+// --- shell.cpp ---
+int run_shell(Context& context);
+
+}  // namespace ipcam::tools

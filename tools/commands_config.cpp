@@ -1,0 +1,138 @@
+// camctl config: the stored settings record.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "tools/commands.h"
+#include "tools/settings_table.h"
+#include "tools/stored_record.h"
+
+namespace ipcam::tools {
+
+namespace {
+
+camera::SettingsRecord stored_record(const std::string& tried) {
+  if (const auto record = read_stored_record()) return *record;
+  throw CommandError(kUsage, tried + ": the stored settings cannot be read (all.conf in the configuration directory)");
+}
+
+const Field& known_field(const std::string& name, const std::string& tried) {
+  if (const Field* field = find_field(name)) return *field;
+  throw CommandError(kUsage, tried + ": no field " + name + did_you_mean(name, field_names()));
+}
+
+std::string stored_text(const Field& field, int value) { return value_text(field.values, Form::kStored, value); }
+
+std::string read_file(const std::string& file, const std::string& tried) {
+  std::ifstream stream(file);
+  std::string text(std::istreambuf_iterator<char>(stream), {});
+  if (!stream.is_open() || stream.bad()) throw CommandError(kUsage, tried + ": " + std::strerror(errno));
+  return text;
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  for (std::size_t at = 0; at < text.size(); at = text.find('\n', at) + 1) {
+    lines.push_back(text.substr(at, text.find('\n', at) - at));
+  }
+  return lines;
+}
+
+}  // namespace
+
+void config_show(Context& context, const Words& names) {
+  for (const std::string& name : names) known_field(name, "config show " + name);
+  const camera::SettingsRecord record = stored_record("config show");
+  for (const Field& field : stored_fields()) {
+    const bool is_wanted = names.empty() || std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+                             return same_name(field.name, name);
+                           });
+    if (!is_wanted) continue;
+    const int value = field_value(record, field);
+    context.out.result(
+        {{"name", field.name},
+         {"offset", field.offset},
+         {"width", field.width},
+         {"value", value},
+         {"text", stored_text(field, value)},
+         {"meaning", field.meaning}},
+        padded(std::string(field.name) + " = " + stored_text(field, value), 36) + "# " + std::string(field.meaning));
+  }
+}
+
+void config_set(Context& context, const Words& assignments) {
+  struct Change {
+    const Field* field;
+    int value;
+  };
+  std::vector<Change> changes;
+  for (const std::string& text : assignments) {
+    const std::string tried = "config set " + text;
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos) throw CommandError(kUsage, tried + ": no value (FIELD=VALUE)");
+    const Field& field = known_field(text.substr(0, equals), tried);
+    const auto value = parse_value(field.values, Form::kStored, text.substr(equals + 1));
+    if (!value) {
+      throw CommandError(
+          kUsage, tried + ": no value " + text.substr(equals + 1) + " (" + describe(field.values, Form::kStored) + ")");
+    }
+    changes.push_back({&field, *value});
+  }
+
+  camera::SettingsRecord record = stored_record("config set");
+  const camera::SettingsRecord before = record;
+  for (const Change& change : changes) set_field(record, *change.field, change.value);
+  write_stored_record(record, "config set");
+  for (const Change& change : changes) {
+    const int old_value = field_value(before, *change.field);
+    context.out.result({{"name", change.field->name}, {"old", old_value}, {"new", change.value}},
+                       std::string(change.field->name) + ": " + stored_text(*change.field, old_value) + " -> " +
+                           stored_text(*change.field, change.value));
+  }
+}
+
+void config_save(Context& context, const std::string& file) {
+  const std::string tried = "config save " + file;
+  const std::string text = record_text(stored_record(tried));
+  if (file == "-") {
+    return context.out.result({{"text", text}}, text);
+  }
+  std::ofstream stream(file);
+  stream << text << std::flush;
+  if (!stream) throw CommandError(kUsage, tried + ": " + std::strerror(errno));
+  context.out.result({{"file", file}}, "saved in " + file);
+}
+
+void config_restore(Context& context, const std::string& file) {
+  const std::string tried = "config restore " + file;
+  const std::string text = read_file(file, tried);
+  camera::SettingsRecord record{};
+  if (const auto stored = read_stored_record()) {
+    record = *stored;
+  } else {
+    context.out.note(tried + ": no stored settings could be read, what the file leaves out becomes 0");
+  }
+  apply_record_text(text, file, record);
+  write_stored_record(record, tried);
+  context.out.result({{"file", file}}, "restored from " + file);
+}
+
+void config_diff(Context& context, const std::string& file) {
+  const std::string tried = "config diff " + file;
+  const camera::SettingsRecord stored = stored_record(tried);
+  camera::SettingsRecord other = stored;
+  apply_record_text(read_file(file, tried), file, other);
+  // Line by line: both texts have the same lines in the same order.
+  const std::vector<std::string> ours = lines_of(record_text(stored));
+  const std::vector<std::string> theirs = lines_of(record_text(other));
+  for (std::size_t i = 0; i < ours.size(); ++i) {
+    if (ours[i] == theirs[i]) continue;
+    context.out.result({{"stored", ours[i]}, {"file", theirs[i]}},
+                       context.out.styled(Output::Style::kBad, "- " + ours[i]) + "\n" +
+                           context.out.styled(Output::Style::kGood, "+ " + theirs[i]));
+  }
+}
+
+}  // namespace ipcam::tools

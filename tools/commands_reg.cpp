@@ -1,0 +1,249 @@
+// camctl reg: raw registers, by number or by name.
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include "tools/commands.h"
+#include "tools/register_masks.h"
+#include "tools/settings_table.h"
+
+namespace ipcam::tools {
+
+namespace {
+
+std::vector<std::string_view> views(const std::vector<std::string>& texts) { return {texts.begin(), texts.end()}; }
+
+Address parse_register(const std::string& text, const std::string& tried) {
+  if (const auto address = parse_address(text)) return *address;
+  throw CommandError(kUsage, tried + ": no register " + text + did_you_mean(text, views(register_names())) +
+                                 " (CATEGORY/BYTE or a name of camctl reg list)");
+}
+
+std::vector<Address> parse_registers(const Words& registers, const std::string& tried) {
+  std::vector<Address> addresses;
+  for (const std::string& text : registers) addresses.push_back(parse_register(text, tried));
+  return addresses;
+}
+
+std::uint8_t parse_byte(const std::string& text, const std::string& what, const std::string& tried) {
+  const auto value = parse_number(text);
+  if (value && *value >= 0 && *value <= 0xff) return static_cast<std::uint8_t>(*value);
+  throw CommandError(kUsage, tried + ": no " + what + " " + text + " (0 to 0xff)");
+}
+
+// REGISTER=VALUE or REGISTER=VALUE:MASK.
+camera::param_info parse_write(const std::string& text) {
+  const std::string tried = "reg write " + text;
+  const std::size_t equals = text.find('=');
+  if (equals == std::string::npos) throw CommandError(kUsage, tried + ": no value (REGISTER=VALUE[:MASK])");
+  const Address address = parse_register(text.substr(0, equals), tried);
+  const std::string value = text.substr(equals + 1);
+  const std::size_t colon = value.find(':');
+
+  camera::param_info entry;
+  entry.category = address.category;
+  entry.byte = address.byte;
+  entry.data = parse_byte(value.substr(0, colon), "value", tried);
+  entry.mask = colon == std::string::npos ? register_mask(address) : parse_byte(value.substr(colon + 1), "mask", tried);
+  return entry;
+}
+
+Json register_json(Address address) {
+  return {{"category", address.category}, {"byte", address.byte}, {"name", register_name(address)}};
+}
+
+std::string register_text(Address address) {
+  const std::string name = register_name(address);
+  return address_text(address) + (name.empty() ? "" : " " + name);
+}
+
+void print_value(Output& out, Address address, std::uint8_t value) {
+  Json json = register_json(address);
+  json["value"] = value;
+  out.result(json, register_text(address) + " = " + hex(value));
+}
+
+// Sleeps, but ends early when the process is to stop. Returns false then.
+bool pause_between_reads(std::chrono::milliseconds interval) {
+  constexpr std::chrono::milliseconds kStep{20};
+  for (; interval > std::chrono::milliseconds::zero() && !stop_requested(); interval -= kStep) {
+    std::this_thread::sleep_for(std::min(interval, kStep));
+  }
+  return !stop_requested();
+}
+
+void print_change(Output& out, Address address, std::uint8_t old_value, std::uint8_t value) {
+  Json json = register_json(address);
+  json["old"] = old_value;
+  json["value"] = value;
+  // At once, not at the end of the command.
+  out.line(out.is_json() ? json_text(json) : register_text(address) + " " + hex(old_value) + " -> " + hex(value));
+}
+
+void print_state(Output& out, Address address, std::uint8_t value) {
+  Json json = register_json(address);
+  json["value"] = value;
+  out.line(out.is_json() ? json_text(json) : register_text(address) + " = " + hex(value));
+}
+
+// Names of the settings and tables that write the registers of a group.
+std::string writers_of(const RegisterGroup& group) {
+  std::string names;
+  for (const ParameterTable& table : parameter_tables()) {
+    const bool writes = std::any_of(table.rows.begin(), table.rows.end(),
+                                    [&](const camera::param_info& row) { return group_of(address_of(row)) == &group; });
+    if (writes) names += (names.empty() ? "" : ", ") + std::string(table.name);
+  }
+  return names;
+}
+
+std::string group_name(const RegisterGroup& group) {
+  const std::string name(group.name);
+  if (group.count == 1) return name;
+  if (group.count == 2) return name + "_lo, " + name + "_hi";
+  return name + "_0 to " + name + "_" + std::to_string(group.count - 1);
+}
+
+std::string group_bytes(const RegisterGroup& group) {
+  const std::string first = hex(group.first.byte);
+  return group.count == 1 ? first : first + " to " + hex(group.first.byte + group.count - 1u);
+}
+
+// The chroma gamma curve's registers take two masks in turn.
+std::string group_mask(const RegisterGroup& group) {
+  const std::string first = hex(register_mask(group.first));
+  const auto second_byte = static_cast<std::uint16_t>(group.first.byte + 1);
+  const std::string second = group.count > 1 ? hex(register_mask({group.first.category, second_byte})) : first;
+  return first == second ? first : first + ", " + second;
+}
+
+}  // namespace
+
+void reg_read(Context& context, const Words& registers) {
+  const std::string tried = "reg read";
+  const std::vector<Address> addresses = parse_registers(registers, tried);
+  const std::vector<std::uint8_t> values = BorrowedPort(context, tried)->read(addresses, tried);
+  for (std::size_t i = 0; i < addresses.size(); ++i) print_value(context.out, addresses[i], values[i]);
+}
+
+void reg_write(Context& context, const Words& assignments) {
+  const std::string tried = "reg write";
+  std::vector<camera::param_info> entries;
+  std::vector<Address> addresses;
+  for (const std::string& text : assignments) {
+    entries.push_back(parse_write(text));
+    addresses.push_back(address_of(entries.back()));
+  }
+  BorrowedPort port(context, tried);
+  const std::vector<std::uint8_t> before = port->write(entries, tried);
+  const std::vector<std::uint8_t> after = port->read(addresses, tried);
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    Json json = register_json(addresses[i]);
+    json["mask"] = entries[i].mask;
+    json["old"] = before[i];
+    json["new"] = after[i];
+    context.out.result(json, register_text(addresses[i]) + " mask " + hex(entries[i].mask) + "  " + hex(before[i]) +
+                                 " -> " + hex(after[i]));
+    if (((after[i] ^ entries[i].data) & entries[i].mask) == 0) continue;
+    throw CommandError(kRefused, tried + ": register " + address_text(addresses[i]) + " holds " + hex(after[i]) +
+                                     ", not " + hex(entries[i].data) + " under mask " + hex(entries[i].mask));
+  }
+}
+
+void reg_dump(Context& context, const DumpRange& range) {
+  constexpr int kColumns = 16;
+  const std::string tried = "reg dump " + std::to_string(range.category);
+  if (range.first > range.last) {
+    throw CommandError(kUsage, tried + ": no range " + hex(static_cast<unsigned>(range.first)) + " to " +
+                                   hex(static_cast<unsigned>(range.last)));
+  }
+  const LibraryMute mute;
+  BorrowedPort port(context, tried);
+  std::vector<std::uint8_t> values;
+  const auto category = static_cast<std::uint8_t>(range.category);
+  for (int byte = range.first; byte <= range.last; byte += kColumns) {
+    std::vector<Address> row;
+    for (int i = byte; i <= std::min(byte + kColumns - 1, range.last); ++i) {
+      row.push_back({category, static_cast<std::uint16_t>(i)});
+    }
+    context.out.progress(tried + ": " + hex(static_cast<unsigned>(byte)));
+    const std::vector<std::uint8_t> read = port->read(row, tried);
+    values.insert(values.end(), read.begin(), read.end());
+  }
+
+  std::string grid = "      ";
+  for (int column = 0; column < kColumns; ++column) grid += "  " + hex(static_cast<unsigned>(column)).substr(3);
+  std::string names;
+  const int grid_first = range.first - range.first % kColumns;
+  for (int byte = grid_first; byte <= range.last; ++byte) {
+    if (byte % kColumns == 0) grid += "\n" + padded(hex(static_cast<unsigned>(byte)), 6);
+    if (byte < range.first) {
+      grid += "   ";
+      continue;
+    }
+    const std::uint8_t value = values[static_cast<std::size_t>(byte - range.first)];
+    grid += " " + hex(value).substr(2);
+    const Address address{category, static_cast<std::uint16_t>(byte)};
+    if (!register_name(address).empty()) names += "\n" + register_text(address) + " = " + hex(value);
+  }
+  context.out.result({{"category", range.category}, {"first", range.first}, {"values", values}}, grid + names);
+}
+
+void reg_watch(Context& context, const Words& registers, const WatchLimits& limits) {
+  const std::string tried = "reg watch";
+  const std::vector<Address> addresses = parse_registers(registers, tried);
+  const LibraryMute mute;
+  BorrowedPort port(context, tried);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeout_s);
+
+  std::vector<std::uint8_t> known = port->read(addresses, tried);
+  for (std::size_t i = 0; i < addresses.size(); ++i) print_state(context.out, addresses[i], known[i]);
+  for (int changes = 0; limits.count == 0 || changes < limits.count;) {
+    if (!pause_between_reads(std::chrono::milliseconds(limits.interval_ms))) return;
+    const std::vector<std::uint8_t> values = port->read(addresses, tried);
+    for (std::size_t i = 0; i < addresses.size(); ++i) {
+      if (values[i] == known[i]) continue;
+      print_change(context.out, addresses[i], known[i], values[i]);
+      if (++changes == limits.count) return;
+    }
+    known = values;
+    if (limits.timeout_s == 0 || std::chrono::steady_clock::now() < end) continue;
+    if (limits.count == 0) return;
+    throw CommandError(
+        kTimedOut, tried + ": " + std::to_string(changes) + " of " + std::to_string(limits.count) + " changes seen");
+  }
+}
+
+void reg_list(Context& context) {
+  for (const std::string& name : register_names()) {
+    const Address address = *parse_address(name);
+    const RegisterGroup& group = *group_of(address);
+    Json json = register_json(address);
+    json["mask"] = register_mask(address);
+    json["meaning"] = group.meaning;
+    context.out.result(json, padded(address_text(address), 9) + padded(name, 24) + "mask " +
+                                 hex(register_mask(address)) + "  " + std::string(group.meaning));
+  }
+}
+
+std::string register_document() {
+  std::string document =
+      "# Registers of the image processor\n\n"
+      "Every register that the library, the simulated camera and the tools know by name. A register is addressed by\n"
+      "category and byte number and holds one byte; a value of two registers has its low byte first. Names work\n"
+      "wherever `camctl reg` takes a register. The mask shows the bits in use, the last column the exported parameter\n"
+      "tables that write the register.\n";
+  int category = -1;
+  for (const RegisterGroup& group : register_groups()) {
+    if (group.first.category != category) {
+      category = group.first.category;
+      document += "\n## Category " + std::to_string(category) +
+                  "\n\n| Byte | Name | Mask | Meaning | Tables |\n|---|---|---|---|---|\n";
+    }
+    document += "| " + group_bytes(group) + " | " + group_name(group) + " | " + group_mask(group) + " | " +
+                std::string(group.meaning) + " | " + writers_of(group) + " |\n";
+  }
+  return document;
+}
+
+}  // namespace ipcam::tools

@@ -1,0 +1,116 @@
+// Candidates for the word that is being typed in a command line.
+#include "tools/completion.h"
+
+#include <CLI/CLI.hpp>
+
+#include "tools/register_names.h"
+#include "tools/settings_table.h"
+
+namespace ipcam::tools {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+void add_values(const std::string& name, const Values& values, Form form, Words& words) {
+  for (const Word& word : values.words) words.push_back(name + "=" + std::string(word.word));
+  const bool is_short = values.words.empty() && values.min == 0 && values.max <= 18;
+  for (int i = 0; is_short && i <= values.max; ++i) words.push_back(name + "=" + value_text(values, form, i));
+}
+
+// NAME= for each name, or the values of the name that stands before the '=' of the word being typed.
+template <class Rows>
+Words assignments(const Rows& rows, const std::string& typed, Form form) {
+  Words words;
+  for (const auto& row : rows) {
+    const std::string name(row.name);
+    if (typed.starts_with(name + "=")) {
+      add_values(name, row.values, form, words);
+    } else {
+      words.push_back(name + "=");
+    }
+  }
+  return words;
+}
+
+Words as_words(const std::vector<std::string_view>& names) { return {names.begin(), names.end()}; }
+
+std::vector<Setting> settings_of(Kind kind) {
+  std::vector<Setting> rows;
+  for (const Setting& setting : settings()) {
+    if (setting.kind == kind) rows.push_back(setting);
+  }
+  return rows;
+}
+
+Words all_setting_names() {
+  Words names;
+  for (const Setting& setting : settings()) names.emplace_back(setting.name);
+  return names;
+}
+
+// What the arguments of a command can be.
+Words arguments(const std::string& family, const std::string& command, const std::string& typed) {
+  if (family == "reg" && (command == "read" || command == "watch")) return register_names();
+  if (family == "reg" && command == "write") {
+    Words names = register_names();
+    for (std::string& name : names) name += '=';
+    return names;
+  }
+  if (family == "config" && command == "show") return as_words(field_names());
+  if (family == "config" && command == "set") return assignments(stored_fields(), typed, Form::kStored);
+  if (command == "list") return all_setting_names();
+  if (command == "set") return assignments(settings_of(Kind::kSetting), typed, Form::kRequest);
+  if (command == "do") return as_words(setting_names(Kind::kTrigger));
+  if (command == "get") return as_words(setting_names(Kind::kQuery));
+  return {};
+}
+
+Words options(const CLI::App& app) {
+  Words names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  return names;
+}
+
+}  // namespace
+
+const CLI::App* find_subcommand(const CLI::App& app, const std::string& name) {
+  const auto found = app.get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });
+  return found.empty() ? nullptr : found.front();
+}
+
+std::vector<std::string> subcommands(const CLI::App& app) {
+  Words names;
+  for (const CLI::App* command : app.get_subcommands({})) {
+    if (!command->get_group().empty()) names.push_back(command->get_name());
+  }
+  return names;
+}
+
+std::vector<std::string> candidates(const CLI::App& app, const std::vector<std::string>& words) {
+  if (words.empty()) return subcommands(app);
+  const std::string& typed = words.back();
+  const CLI::App* level = &app;
+  std::string family;
+  std::string command;
+  for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+    const CLI::App* next = words[i].starts_with('-') ? nullptr : find_subcommand(*level, words[i]);
+    if (next == nullptr) continue;
+    family = command;
+    command = words[i];
+    level = next;
+  }
+
+  Words all = subcommands(*level);
+  if (all.empty()) all = arguments(family, command, typed);
+  if (typed.starts_with('-')) {
+    all = options(*level);
+    if (level != &app) all.push_back("--json");
+  }
+  std::erase_if(all, [&](const std::string& word) { return !word.starts_with(typed); });
+  return all;
+}
+
+}  // namespace ipcam::tools

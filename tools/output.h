@@ -1,0 +1,97 @@
+// Where the tool's words go: results on the descriptor that was standard output, everything else on standard error.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace ipcam::tools {
+
+using Json = nlohmann::ordered_json;
+
+enum ExitCode : int {
+  kDone = 0,
+  kRefused = 1,  // by the camera
+  kUsage = 2,    // arguments, files or rights of the caller
+  kTimedOut = 3,
+  kNoCommApplication = 4,
+  kBusy = 5,
+};
+
+// Ends a command. The text says what was tried and what was wrong: "set saturation=9: no such value (0 to 6)".
+class CommandError : public std::runtime_error {
+ public:
+  CommandError(ExitCode code, const std::string& text) : std::runtime_error(text), code_(code) {}
+  ExitCode code() const { return code_; }
+
+ private:
+  ExitCode code_;
+};
+
+// From its construction on, descriptor 1 is standard error, so that the library's own lines on standard output
+// cannot get between the results. One thread.
+class Output {
+ public:
+  Output();
+  ~Output();
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  void use_json(bool on) { json_ = on; }
+  bool is_json() const { return json_; }
+  int results_fd() const { return results_; }
+
+  // Results, with a newline at the end, written at once. Throws CommandError when it cannot be written.
+  void line(std::string_view text);
+  // One result: `text` as a line at once, or, with JSON, `object` with all others at the end of the command.
+  void result(const Json& object, std::string_view text);
+  // The end of a command: with JSON, {"results": [...]}, and after a failure its error beside them.
+  void finish() { finish_with(nullptr); }
+  void fail(const CommandError& error);
+
+  // "camctl: text" on standard error.
+  void note(std::string_view text);
+  // A line on a terminal that the next one replaces; an empty text takes it away.
+  void progress(std::string_view text);
+
+  enum class Style { kGood, kBad, kName };
+  // The text in colour when results go to a terminal and NO_COLOR is not set.
+  std::string styled(Style style, std::string_view text) const;
+
+ private:
+  void finish_with(const CommandError* error);
+
+  int results_;
+  Json collected_ = Json::array();
+  bool json_ = false;
+  bool has_color_;
+  bool has_progress_;
+  bool progress_shown_ = false;
+};
+
+// Keeps the library's own lines on standard output away while it exists; its errors still show.
+class LibraryMute {
+ public:
+  LibraryMute();
+  ~LibraryMute();
+  LibraryMute(const LibraryMute&) = delete;
+  LibraryMute& operator=(const LibraryMute&) = delete;
+};
+
+// Set by SIGINT, SIGTERM and SIGHUP: a command then ends at its next step, with no exchange left half done.
+void watch_for_stop_signals();
+bool stop_requested();
+// Throws CommandError once a stop was requested.
+void check_for_stop();
+// Ends the process as the signal would have, if there was one.
+void die_of_stop_signal();
+
+// JSON of a line; bytes that are no text are replaced.
+std::string json_text(const Json& value);
+// "0x0a".
+std::string hex(unsigned int value);
+// The text, filled up with blanks.
+std::string padded(std::string_view text, std::size_t width);
+
+}  // namespace ipcam::tools

@@ -1,0 +1,88 @@
+// Register access for commands: through a DspCommand of the tool's own, or through the control thread's.
+#include "tools/register_port.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstring>
+
+#include "ipcam/camera/camera_request.h"
+#include "tools/link_state.h"
+
+namespace ipcam::tools {
+
+namespace {
+
+// A write entry takes up to 18 characters of the 255 that both ways accept.
+constexpr std::size_t kEntriesPerRead = 16;
+constexpr std::size_t kEntriesPerWrite = 14;
+
+using Result = std::array<unsigned char, kEntriesPerRead>;
+
+}  // namespace
+
+std::vector<std::uint8_t> RegisterPort::read(std::span<const Address> addresses, const std::string& tried) {
+  std::vector<std::uint8_t> values;
+  while (!addresses.empty()) {
+    const auto batch = addresses.first(std::min(addresses.size(), kEntriesPerRead));
+    std::string text = "r,";
+    for (const Address& address : batch) {
+      text += std::to_string(address.category) + "," + std::to_string(address.byte) + ";";
+    }
+    Result result{};
+    run_or_fail(text, result.data(), tried);
+    values.insert(values.end(), result.begin(), result.begin() + static_cast<std::ptrdiff_t>(batch.size()));
+    addresses = addresses.subspan(batch.size());
+  }
+  return values;
+}
+
+std::vector<std::uint8_t> RegisterPort::write(std::span<const camera::param_info> entries, const std::string& tried) {
+  std::vector<std::uint8_t> values;
+  while (!entries.empty()) {
+    const auto batch = entries.first(std::min(entries.size(), kEntriesPerWrite));
+    std::string text = "w,";
+    for (const camera::param_info& entry : batch) {
+      text += std::to_string(entry.category) + "," + std::to_string(entry.byte) + "," + std::to_string(entry.mask) +
+              "," + std::to_string(entry.data) + ";";
+    }
+    Result result{};
+    run_or_fail(text, result.data(), tried);
+    values.insert(values.end(), result.begin(), result.begin() + static_cast<std::ptrdiff_t>(batch.size()));
+    entries = entries.subspan(batch.size());
+  }
+  return values;
+}
+
+// Another process's exchange in the way fails a text at once. Running it again is harmless: a write sets the same bits
+// once more.
+void RegisterPort::run_or_fail(const std::string& text, unsigned char* result, const std::string& tried) {
+  constexpr int kAttempts = 3;
+  constexpr auto kAtOnce = std::chrono::milliseconds(500);
+  for (int attempt = 1;; ++attempt) {
+    check_for_stop();
+    const auto start = std::chrono::steady_clock::now();
+    if (run(text, result) > 0) return;
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    if (attempt == kAttempts || elapsed > kAtOnce) fail_exchange(tried, elapsed);
+    require_link(tried);
+  }
+}
+
+int OwnPort::run(const std::string& text, unsigned char* result) {
+  std::string copy = text;  // split in place
+  return dsp_.do_debug(reinterpret_cast<unsigned char*>(copy.data()), result);
+}
+
+int ControlThreadPort::run(const std::string& text, unsigned char* result) {
+  camera::s_ccdlsi_dbg request = {};
+  if (text.size() >= sizeof request.cmd) return -1;
+  std::memcpy(request.cmd, text.data(), text.size());
+  request.cmd_len = static_cast<std::int32_t>(text.size());
+  if (camera::cam_ccd_debug(&request) != 0 || request.reply_len == 0) return -1;
+  // A write is answered with length 1, however many registers it had; the bytes are there all the same.
+  std::memcpy(result, request.reply, kEntriesPerRead);
+  return request.reply_len;
+}
+
+}  // namespace ipcam::tools

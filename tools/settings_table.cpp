@@ -1,0 +1,224 @@
+// The settings of the camera and the fields of its stored record, row by row.
+#include "tools/settings_table.h"
+
+#include <algorithm>
+#include <climits>
+#include <iterator>
+
+#include "camera/settings_record.h"
+#include "ipcam/camera/parameter_tables.h"
+
+namespace ipcam::tools {
+
+namespace {
+
+using namespace ipcam::camera;  // request codes and parameter tables
+
+constexpr Word kColorWords[] = {{"color", 2, 1}, {"monochrome", 3, 0}};
+constexpr Word kWbWords[] = {{"indoor", 5, 1}, {"outdoor", 6, 2}, {"onepush", 7, 3},       {"atw", 8, 4},
+                             {"manual", 9, 5}, {"atwpro", 21, 6}, {"fluorescent", 64, 10}, {"mercurylampmega", 65, 11}};
+constexpr Word kBacklightWords[] = {{"off", 0}, {"low", 2}, {"high", 4}};
+constexpr Word kOffOnWords[] = {{"off", 0}, {"on", 1}};
+constexpr Word kHoldWords[] = {{"on", 0, 1}, {"off", 1, 0}, {"toggle", 68, -1}};
+constexpr Word kBinningModeWords[] = {{"mode1", 34, 1}, {"manual", 9, 2}, {"mode3", 30, 3}, {"auto", 4, 4}};
+constexpr Word kBinningWords[] = {{"on", 0}, {"off", 1}};
+constexpr Word kForcedBinningWords[] = {{"on", 0}, {"off", 1}, {"end", 29}};
+constexpr Word kBinningFuncWords[] = {{"on", 0}, {"off", 1}, {"auto", 4}};
+constexpr Word kDayNightWords[] = {{"on", 61}, {"off", 62}, {"off-still", 0}};
+constexpr Word kSecondsWords[] = {{"2", 2}, {"30", 30}};
+
+constexpr Values kLevel = {.max = 6};
+constexpr Values kGainLevel = {.max = 6};
+constexpr Values kWhiteBalanceGain = {.max = 255};
+constexpr Values kExpComp = {.max = 18};
+constexpr Values kCurve = {.max = 6};
+constexpr Values kSlowSpeed = {.max = 4};
+constexpr Values kColor = {.words = kColorWords};
+constexpr Values kWb = {.words = kWbWords};
+constexpr Values kBacklight = {.words = kBacklightWords};
+constexpr Values kOffOn = {.words = kOffOnWords};
+constexpr Values kBinningMode = {.words = kBinningModeWords};
+constexpr Values kRegisterGain = {.max = 0xffff};
+constexpr Values kAnyNumber = {.min = INT_MIN, .max = INT_MAX};
+
+// clang-format off
+constexpr Setting kSettings[] = {
+    {.name = "color", .code = REQUEST_COLOR, .kind = Kind::kSetting, .values = kColor,
+     .meaning = "colour or monochrome picture",
+     .depends = "nothing is sent when the picture is that way already; colour applies the stored white balance too",
+     .field = "color", .tables = {g_effect_mono}},
+    {.name = "wb", .code = REQUEST_WB_MODE, .kind = Kind::kSetting, .values = kWb,
+     .meaning = "white-balance mode; ends a running one-push measurement",
+     .depends = "manual and onepush take their gains from the stored record",
+     .field = "wb_mode", .tables = {g_whitebalance_preset0}},
+    {.name = "expcomp", .code = REQUEST_EXP_COMP, .kind = Kind::kSetting, .values = kExpComp,
+     .meaning = "exposure compensation; 9 is none, a step is 1",
+     .depends = "has an effect only while the stored expcomp_gate is 0, 3, 4 or 5",
+     .field = "expcomp", .tables = {g_expcomp}},
+    {.name = "gain", .code = REQUEST_GAIN, .kind = Kind::kSetting, .values = kGainLevel,
+     .meaning = "manual gain",
+     .depends = "has an effect only with a fixed slow shutter; 6 counts as 5 unless pixels are binned",
+     .field = "gain_level", .tables = {g_gain}},
+    {.name = "blcomp", .code = REQUEST_BL_COMP, .kind = Kind::kSetting, .values = kBacklight,
+     .meaning = "backlight compensation", .field = "blcomp", .tables = {g_blcomp}},
+    {.name = "shutter", .code = REQUEST_SHUTTER, .kind = Kind::kStored,
+     .meaning = "fixed shutter", .depends = "has an effect only while auto-shutter is off", .field = "shutter_speed"},
+    {.name = "saturation", .code = REQUEST_SATURATION, .kind = Kind::kSetting, .values = kLevel,
+     .meaning = "colour saturation; 3 is neutral", .field = "saturation", .tables = {g_saturation}},
+    {.name = "sharpness", .code = REQUEST_SHARPNESS, .kind = Kind::kSetting, .values = kLevel,
+     .meaning = "sharpness; 3 is neutral", .depends = "the register value also depends on pixel binning",
+     .field = "sharpness", .tables = {g_sharpness}},
+    {.name = "rgain", .code = REQUEST_R_GAIN, .kind = Kind::kSetting, .values = kWhiteBalanceGain,
+     .meaning = "manual red gain", .depends = "has an effect only in white-balance mode manual",
+     .field = "rgain", .tables = {g_rgain}},
+    {.name = "bgain", .code = REQUEST_B_GAIN, .kind = Kind::kSetting, .values = kWhiteBalanceGain,
+     .meaning = "manual blue gain", .depends = "has an effect only in white-balance mode manual",
+     .field = "bgain", .tables = {g_bgain}},
+    {.name = "icr", .code = REQUEST_GET_ICR, .kind = Kind::kQuery,
+     .meaning = "state of the IR-cut filter: 59 while its state bit is set, else 60"},
+    {.name = "colorbar", .code = REQUEST_COLORBAR, .kind = Kind::kSetting, .values = kOffOn,
+     .meaning = "colour-bar test pattern", .tables = {g_colorbar}},
+    {.name = "exposure", .code = REQUEST_EXP_MODE, .kind = Kind::kTrigger,
+     .meaning = "applies the stored exposure settings", .tables = {g_expmode, g_max_frm_exp}},
+    {.name = "onepush", .code = REQUEST_ONE_PUSH_TRG, .kind = Kind::kTrigger,
+     .meaning = "measures the white balance, about 3 s, and stores and applies its gains",
+     .depends = "needs white-balance mode onepush",
+     .tables = {g_whitebalance_mode, g_rbgain_preset1}},
+    {.name = "flickerless", .code = REQUEST_FLICKERLESS, .kind = Kind::kStored,
+     .meaning = "flickerless exposure", .field = "exposure_mode"},
+    {.name = "auto-slow-shutter", .code = REQUEST_AUTO_SLOW_SHUTTER, .kind = Kind::kStored,
+     .meaning = "automatic shutter may go slow", .depends = "has an effect only while auto-shutter is on",
+     .field = "auto_slow_shutter"},
+    {.name = "contrast", .code = REQUEST_CONTRAST, .kind = Kind::kSetting, .values = kLevel,
+     .meaning = "contrast; 3 is neutral", .field = "contrast", .tables = {g_contrast}},
+    {.name = "iris-hold", .code = REQUEST_HOLD_AUTO_IRIS_OPEN, .kind = Kind::kSetting, .values = {.words = kHoldWords},
+     .meaning = "holds the automatic iris open, with focus assist; applies the stored exposure too",
+     .depends = "the hold ends with the control thread, so use camctl shell",
+     .field = "hold_iris_open", .tables = {g_miris_mode}},
+    {.name = "auto-shutter", .code = REQUEST_AUTO_SHUTTER, .kind = Kind::kStored,
+     .meaning = "automatic shutter", .depends = "has no effect while exposure is flickerless", .field = "auto_shutter"},
+    {.name = "slow-shutter-min", .code = REQUEST_AUTO_SLOW_SHUTTER_MIN_SPEED, .kind = Kind::kStored,
+     .meaning = "limit of the slow shutter", .field = "slow_shutter_min_speed"},
+    {.name = "agc-max-gain", .code = REQUEST_AGC_MAX_GAIN, .kind = Kind::kSetting, .values = {.max = 13},
+     .meaning = "limit of the automatic gain; 7 to 13 hold the gain at levels 0 to 6",
+     .depends = "6 counts as 5 unless pixels are binned", .field = "agc_max_gain", .tables = {g_agc_max_gain}},
+    {.name = "gamma", .code = REQUEST_GAMMA, .kind = Kind::kSetting, .values = kCurve,
+     .meaning = "gamma curve", .field = "gamma", .tables = {g_gamma}},
+    {.name = "binning-mode", .code = REQUEST_BINNING_MODE, .kind = Kind::kSetting, .values = kBinningMode,
+     .meaning = "who decides about pixel binning; nothing is sent", .field = "binning_mode"},
+    {.name = "binning", .code = REQUEST_BINNING, .kind = Kind::kSetting, .values = {.words = kBinningWords},
+     .meaning = "pixel binning, about 1 s", .depends = "needs the white-balance adjustment file of that readout",
+     .tables = {g_binning}},
+    {.name = "force-binning", .code = REQUEST_FORCE_BINNING, .kind = Kind::kSetting,
+     .values = {.words = kForcedBinningWords},
+     .meaning = "forces pixel binning on or off until the end of forcing",
+     .depends = "needs the white-balance adjustment file of that readout", .tables = {g_binning}},
+    {.name = "binning-func", .code = REQUEST_BINNING_FUNC, .kind = Kind::kSetting,
+     .values = {.words = kBinningFuncWords},
+     .meaning = "pixel binning by hand, or left to the day/night worker", .depends = "refused while binning is forced",
+     .tables = {g_binning}},
+    {.name = "iris-hold", .code = REQUEST_HOLD_AUTO_IRIS_OPEN_INQ, .kind = Kind::kQuery,
+     .meaning = "whether the automatic iris is held open: 1 or 0", .depends = "in camctl shell only"},
+    {.name = "dnmode", .code = REQUEST_DN_MODE, .kind = Kind::kSetting, .values = {.words = kDayNightWords},
+     .meaning = "day/night registers and IR-cut filter, 1 s; off-still leaves the filter where it is",
+     .tables = {g_dnlevel}},
+    {.name = "dn-hys", .code = REQUEST_DN_HYS, .kind = Kind::kSetting, .values = {.max = 0xffff},
+     .meaning = "hysteresis of the automatic day/night switch; switches binning off", .tables = {g_binning}},
+    {.name = "bn-time", .code = REQUEST_BN_TIME, .kind = Kind::kSetting,
+     .values = {.words = kSecondsWords, .unit = "s"},
+     .meaning = "how long the light must have changed before the automatic switch; switches binning off",
+     .tables = {g_binning}},
+    {.name = "bn-level", .code = REQUEST_BN_LEVEL, .kind = Kind::kSetting, .values = {.max = 4095},
+     .meaning = "light level of the automatic day/night switch; switches binning off", .tables = {g_binning}},
+};
+static_assert(std::is_sorted(std::begin(kSettings), std::end(kSettings),
+                             [](const Setting& a, const Setting& b) { return a.code < b.code; }));
+
+#define SNAPSHOT_FIELD(field) .name = #field, .offset = offsetof(SettingsSnapshot, field), \
+                              .width = sizeof(SettingsSnapshot::field)
+#define RECORD_FIELD(field) .name = #field, .offset = offsetof(SettingsRecord, field), \
+                            .width = sizeof(SettingsRecord::field)
+
+constexpr Field kFields[] = {
+    {SNAPSHOT_FIELD(wb_mode), .values = kWb, .meaning = "white-balance mode, applied with colour"},
+    {SNAPSHOT_FIELD(expcomp_gate), .values = kAnyNumber,
+     .meaning = "exposure compensation is sent only while this is 0, 3, 4 or 5"},
+    {SNAPSHOT_FIELD(blcomp), .values = kBacklight, .meaning = "backlight compensation, applied at start"},
+    {SNAPSHOT_FIELD(gain_level), .values = kGainLevel, .meaning = "manual gain, applied with exposure"},
+    {SNAPSHOT_FIELD(shutter_speed), .values = {.max = 14},
+     .meaning = "fixed shutter; 0 to 4 slow, 5 to 14 normal; applied with exposure"},
+    {SNAPSHOT_FIELD(saturation), .values = kLevel, .meaning = "colour saturation, applied at start"},
+    {SNAPSHOT_FIELD(expcomp), .values = kExpComp, .meaning = "exposure compensation, applied at start"},
+    {SNAPSHOT_FIELD(color), .values = kColor, .meaning = "colour or monochrome picture, applied at start"},
+    {SNAPSHOT_FIELD(sharpness), .values = kLevel, .meaning = "sharpness, applied at start"},
+    {SNAPSHOT_FIELD(rgain), .values = kWhiteBalanceGain, .meaning = "red gain of white-balance mode manual"},
+    {SNAPSHOT_FIELD(bgain), .values = kWhiteBalanceGain, .meaning = "blue gain of white-balance mode manual"},
+    {SNAPSHOT_FIELD(auto_slow_shutter), .values = kOffOn,
+     .meaning = "automatic shutter may go slow; applied with exposure"},
+    {SNAPSHOT_FIELD(contrast), .values = kLevel, .meaning = "contrast, applied at start"},
+    {SNAPSHOT_FIELD(exposure_mode), .values = kAnyNumber,
+     .meaning = "0 flickerless; 3 with a fixed slow shutter ends the automatic gain; applied with exposure"},
+    {SNAPSHOT_FIELD(hold_iris_open), .values = kOffOn, .meaning = "iris hold as last requested"},
+    {SNAPSHOT_FIELD(auto_shutter), .values = kOffOn,
+     .meaning = "automatic shutter; off: shutter_speed decides; applied with exposure"},
+    {SNAPSHOT_FIELD(slow_shutter_min_speed), .values = kSlowSpeed,
+     .meaning = "limit of the slow shutter, applied with exposure"},
+    {SNAPSHOT_FIELD(agc_max_gain), .values = kGainLevel,
+     .meaning = "limit of the automatic gain, applied with exposure"},
+    {SNAPSHOT_FIELD(gamma), .values = kCurve, .meaning = "gamma curve, applied at start"},
+    {SNAPSHOT_FIELD(onepush_rgain), .values = kRegisterGain, .meaning = "red gain of the last one-push measurement"},
+    {SNAPSHOT_FIELD(onepush_bgain), .values = kRegisterGain, .meaning = "blue gain of the last one-push measurement"},
+    {RECORD_FIELD(focus_assist_level), .values = kAnyNumber, .meaning = "level of the focus assist while iris is held"},
+    {RECORD_FIELD(icr_condition), .values = kAnyNumber, .meaning = "2, with icr_enable 1: IR-cut filter set at start"},
+    {RECORD_FIELD(icr_enable), .values = {.max = 255}, .meaning = "see icr_condition"},
+    {RECORD_FIELD(binning_mode), .values = kBinningMode, .meaning = "who decides about pixel binning, from the start"},
+    {RECORD_FIELD(half_pixel_wb), .values = kOffOn,
+     .meaning = "start takes the white-balance adjustment file of binned pixels"},
+    {RECORD_FIELD(daynight_seconds), .values = {.max = INT_MAX / 1000, .unit = "s"},
+     .meaning = "condition time of the automatic day/night switch"},
+    {RECORD_FIELD(daynight_level), .values = {.max = 4095},
+     .meaning = "light level of the automatic day/night switch; 0 stands for 32, 1 for 33"},
+};
+// clang-format on
+static_assert(std::is_sorted(std::begin(kFields), std::end(kFields),
+                             [](const Field& a, const Field& b) { return a.offset < b.offset; }));
+
+}  // namespace
+
+std::span<const Setting> settings() { return kSettings; }
+
+const Setting* find_setting(Kind kind, std::string_view name) {
+  const auto* row = std::find_if(std::begin(kSettings), std::end(kSettings), [&](const Setting& setting) {
+    return setting.kind == kind && same_name(setting.name, name);
+  });
+  return row == std::end(kSettings) ? nullptr : row;
+}
+
+std::vector<std::string_view> setting_names(Kind kind) {
+  std::vector<std::string_view> names;
+  for (const Setting& setting : kSettings) {
+    if (setting.kind == kind) names.push_back(setting.name);
+  }
+  return names;
+}
+
+std::string_view kind_name(Kind kind) {
+  constexpr std::string_view kNames[] = {"setting", "trigger", "query", "stored"};
+  return kNames[static_cast<std::size_t>(kind)];
+}
+
+std::span<const Field> stored_fields() { return kFields; }
+
+const Field* find_field(std::string_view name) {
+  const auto* row = std::find_if(std::begin(kFields), std::end(kFields),
+                                 [&](const Field& field) { return same_name(field.name, name); });
+  return row == std::end(kFields) ? nullptr : row;
+}
+
+std::vector<std::string_view> field_names() {
+  std::vector<std::string_view> names;
+  for (const Field& field : kFields) names.push_back(field.name);
+  return names;
+}
+
+}  // namespace ipcam::tools

@@ -1,0 +1,57 @@
+// The settings of the camera: one table that drives commands, help, completion, the man page and the documentation.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "ipcam/camera/camera_request.h"
+#include "ipcam/camera/dsp_command.h"
+#include "tools/values.h"
+
+namespace ipcam::tools {
+
+enum class Kind {
+  kSetting,  // camctl set NAME=VALUE
+  kTrigger,  // camctl do NAME
+  kQuery,    // camctl get NAME
+  kStored,   // its request does nothing: camctl config set FIELD=VALUE, then camctl do exposure
+};
+
+struct Setting {
+  std::string_view name;
+  camera::e_request_code code;
+  Kind kind;
+  Values values = {};  // of a stored setting: those of its field
+  std::string_view meaning;
+  std::string_view depends = {};  // when it has an effect, or what else it needs; empty: nothing
+  std::string_view field = {};    // field of the stored record that holds it; empty: none
+  // Parameter tables whose registers show the setting.
+  std::array<std::span<const camera::param_info>, 3> tables = {};
+};
+
+// In ascending order of codes.
+std::span<const Setting> settings();
+
+// Null when there is none of that kind.
+const Setting* find_setting(Kind kind, std::string_view name);
+std::vector<std::string_view> setting_names(Kind kind);
+std::string_view kind_name(Kind kind);
+
+// One field of the stored record.
+struct Field {
+  std::string_view name;
+  std::size_t offset;
+  std::size_t width;  // 1, 2 or 4 bytes; those of 4 are signed
+  Values values = {};
+  std::string_view meaning;
+};
+
+// In ascending order of offsets.
+std::span<const Field> stored_fields();
+const Field* find_field(std::string_view name);
+std::vector<std::string_view> field_names();
+
+}  // namespace ipcam::tools

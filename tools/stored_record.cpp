@@ -1,0 +1,151 @@
+// The stored settings record: its fields by name, and its form as a text file.
+#include "tools/stored_record.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+
+#include "tools/output.h"
+
+namespace ipcam::tools {
+
+namespace {
+
+constexpr std::size_t kBytesPerLine = 16;
+
+class StoredConfig : public ipcam::config::ConfigFile {
+ public:
+  StoredConfig() : ConfigFile(file_) {}
+
+ private:
+  static inline char file_[] = "all.conf";
+};
+
+const std::uint8_t* bytes_of(const camera::SettingsRecord& record) {
+  return reinterpret_cast<const std::uint8_t*>(&record);
+}
+
+std::string trimmed(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r";
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return "";
+  return std::string(text.substr(first, text.find_last_not_of(kBlanks) - first + 1));
+}
+
+// The bytes from `first` to `end`, which have no name.
+void print_bytes(const camera::SettingsRecord& record, std::size_t first, std::size_t end, std::string& text) {
+  for (; first < end; first += std::min(kBytesPerLine, end - first)) {
+    char piece[32];
+    std::snprintf(piece, sizeof piece, "0x%03zx =", first);
+    text += piece;
+    for (std::size_t i = first; i < std::min(first + kBytesPerLine, end); ++i) {
+      std::snprintf(piece, sizeof piece, " %02x", bytes_of(record)[i]);
+      text += piece;
+    }
+    text += '\n';
+  }
+}
+
+bool is_named(std::size_t offset) {
+  const auto fields = stored_fields();
+  return std::any_of(fields.begin(), fields.end(),
+                     [&](const Field& field) { return offset >= field.offset && offset < field.offset + field.width; });
+}
+
+bool fits(const Field& field, int value) {
+  return field.width == sizeof value || (value >= 0 && value >> (8 * field.width) == 0);
+}
+
+// Returns false when the line does not hold bytes of the record that have no name.
+bool set_bytes(const std::string& where, const std::string& bytes, camera::SettingsRecord& record) {
+  std::size_t offset = 0;
+  const char* where_end = where.data() + where.size();
+  const auto [end, error] = std::from_chars(where.data() + 2, where_end, offset, 16);
+  if (error != std::errc() || end != where_end || bytes.empty()) return false;
+  std::istringstream stream(bytes);
+  for (std::string byte; stream >> byte; ++offset) {
+    std::uint8_t value = 0;
+    const auto [last, bad] = std::from_chars(byte.data(), byte.data() + byte.size(), value, 16);
+    if (bad != std::errc() || last != byte.data() + byte.size()) return false;
+    if (offset >= sizeof record || is_named(offset)) return false;
+    reinterpret_cast<std::uint8_t*>(&record)[offset] = value;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::optional<camera::SettingsRecord> read_stored_record() {
+  camera::SettingsRecord record{};
+  StoredConfig config;
+  if (config.read_record(&record, camera::kSettingsKind) != 0) return std::nullopt;
+  return record;
+}
+
+void write_stored_record(const camera::SettingsRecord& record, const std::string& tried) {
+  camera::SettingsRecord copy = record;
+  StoredConfig config;
+  if (config.write_record(&copy, camera::kSettingsKind) == 0) return;
+  throw CommandError(kUsage, tried + ": the stored settings cannot be written");
+}
+
+int field_value(const camera::SettingsRecord& record, const Field& field) {
+  const std::uint8_t* bytes = bytes_of(record) + field.offset;
+  std::int32_t value = 0;
+  std::memcpy(&value, bytes, field.width);  // little-endian: a narrow field fills the low bytes
+  return value;
+}
+
+void set_field(camera::SettingsRecord& record, const Field& field, int value) {
+  const std::int32_t bytes = value;
+  std::memcpy(reinterpret_cast<std::uint8_t*>(&record) + field.offset, &bytes, field.width);
+}
+
+std::string record_text(const camera::SettingsRecord& record) {
+  std::string text = "# camera settings record\n";
+  for (const Field& field : stored_fields()) {
+    text +=
+        std::string(field.name) + " = " + value_text(field.values, Form::kStored, field_value(record, field)) + "\n";
+  }
+  text += "# bytes of other programs\n";
+  std::size_t named_end = 0;
+  for (const Field& field : stored_fields()) {
+    print_bytes(record, named_end, field.offset, text);
+    named_end = field.offset + field.width;
+  }
+  print_bytes(record, named_end, sizeof record, text);
+  return text;
+}
+
+void apply_record_text(std::string_view text, const std::string& file, camera::SettingsRecord& record) {
+  std::istringstream lines{std::string(text)};
+  int number = 0;
+  for (std::string line; std::getline(lines, line);) {
+    ++number;
+    const std::string tried = file + " line " + std::to_string(number);
+    const std::string content = trimmed(std::string_view(line).substr(0, line.find('#')));
+    if (content.empty()) continue;
+    const std::size_t equals = content.find('=');
+    if (equals == std::string::npos) throw CommandError(kUsage, tried + ": no '=' in it");
+    const std::string name = trimmed(std::string_view(content).substr(0, equals));
+    const std::string value = trimmed(std::string_view(content).substr(equals + 1));
+    if (name.starts_with("0x")) {
+      if (!set_bytes(name, value, record))
+        throw CommandError(kUsage, tried + ": no bytes of the record without a name");
+      continue;
+    }
+    const Field* field = find_field(name);
+    if (field == nullptr) throw CommandError(kUsage, tried + ": no field " + name + did_you_mean(name, field_names()));
+    // A saved record is restored as it was, also where another program has left a value that is out of range.
+    const auto accepted = parse_value(field->values, Form::kStored, value);
+    const auto stored = accepted ? accepted : parse_number(value);
+    if (!stored || !fits(*field, *stored)) {
+      throw CommandError(kUsage, tried + ": no value " + value + " (" + describe(field->values, Form::kStored) + ")");
+    }
+    set_field(record, *field, *stored);
+  }
+}
+
+}  // namespace ipcam::tools

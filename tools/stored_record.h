@@ -1,0 +1,29 @@
+// The stored settings record: its fields by name, and its form as a text file.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "camera/settings_record.h"
+#include "tools/settings_table.h"
+
+namespace ipcam::tools {
+
+std::optional<camera::SettingsRecord> read_stored_record();
+// Throws CommandError.
+void write_stored_record(const camera::SettingsRecord& record, const std::string& tried);
+
+int field_value(const camera::SettingsRecord& record, const Field& field);
+void set_field(camera::SettingsRecord& record, const Field& field, int value);
+
+// One line per field, "name = value", then the bytes without a name, "0x054 = 00 00 ...", at most 16 a line. Two
+// records that differ in one field differ in one line.
+std::string record_text(const camera::SettingsRecord& record);
+
+// Puts what the lines say into `record`; lines may be missing, and a '#' begins a comment. Throws CommandError at
+// the first line that is wrong; `file` is its name.
+void apply_record_text(std::string_view text, const std::string& file, camera::SettingsRecord& record);
+
+}  // namespace ipcam::tools
