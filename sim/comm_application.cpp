@@ -144,7 +144,9 @@ void CommApplication::open_objects() {
   key_file_ = open(kKeyFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kAccess);
   if (key_file_ < 0) fail(kKeyFile);
   // The lock ends with the process, however it ends, so a killed comm application does not stand in the way.
-  if (flock(key_file_, LOCK_EX | LOCK_NB) != 0) fail(std::string(kKeyFile) + " is held by another comm application");
+  if (flock(key_file_, LOCK_EX | LOCK_NB) != 0) {
+    throw std::runtime_error(std::string(kKeyFile) + ": held by another comm application");
+  }
 
   const key_t key = ftok(kKeyFile, kKeyProject);
   if (key == -1) fail("key");
@@ -220,7 +222,7 @@ void CommApplication::deliver(const Request& request, const Packet& reply) {
   if (fault == Fault::die_after) die();
   if (fault == Fault::late_doorbell) {
     wait_until_given_up(request);
-    for (int i = 0; i < 1000 && record_->status != kIdle; ++i) pause_ms(1);
+    for (int i = 0; i < 1000 && record_->status == kAnswered; ++i) pause_ms(1);
   }
   ring(request.requester);
   if (fault == Fault::extra_signals) {

@@ -40,50 +40,32 @@ class BinningEngineTest : public StoryTest {
 TEST_F(BinningEngineTest, SwitchesInOneFixedOrder) {
   start(SettingsBytes().i32(40, 3).i32(140, 1).i32(32, 6).i32(72, 6));
   frame_length(2250, 1000);
-  const Lines on = {"ObjectDetectionIF::config()",
-                    "PostProcessInterface::waitReady()",
-                    "PostProcessInterface::changeBinningMode(1)",
-                    "w 0/0x03=0x01",
-                    "usleep(200000)",
-                    "r 2/0x00",
-                    "r 81/0x0a 81/0x0b 81/0x56 81/0x57",
-                    "usleep(68000)",
-                    "w 11/0x0e=0x1e 11/0x0f=0x1e",
-                    "w 13/0x08=0xff 13/0x09=0x80 13/0x0a=0x0a 13/0x0b=0x00 13/0x0c=0x07 13/0x0d=0x63",
-                    "w 16/0x09=0x09 91/0x00=0x02 91/0x02=0x09",
-                    "usleep(100000)",
-                    "w 16/0x15=0x0c 16/0x14=0xf4 16/0x17=0x12 16/0x16=0x9a",
-                    "usleep(100000)",
-                    "w 16/0x0e=0x4d 16/0x0f=0x09 16/0x10=0xf2 16/0x11=0x0f",
-                    "w 2/0x03=0x01",
-                    "usleep(500000)",
-                    "ObjectDetectionIF::config()",
-                    "r 2/0x03",
-                    "w 11/0x6a=0xeb 11/0x6b=0x17",
-                    "r 0/0x03",
-                    "w 10/0x07=0xd6"};
-  const Lines off = {"ObjectDetectionIF::config()",
-                     "w 0/0x03=0x00",
-                     "usleep(200000)",
-                     "r 2/0x00",
-                     "r 81/0x0a 81/0x0b 81/0x56 81/0x57",
-                     "usleep(68000)",
-                     "PostProcessInterface::waitReady()",
-                     "PostProcessInterface::changeBinningMode(0)",
-                     "w 11/0x0e=0x16 11/0x0f=0x16",
-                     "w 13/0x08=0x01 13/0x09=0x02 13/0x0a=0x03 13/0x0b=0x04 13/0x0c=0x05 13/0x0d=0x06",
-                     "w 16/0x09=0x0a 91/0x00=0x03 91/0x02=0x0c",
-                     "usleep(100000)",
-                     "w 16/0x15=0x0f 16/0x14=0xf2 16/0x17=0x15 16/0x16=0x98",
-                     "usleep(100000)",
-                     "w 16/0x0e=0x4a 16/0x0f=0x0c 16/0x10=0xef 16/0x11=0x12",
-                     "w 2/0x03=0x01",
-                     "usleep(500000)",
-                     "ObjectDetectionIF::config()",
-                     "r 2/0x03",
-                     "w 11/0x6a=0xee 11/0x6b=0x13",
-                     "r 0/0x03",
-                     "w 10/0x07=0xc0"};
+  const std::string config = "ObjectDetectionIF::config()", ready = "PostProcessInterface::waitReady()",
+                    change = "PostProcessInterface::changeBinningMode", pause = "usleep(100000)";
+  // clang-format off
+  const Lines on = {
+      config, ready, change + "(1)",
+      "w 0/0x03=0x01", "usleep(200000)", "r 2/0x00",
+      "r 81/0x0a 81/0x0b 81/0x56 81/0x57", "usleep(68000)",
+      "w 11/0x0e=0x1e 11/0x0f=0x1e",
+      "w 13/0x08=0xff 13/0x09=0x80 13/0x0a=0x0a 13/0x0b=0x00 13/0x0c=0x07 13/0x0d=0x63",
+      "w 16/0x09=0x09 91/0x00=0x02 91/0x02=0x09", pause,
+      "w 16/0x15=0x0c 16/0x14=0xf4 16/0x17=0x12 16/0x16=0x9a", pause,
+      "w 16/0x0e=0x4d 16/0x0f=0x09 16/0x10=0xf2 16/0x11=0x0f",
+      "w 2/0x03=0x01", "usleep(500000)", config, "r 2/0x03",
+      "w 11/0x6a=0xeb 11/0x6b=0x17", "r 0/0x03", "w 10/0x07=0xd6"};
+  const Lines off = {
+      config,
+      "w 0/0x03=0x00", "usleep(200000)", "r 2/0x00",
+      "r 81/0x0a 81/0x0b 81/0x56 81/0x57", "usleep(68000)", ready, change + "(0)",
+      "w 11/0x0e=0x16 11/0x0f=0x16",
+      "w 13/0x08=0x01 13/0x09=0x02 13/0x0a=0x03 13/0x0b=0x04 13/0x0c=0x05 13/0x0d=0x06",
+      "w 16/0x09=0x0a 91/0x00=0x03 91/0x02=0x0c", pause,
+      "w 16/0x15=0x0f 16/0x14=0xf2 16/0x17=0x15 16/0x16=0x98", pause,
+      "w 16/0x0e=0x4a 16/0x0f=0x0c 16/0x10=0xef 16/0x11=0x12",
+      "w 2/0x03=0x01", "usleep(500000)", config, "r 2/0x03",
+      "w 11/0x6a=0xee 11/0x6b=0x13", "r 0/0x03", "w 10/0x07=0xc0"};
+  // clang-format on
   for (const int value : {0, 74, 1, 75}) {
     const bool is_on = value == 0 || value == 74;
     camera.set_reg(0, 3, is_on ? 0 : 1);
@@ -96,6 +78,7 @@ TEST_F(BinningEngineTest, SwitchesInOneFixedOrder) {
 TEST_F(BinningEngineTest, RetriesUntilTheSensorHasSwitched) {
   start();
   const std::string again = "do_binning retrying...\n", given_up = "do_binning timedout.\n";
+  const std::string five = again + again + again + again + again;
   const struct {
     int value;
     std::vector<std::uint8_t> field;
@@ -103,12 +86,12 @@ TEST_F(BinningEngineTest, RetriesUntilTheSensorHasSwitched) {
     std::size_t waits;
   } cases[] = {
       {kOn, {0x08, 0xeb, 0x10}, again + again, 5},
-      {kOn, {0x08}, again + again + again + again + again + given_up, 10},
+      {kOn, {0x08}, five + given_up, 10},
       {kOn, {0x18}, "", 1},
       {kOff, {0x10, 0x08}, again, 3},
-      {kOff, {0xf3}, again + again + again + again + again + given_up, 10},
-      {kOff, {0x00}, "", 1},
+      {kOff, {0xf3}, five + given_up, 10},
       {kOff, {0x10, 0x10, 0x10, 0x10, 0x14}, again + again + again + again, 9},
+      {kOff, {0x00}, "", 1},
   };
   for (const auto& c : cases) {
     camera.script(2, 0, c.field);
@@ -261,6 +244,7 @@ TEST_F(BinningEngineTest, ForcedBinningRecordsWhatItRestores) {
       {kForce, 74, -1, "", {}},
       // Automatic: exposure and gain switch back, unless binning is forced.
       {kForce, kOn, 0, "on", {}},
+      {kFunction, kOn, -1, "", {}},
       {kFunction, kAutomatic, -1, "", {}},
       {kExpMode, 0, 0, "", limit},
       {kAgcMaxGain, 4, 0, "", limit},
@@ -274,7 +258,7 @@ TEST_F(BinningEngineTest, ForcedBinningRecordsWhatItRestores) {
       {kForce, kUnforce, -1, "", stop},
       {kFunction, kStop, -1, "", stop},
       {kExpMode, 0, 0, "", limit},
-      // The mode by itself; an unknown one leaves it, and mode 3 cannot be restored.
+      // The mode by itself; an unknown one leaves it, and mode 3 cannot be restored. Automatic has meant off.
       {kMode, 9, 0, "", {}},
       {kMode, 5, 0, "", {}},
       {kForce, kUnforce, 0, "off", stop},
@@ -297,26 +281,29 @@ TEST_F(BinningEngineTest, ForcedBinningRecordsWhatItRestores) {
     std::erase_if(calls, [](const std::string& c) { return c.starts_with("Post") || c.starts_with("Object"); });
     EXPECT_EQ(steps[i].worker, calls);
   }
+  request(kForce, kOn);
+  stop_control_thread();
+  ASSERT_EQ(0, start_control_thread());
+  EXPECT_EQ(0, request(kFunction, kOff)) << "a new start is not forced";
 }
 
 TEST_F(BinningEngineTest, AutomaticBinningPassesTheStoredThresholds) {
   start();
   const std::tuple<int, int, std::string, std::string> stored[] = {
       {0, 0, "0", "32"}, {30, 1, "30000", "33"}, {2, 2, "2000", "2"}, {2147483, -1, "2147483000", "-1"}};
-  for (const auto& [seconds, level, time, worker_level] : stored) {
-    write_settings(SettingsBytes().i32(872, seconds).i32(876, level));
+  const auto expect = [&](const std::string& time, const std::string& level) {
     forget();
     EXPECT_EQ(0, request(kFunction, kAutomatic));
     const Lines calls = library_calls();
-    EXPECT_EQ((Lines{"AutoDaynight::setConditionTime(" + time + ")", "AutoDaynight::setDnLevel(" + worker_level + ")",
-                     "AutoDaynight::setAgcMaxGain(0)", "AutoDaynight::setCameraType(1)"}),
-              Lines(calls.end() - 5, calls.end() - 1));
+    EXPECT_EQ((Lines{"AutoDaynight::setConditionTime(" + time + ")", "AutoDaynight::setDnLevel(" + level + ")"}),
+              Lines(calls.end() - 5, calls.end() - 3));
+  };
+  for (const auto& [seconds, level, time, worker_level] : stored) {
+    write_settings(SettingsBytes().i32(872, seconds).i32(876, level));
+    expect(time, worker_level);
   }
   unlink("/tmp/config/all.conf");
-  EXPECT_EQ(0, request(kFunction, kAutomatic));
-  const Lines calls = library_calls();
-  EXPECT_EQ((Lines{"AutoDaynight::setConditionTime(30000)", "AutoDaynight::setDnLevel(32)"}),
-            Lines(calls.end() - 5, calls.end() - 3));
+  expect("30000", "32");
 }
 
 }  // namespace

@@ -141,12 +141,8 @@ TEST_F(ExposureHandlersTest, EveryStoredExposureIsAppliedWithoutAnError) {
   for (const int held : {1, 0}) {
     EXPECT_EQ(0, request(kHoldIris, held == 1 ? kHold : kRelease));
     for (int i = 0; i < 2 * 2 * 15 * 5; ++i) {
-      const Exposure e{.automatic = i & 1,
-                       .slow = i >> 1 & 1,
-                       .speed = i / 4 % 15,
-                       .min_speed = i / 60,
-                       .agc = (i / 4 + i / 60) % 7,
-                       .gain = i / 4 % 7};
+      const int speed = i / 4 % 15, min_speed = i / 60, level = (speed + min_speed) % 7;
+      const Exposure e{i & 1, i >> 1 & 1, speed, min_speed, level, speed % 7};
       SCOPED_TRACE(testing::Message() << "held " << held << " automatic " << e.automatic << " slow " << e.slow
                                       << " speed " << e.speed << " min " << e.min_speed << " level " << e.agc);
       write_settings(settings(e));
@@ -163,73 +159,49 @@ TEST_F(ExposureHandlersTest, EveryStoredExposureIsAppliedWithoutAnError) {
   }
 }
 
-TEST_F(ExposureHandlersTest, AnUnreadableRecordChangesNothing) {
-  start(settings({1, 0, 0, 0, 3, 0}));
-  std::filesystem::remove("/tmp/config/all.conf");
-  EXPECT_EQ(Lines{}, story(kExpMode, 0));
-}
-
 TEST_F(ExposureHandlersTest, GainLevelSixNeedsBinning) {
-  start(settings({0, 0, 2, 0, 0, 0, 3}));
+  start(settings({1, 0, 0, 0, 0, 0}));
+  const std::string config = "ObjectDetectionIF::config()", limit = "AutoDaynight::setAgcMaxGain";
+  // clang-format off
   const struct {
-    int code, value;
-    bool binned;
+    int code, value, binned;
     Lines story;
   } cases[] = {
-      {kGain, 0, false, {"ObjectDetectionIF::config()", "w 11/0x6a=0x00 11/0x6b=0x00"}},
-      {kGain, 6, false, {"ObjectDetectionIF::config()", kSensorMode, "w 11/0x6a=0xee 11/0x6b=0x13"}},
-      {kGain, 6, true, {"ObjectDetectionIF::config()", kSensorMode, "w 11/0x6a=0xeb 11/0x6b=0x17"}},
-      {kAgcMaxGain,
-       2,
-       false,
-       {"ObjectDetectionIF::config()", "AutoDaynight::setAgcMaxGain(0)", normal_gain({0x07f9, 0x05a7, 0x07f9, 0x02a7}),
-        slow_gain({0x07f9, 0, 0x05a7, 0x07f9, 0, 0x02a7})}},
-      {kAgcMaxGain,
-       13,
-       false,  // exposed by hand
-       {"ObjectDetectionIF::config()", "AutoDaynight::setAgcMaxGain(0)", normal_gain({0, 0x1a93, 0, 0x1a93}),
-        slow_gain({0x06fa, 0, 0x1a93, 0x03fc, 0, 0x1a93})}},
+      {kGain, 0, 0, {config, "w 11/0x6a=0x00 11/0x6b=0x00"}},
+      {kGain, 6, 0, {config, kSensorMode, "w 11/0x6a=0xee 11/0x6b=0x13"}},
+      {kGain, 6, 1, {config, kSensorMode, "w 11/0x6a=0xeb 11/0x6b=0x17"}},
+      {kAgcMaxGain, 2, 0, {config, limit + "(0)", normal_gain({0x07f9, 0x05a7, 0x07f9, 0x02a7}),
+                           slow_gain({0x07f9, 0, 0x05a7, 0x07f9, 0, 0x02a7})}},
+      {kAgcMaxGain, 6, 0, {config, limit + "(6)", kSensorMode, normal_gain({0x13ee, 0x05a7, 0x13ee, 0x02a7}),
+                           slow_gain({0x13ee, 0, 0x05a7, 0x13ee, 0, 0x02a7})}},
+      {kAgcMaxGain, 6, 1, {config, limit + "(6)", kSensorMode, normal_gain({0x17eb, 0x05a7, 0x17eb, 0x02a7}),
+                           slow_gain({0x17eb, 0, 0x05a7, 0x17eb, 0, 0x02a7})}},
+      {kAgcMaxGain, 13, 0, {config, limit + "(13)", normal_gain({0, 0x1a93, 0, 0x1a93}),
+                            slow_gain({0x06fa, 0, 0x1a93, 0x03fc, 0, 0x1a93})}},
   };
+  // clang-format on
   for (const auto& c : cases) {
-    camera.set_reg(0, 3, c.binned ? 1 : 0);
+    camera.set_reg(0, 3, static_cast<unsigned>(c.binned));
     const Output output = capture([&] { EXPECT_EQ(c.story, story(c.code, c.value)) << c.code << " " << c.value; });
     EXPECT_EQ("", output.err);
-  }
-  write_settings(settings({1, 0, 0, 0, 0, 0}));
-  request(kExpMode);
-  for (const bool binned : {false, true}) {
-    const unsigned gain = binned ? 0x17eb : 0x13ee;
-    camera.set_reg(0, 3, binned ? 1 : 0);
-    EXPECT_EQ((Lines{"ObjectDetectionIF::config()", "AutoDaynight::setAgcMaxGain(6)", kSensorMode,
-                     normal_gain({gain, 0x05a7, gain, 0x02a7}), slow_gain({gain, 0, 0x05a7, gain, 0, 0x02a7})}),
-              story(kAgcMaxGain, 6));
   }
 }
 
 TEST_F(ExposureHandlersTest, HoldingTheIrisAndLettingItGo) {
   SettingsBytes stored = settings({1, 0, 0, 0, 3, 0}).i32(428, 77).u8(600, 0xab);
   start(stored);
-  const Lines held = {"AutoDaynight::stop_thread()",
-                      "AutoDaynight::setAgcMaxGain(3)",
-                      kIrisOpen,
-                      normal({0x2602, 0x0480, 0x2063, 0, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}),
-                      kModeNormal,
-                      frames("0x1e"),
-                      "usleep(200000)",
-                      "FocusAssist::setLevel(77)",
-                      "Thread::execute_process(FocusAssist)",
-                      "ConfigFile::write_record(all.conf, 3) = 0",
-                      "PostProcessInterface::loadConfig()"};
-  const Lines released = {"FocusAssist::stop_thread()",
-                          "usleep(200000)",
-                          "AutoDaynight::setAgcMaxGain(3)",
-                          "ConfigFile::write_record(all.conf, 3) = 0",
-                          "PostProcessInterface::loadConfig()",
-                          kIrisShut,
-                          kIrisShut,
-                          normal({0, 0x2606, 0, 0x2068, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}),
-                          kModeNormal,
-                          frames("0x1e")};
+  const std::string written = "ConfigFile::write_record(all.conf, 3) = 0";
+  // clang-format off
+  const Lines held = {
+      "AutoDaynight::stop_thread()", "AutoDaynight::setAgcMaxGain(3)", kIrisOpen,
+      normal({0x2602, 0x0480, 0x2063, 0, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}), kModeNormal, frames("0x1e"),
+      "usleep(200000)", "FocusAssist::setLevel(77)", "Thread::execute_process(FocusAssist)", written,
+      "PostProcessInterface::loadConfig()"};
+  const Lines released = {
+      "FocusAssist::stop_thread()", "usleep(200000)", "AutoDaynight::setAgcMaxGain(3)", written,
+      "PostProcessInterface::loadConfig()", kIrisShut, kIrisShut,
+      normal({0, 0x2606, 0, 0x2068, 0x0bf5, 0x05a7, 0x0bf5, 0x02a7}), kModeNormal, frames("0x1e")};
+  // clang-format on
   const std::pair<int, bool> steps[] = {
       {kHold, true}, {kHold, true}, {kRelease, false}, {kToggle, true}, {kToggle, false}};
   for (const auto& [value, holds] : steps) {
@@ -264,6 +236,7 @@ TEST_F(ExposureHandlersTest, AHoldThatCannotBeSavedIsStillHeld) {
   EXPECT_EQ(1, inquire(kHoldInq));
 
   std::filesystem::remove("/tmp/config/all.conf");
+  EXPECT_EQ(Lines{}, story(kExpMode, 0));
   EXPECT_EQ((Lines{"AutoDaynight::stop_thread()", kIrisOpen, "usleep(200000)", "FocusAssist::setLevel(0)",
                    "Thread::execute_process(FocusAssist)"}),
             story(kHoldIris, kHold));

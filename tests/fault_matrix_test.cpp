@@ -10,14 +10,16 @@ namespace {
 using sim::Fault;
 
 struct Cell {
-  const Operation* operation;
   std::uint32_t exchange;
   Fault fault;
   std::uint32_t entry;
 };
 
+// Entries of the reply to this exchange of the traffic.
 std::uint32_t entries_of(const std::string& exchange) {
-  return static_cast<std::uint32_t>(std::count(exchange.begin(), exchange.end(), ' '));
+  if (exchange[0] == 'x') return 3;  // the all-to-SDRAM request
+  if (exchange[0] == 'b') return 1;
+  return static_cast<std::uint32_t>(std::ranges::count(exchange.substr(0, exchange.find(" !")), ' '));
 }
 
 bool is_about_an_entry(Fault fault) {
@@ -51,7 +53,7 @@ class FaultMatrix : public FaultTest {
       for (std::uint32_t fault = 1; fault < sim::kFaultNames.size(); ++fault) {
         const std::uint32_t variants = is_about_an_entry(Fault{fault}) ? entries_of(traffic[exchange]) : 1;
         for (std::uint32_t entry = 0; entry < variants; ++entry) {
-          cells.push_back({&operation, exchange, Fault{fault}, entry});
+          cells.push_back({exchange, Fault{fault}, entry});
         }
       }
     }
@@ -59,26 +61,27 @@ class FaultMatrix : public FaultTest {
   }
 
   // Returns false for a fault that did not happen, because this time the operation took another way.
-  bool survives(const Cell& cell) {
+  bool survives(const Operation& operation, const Cell& cell) {
     // Results may depend on what was done before, but not on whether it is done once more.
     int without_fault = 0;
-    capture([&] { without_fault = cell.operation->run(); });
+    capture([&] { without_fault = operation.run(); });
     camera.clear_traffic();
     camera.fault(cell.fault, {.exchange = cell.exchange, .entry = cell.entry});
     int result = 0;
-    const Output output = capture([&] { result = cell.operation->run(); });
+    const Output output = capture([&] { result = operation.run(); });
     camera.settle();
     camera.clear_faults();
     const Lines traffic = camera.traffic();
     const bool happened = std::ranges::any_of(traffic, [&](const std::string& line) {
-      return line.find(" !") != std::string::npos && entries_of(line) - 1 > cell.entry;
+      return line.find(" !") != std::string::npos && entries_of(line) > cell.entry;
     });
 
-    const bool told = output.err.find("[ERROR]") != std::string::npos || output.out.find("failed!") != std::string::npos;
+    const bool told =
+        output.err.find("[ERROR]") != std::string::npos || output.out.find("failed!") != std::string::npos;
     EXPECT_TRUE(told || !happened || may_go_unnoticed(cell.fault)) << output.out << output.err;
-    if (cell.operation->result == Operation::kHidesFailures) {
+    if (operation.result == Operation::kHidesFailures) {
       EXPECT_EQ(result, without_fault);
-    } else if (cell.operation->result == Operation::kTellsFailures && cell.fault != Fault::empty_reply) {
+    } else if (operation.result == Operation::kTellsFailures && cell.fault != Fault::empty_reply) {
       EXPECT_EQ(result, told ? -1 : without_fault);
     }
     EXPECT_TRUE(camera.record_is_clean() || output.err.find("send user signal1") != std::string::npos);
@@ -95,26 +98,23 @@ TEST_F(FaultMatrix, EachFaultCostsOneOperationOnly) {
   ASSERT_EQ(start_control_thread(), 0);
   std::vector<Operation> operations = request_operations(true);
   for (const Operation& operation : direct_operations()) operations.push_back(operation);
-  std::vector<Cell> cells;
-  for (const Operation& operation : operations) {
-    for (const Cell& cell : cells_of(operation)) cells.push_back(cell);
-  }
-
   std::printf("seed %u\n", proof_seed());
-  const std::size_t all = cells.size();
-  if (!whole_proof()) {
-    std::ranges::shuffle(cells, std::mt19937(proof_seed()));
-    cells.resize(static_cast<std::size_t>(figure("CAMERA_CELLS", 1000)));
+  std::mt19937 random(proof_seed());
+  const unsigned one_in = whole_proof() ? 1 : 25;
+  std::size_t cells = 0;
+  int tried = 0;
+  for (const Operation& operation : operations) {
+    for (const Cell& cell : cells_of(operation)) {
+      ++cells;
+      if (random() % one_in != 0) continue;
+      SCOPED_TRACE(operation.name + ", exchange " + std::to_string(cell.exchange) + ", entry " +
+                   std::to_string(cell.entry) + ": " +
+                   std::string(sim::kFaultNames[static_cast<std::size_t>(cell.fault)]));
+      tried += survives(operation, cell);
+      ASSERT_FALSE(HasFailure());
+    }
   }
-  int happened = 0;
-  for (const Cell& cell : cells) {
-    SCOPED_TRACE(cell.operation->name + ", exchange " + std::to_string(cell.exchange) + ", entry " +
-                 std::to_string(cell.entry) + ": " +
-                 std::string(sim::kFaultNames[static_cast<std::size_t>(cell.fault)]));
-    happened += survives(cell);
-    ASSERT_FALSE(HasFailure());
-  }
-  std::printf("%d of %zu cells, %d survivors\n", happened, all, happened);
+  std::printf("%zu cells, %d tried, %d survivors\n", cells, tried, tried);
 }
 
 }  // namespace

@@ -37,6 +37,7 @@ mount --no-mtab -t tmpfs tmpfs /tmp
 mkdir /tmp/config
 export IPCAM_CONFIG_DIR=/tmp/config LD_LIBRARY_PATH=/mnt/prefix/${2%/pkgconfig}
 head -c 880 /dev/zero >/tmp/config/all.conf
+: >/tmp/camsim
 /mnt/prefix/bin/camsim run 2>/tmp/camsim &
 trap 'kill $! 2>/dev/null' EXIT
 for _ in $(seq 100); do grep -q 'serving requests' /tmp/camsim && break; sleep 0.05; done

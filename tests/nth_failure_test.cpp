@@ -79,7 +79,8 @@ class NthFailure : public FaultTest {
         const Output next = capture(expect_next_works);
         if (HasFailure()) std::printf("%s\n%s%s", output.out.c_str(), output.err.c_str(), next.out.c_str());
         EXPECT_TRUE(camera.record_is_clean());
-        EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); })) << before << " / " << Leftovers::now();
+        EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); }))
+            << before << " / " << Leftovers::now();
         runs += failed;
       }
     }

@@ -1,7 +1,6 @@
 // Setters over the real link: register traffic, messages, refusals and what stays in the tables.
 #include <algorithm>
 #include <functional>
-#include <regex>
 #include <span>
 #include <thread>
 
@@ -53,7 +52,11 @@ std::string printed(int value) { return std::to_string(value); }
 Lines with_reads(const Lines& writes) {
   Lines traffic;
   for (const std::string& write : writes) {
-    if (write[0] == 'w') traffic.push_back("r" + std::regex_replace(write.substr(1), std::regex("=0x.."), ""));
+    if (write[0] == 'w') {
+      std::string read = "r" + write.substr(1);
+      for (auto value = read.find('='); value != std::string::npos; value = read.find('=')) read.erase(value, 5);
+      traffic.push_back(read);
+    }
     traffic.push_back(write);
   }
   return traffic;

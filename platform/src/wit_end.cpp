@@ -16,6 +16,7 @@ constexpr int kTaken = 1;
 constexpr int kPosted = 2;
 
 constexpr int kNone = -1;
+constexpr int kMaxPassed = 16;
 
 // A caller that waits for a free semaphore; lives on that caller's stack. Each has a semaphore of its own to sleep on,
 // so that a freed one wakes exactly one caller.
@@ -25,11 +26,17 @@ struct Waiter {
   Waiter* next;
 };
 
-// The free semaphores are a stack, linked through `next_free`. While a caller waits, the stack is empty: a freed
-// semaphore goes straight to the caller that has waited longest and cannot be snatched by a newcomer.
+// Most callers come back at once with their next request. Handing every freed semaphore to the caller that has waited
+// longest would put each of them to sleep twice per request, once for a semaphore and once for the answer. So one freed
+// semaphore may lie for whoever comes first, until the next post or put, and until kMaxPassed callers in a row have
+// passed those who wait; the others go straight to the one that has waited longest.
+//
+// Nobody waits for ever: a semaphore lies only while another one is reserved, whose post or put is still to come.
 struct Pool {
   std::mutex mutex;
-  int first_free = kNone;
+  int first_free = kNone;  // a stack, linked through `next_free`
+  int free_count = 0;
+  int passed = 0;
   Waiter* first_waiter = nullptr;
   Waiter* last_waiter = nullptr;
 };
@@ -56,13 +63,26 @@ bool release(s_witEnd_ctl* ctl) {
   return true;
 }
 
-int reserve(Pool& pool, const s_witEnd_ctl& ctl) {
+int pop_free(Pool& pool, s_witEnd_sem* sems) {
+  const int number = pool.first_free;
+  pool.first_free = sems[number].next_free;
+  --pool.free_count;
+  sems[number].state = kTaken;
+  return number;
+}
+
+void push_free(Pool& pool, s_witEnd_sem* sems, int number) {
+  sems[number].state = kFree;
+  sems[number].next_free = pool.first_free;
+  pool.first_free = number;
+  ++pool.free_count;
+}
+
+int reserve(Pool& pool, s_witEnd_sem* sems) {
   std::unique_lock lock(pool.mutex);
   if (pool.first_free != kNone) {
-    const int number = pool.first_free;
-    pool.first_free = ctl.sems[number].next_free;
-    ctl.sems[number].state = kTaken;
-    return number;
+    if (pool.first_waiter != nullptr) ++pool.passed;
+    return pop_free(pool, sems);
   }
   Waiter self{.handed_over = {}, .number = kNone, .next = nullptr};
   sem_init(&self.handed_over, 0, 0);
@@ -75,22 +95,23 @@ int reserve(Pool& pool, const s_witEnd_ctl& ctl) {
   return self.number;
 }
 
-void put_back(Pool& pool, s_witEnd_sem& sem, int number) {
-  std::unique_lock lock(pool.mutex);
-  Waiter* waiter = pool.first_waiter;
-  if (waiter == nullptr) {
-    sem.state = kFree;
-    sem.next_free = pool.first_free;
-    pool.first_free = number;
-    return;
+// Gives free semaphores to those who wait, all but `spare` of them. The pool's mutex is held.
+void hand_over(Pool& pool, s_witEnd_sem* sems, int spare) {
+  while (pool.first_waiter != nullptr && pool.free_count > spare) {
+    Waiter* waiter = pool.first_waiter;
+    pool.first_waiter = waiter->next;
+    if (pool.first_waiter == nullptr) pool.last_waiter = nullptr;
+    pool.passed = 0;
+    waiter->number = pop_free(pool, sems);
+    // The last use of the waiter: it leaves its stack frame as soon as it sees the post.
+    sem_post(&waiter->handed_over);
   }
-  pool.first_waiter = waiter->next;
-  if (pool.first_waiter == nullptr) pool.last_waiter = nullptr;
-  sem.state = kTaken;
-  waiter->number = number;
-  lock.unlock();
-  // The last use of the waiter: it leaves its stack frame as soon as it sees the post.
-  sem_post(&waiter->handed_over);
+}
+
+void put_back(Pool& pool, s_witEnd_ctl& ctl, int number) {
+  const std::lock_guard lock(pool.mutex);
+  push_free(pool, ctl.sems, number);
+  hand_over(pool, ctl.sems, pool.passed < kMaxPassed && pool.free_count < ctl.count ? 1 : 0);
 }
 
 }  // namespace
@@ -107,6 +128,7 @@ int WitEnd_new(s_witEnd_sem* sems, int count, s_witEnd_ctl* ctl) {
     sems[i].next_free = i + 1 < count ? i + 1 : kNone;
   }
   pool->first_free = 0;
+  pool->free_count = count;
   *ctl = {.sems = sems, .count = count, .pool = pool};
   return 0;
 }
@@ -117,7 +139,7 @@ int WitEnd_get(int* number, s_witEnd_ctl* ctl) {
     platform::note("WitEnd_get", {-1});
     return -1;
   }
-  *number = reserve(*pool, *ctl);
+  *number = reserve(*pool, ctl->sems);
   platform::note("WitEnd_get", {*number});
   return 0;
 }
@@ -127,7 +149,7 @@ int WitEnd_wait_put(int number, s_witEnd_ctl* ctl) {
   s_witEnd_sem* sem = find(number, ctl);
   if (sem == nullptr || sem->state == kFree) return -1;
   wait_on(&sem->posted);
-  put_back(*pool_of(ctl), *sem, number);
+  put_back(*pool_of(ctl), *ctl, number);
   return 0;
 }
 
@@ -137,6 +159,9 @@ int WitEnd_post(int number, s_witEnd_ctl* ctl) {
   int expected = kTaken;
   if (sem == nullptr || !sem->state.compare_exchange_strong(expected, kPosted)) return -1;
   sem_post(&sem->posted);
+  Pool& pool = *pool_of(ctl);
+  const std::lock_guard lock(pool.mutex);
+  hand_over(pool, ctl->sems, 0);
   return 0;
 }
 

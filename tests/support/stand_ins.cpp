@@ -225,5 +225,11 @@ __attribute__((visibility("default"))) void* operator new(std::size_t size) {
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
+// The library's own nothrow version would call AddressSanitizer's own allocator, which these do not belong to.
+__attribute__((visibility("default"))) void* operator new(std::size_t size, const std::nothrow_t&) noexcept try {
+  return operator new(size);
+} catch (...) {
+  return nullptr;
+}
 __attribute__((visibility("default"))) void operator delete(void* memory) noexcept { std::free(memory); }
 __attribute__((visibility("default"))) void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

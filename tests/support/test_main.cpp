@@ -20,7 +20,8 @@ namespace fs = std::filesystem;
 
 // Shared names are no way out: a test that used them could meet a running simulator, or another test.
 [[noreturn]] void give_up(const std::string& what) {
-  std::fprintf(stderr, "tests need namespaces of their own: %s: %s\n", what.c_str(), std::strerror(errno));
+  std::fprintf(stderr, "tests need namespaces of their own (as root, or under unshare --map-root-user): %s: %s\n",
+               what.c_str(), std::strerror(errno));
   std::exit(1);
 }
 

@@ -1,0 +1,215 @@
+// Many callers, every fault, every schedule: each request is answered once, and nothing is left behind.
+#include <atomic>
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include "tests/support/operations.h"
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// Counts what is allocated: everything, since operator new takes its memory here as well.
+std::atomic<long> g_allocations{0};
+extern "C" void* __libc_malloc(std::size_t size);
+extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size) noexcept {
+  ++g_allocations;
+  return __libc_malloc(size);
+}
+#endif
+
+namespace ipcam::test {
+namespace {
+
+using Random = std::mt19937;
+
+int pick(Random& random, int below) { return static_cast<int>(random() % static_cast<unsigned>(below)); }
+
+std::int64_t real_now_ms() {
+  timespec now{};
+  clock_gettime(CLOCK_BOOTTIME, &now);  // which no clock of these tests moves
+  return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+long resident_pages() {
+  std::ifstream file("/proc/self/statm");
+  long size = 0;
+  long resident = 0;
+  file >> size >> resident;
+  return resident;
+}
+
+// Sends one request or raw command after the other, of all codes and values.
+struct Caller {
+  explicit Caller(std::uint32_t seed) : random(seed) {}
+
+  void send_one() {
+    ++sent;
+    if (pick(random, 8) == 0) {
+      camera::s_ccdlsi_dbg raw{};
+      std::strcpy(raw.cmd, pick(random, 2) == 0 ? "r,12,0;12,1" : "w,12,0,0xff,1");
+      raw.result = 99;
+      note(camera::cam_ccd_debug(&raw), raw.result, raw.result == 0);
+      return;
+    }
+    camera::s_cam_cgi_cmd command{};
+    command.code = pick(random, 128);
+    command.result = 99;
+    bool (*is_right)(int) = [](int result) { return result == 0; };
+    for (const Request& row : kRequests) {
+      if (row.code != command.code) continue;
+      int value = pick(random, static_cast<int>(row.accepted.size() + row.refused.size() + row.depending.size()));
+      const auto take = [&](const std::vector<int>& values, bool (*expected)(int)) {
+        if (value >= 0 && value < static_cast<int>(values.size())) {
+          command.value = values[static_cast<std::size_t>(value)];
+          is_right = expected;
+        }
+        value -= static_cast<int>(values.size());
+      };
+      take(row.accepted, [](int result) { return result == 0; });
+      take(row.refused, [](int result) { return result == -1; });
+      take(row.depending, [](int result) { return result == 0 || result == -1; });
+    }
+    const int served = camera::cam_cgi_command(&command);
+    note(served, command.result, is_right(command.result));
+  }
+
+  // A request that was not served has the result -1.
+  void note(int served, int result, bool is_right) {
+    if (served == 0) ++answered;
+    wrong += served == 0 ? !is_right : result != -1;
+  }
+
+  Random random;
+  int sent = 0;
+  int answered = 0;
+  int wrong = 0;
+};
+
+class Stress : public FaultTest {
+ protected:
+  using FaultTest::FaultTest;
+
+  // Lets callers send while `act` is called for the time of a stress. Returns what all of them counted.
+  Caller send_meanwhile(int callers, const std::function<void(Random&)>& act) {
+    std::vector<Caller> all;
+    for (int i = 0; i < callers; ++i) all.emplace_back(proof_seed() + static_cast<std::uint32_t>(i));
+    std::atomic<bool> done{false};
+    std::vector<std::thread> threads;
+    for (Caller& caller : all) {
+      threads.emplace_back([&] {
+        while (!done) caller.send_one();
+      });
+    }
+    Random random(proof_seed());
+    for (const std::int64_t end = real_now_ms() + 1000 * figure("CAMERA_STRESS_SECONDS", 5); real_now_ms() < end;)
+      act(random);
+    done = true;
+    for (std::thread& thread : threads) thread.join();
+
+    Caller sum(0);
+    for (const Caller& caller : all) {
+      sum.sent += caller.sent;
+      sum.answered += caller.answered;
+      sum.wrong += caller.wrong;
+    }
+    return sum;
+  }
+};
+
+class StressWithEvr : public Stress {
+ protected:
+  StressWithEvr() : Stress(7) {}
+};
+
+TEST_F(Stress, AnswersEveryRequestOnceWhateverTheCameraDoes) {
+  ASSERT_EQ(start_control_thread(), 0);
+  const Leftovers before = Leftovers::now();
+  Caller sum(0);
+  const Output output = capture([&] {
+    sum = send_meanwhile(16, [&](Random& random) {
+      camera.clear_faults();
+      for (int i = 0; i < 3; ++i) {
+        camera.fault(sim::Fault{static_cast<std::uint32_t>(pick(random, sim::kFaultNames.size()))},
+                     {.exchange = static_cast<std::uint32_t>(pick(random, 20)),
+                      .entry = static_cast<std::uint32_t>(pick(random, 4))});
+      }
+      real_pause_ms(2);
+      if (camera.board().running == 0) camera.restart();
+      clock->clear_waits();
+    });
+    camera.clear_faults();
+    camera.restart();
+    request(68, 1);  // ends measurement, focus assist and day/night
+    request(33, 8);
+    expect_working_link();
+  });
+  std::printf("seed %u: %d requests, %d answered\n", proof_seed(), sum.sent, sum.answered);
+  EXPECT_EQ(sum.answered, sum.sent);
+  EXPECT_EQ(sum.wrong, 0);
+  EXPECT_TRUE(camera.record_is_clean());
+  EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); })) << before << " / " << Leftovers::now();
+}
+
+TEST_F(StressWithEvr, BearsAnyScheduleOfStartsStopsAndTriggers) {
+  Caller sum(0);
+  int starts = 0;
+  const Output output = capture([&] {
+    shake_schedules(proof_seed());
+    sum = send_meanwhile(6, [&](Random& random) {
+      EXPECT_EQ(start_control_thread(), 0);
+      ++starts;
+      for (int i = pick(random, 12); i > 0; --i) {
+        static constexpr int kActions[][2] = {{33, 7}, {64, 0}, {64, 0}, {33, 8}, {62, 0}, {68, 68}, {77, 4}};
+        const auto& action = kActions[pick(random, std::size(kActions))];
+        request(action[0], action[1]);
+      }
+      stop_control_thread();
+      clock->clear_waits();
+    });
+    shake_schedules(0);
+  });
+  std::printf("seed %u: %d starts, %d requests, %d answered\n", proof_seed(), starts, sum.sent, sum.answered);
+  EXPECT_EQ(sum.wrong, 0);
+  EXPECT_EQ(request(39, 3), -1000);
+  EXPECT_TRUE(camera.record_is_clean());
+}
+
+TEST_F(StressWithEvr, StartingAndStoppingLeavesNothingBehind) {
+  const int cycles = figure("CAMERA_CYCLES", 100);
+  Leftovers before{};
+  long pages_before = 0;
+  capture([&] {
+    for (int i = 0; i < cycles; ++i) {
+      ASSERT_EQ(start_control_thread(), 0);
+      request(64);
+      stop_control_thread();
+      clock->clear_waits();
+      if (i != 10) continue;
+      before = Leftovers::now();
+      pages_before = resident_pages();
+    }
+  });
+  EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); })) << before << " / " << Leftovers::now();
+  std::printf("%d cycles, %ld pages more\n", cycles, resident_pages() - pages_before);
+  EXPECT_LT(resident_pages() - pages_before, 64);
+}
+
+TEST_F(Stress, ExchangesAllocateNothing) {
+  const std::vector<Operation> operations = direct_operations();
+  for (int i = 0; i < 5; ++i) {
+    const Operation& operation = operations[static_cast<std::size_t>(i)];
+    operation.run();
+    fail_next("new", ENOMEM);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    const long before = g_allocations;
+    for (int k = 0; k < 100; ++k) operation.run();
+    EXPECT_EQ(g_allocations, before) << operation.name;
+#else
+    for (int k = 0; k < 100; ++k) operation.run();
+#endif
+    EXPECT_EQ(failures_left(), 1) << operation.name;
+    clear_failures();
+  }
+}
+
+}  // namespace
+}  // namespace ipcam::test
