@@ -32,8 +32,7 @@ consteval std::uint8_t value_at(std::span<const KnownRow> known, std::size_t row
 
 // A chroma curve table. Its even and its odd rows are two sequences of their own.
 using ChromaCurves = std::array<std::uint8_t, sizeof g_ecgamma_val>;
-consteval ChromaCurves chroma_curves(std::span<const KnownRow> even_rows,
-                                                      std::span<const KnownRow> odd_rows) {
+consteval ChromaCurves chroma_curves(std::span<const KnownRow> even_rows, std::span<const KnownRow> odd_rows) {
   ChromaCurves values{};
   for (std::size_t i = 0; i < values.size(); ++i) {
     const std::size_t row = i / kCurves;

@@ -119,16 +119,17 @@ CommApplication::CommApplication(Switchboard& board) : board_(board) {
   sigprocmask(SIG_BLOCK, &signals_, nullptr);
   open_objects();
 
+  // Under the lock, so that no requester finds the record free before the switchboard tells who will serve it.
   lock();
+  board_.posted_seen = board_.posted.load();
+  board_.comm_pid = static_cast<std::uint32_t>(getpid());
+  board_.running = 1;
   record_->status = kIdle;
   record_->req_pid = 0;
   copy_to(record_->packet, {});
   record_->comm_pid = getpid();
   unlock();
-
-  board_.posted_seen = board_.posted.load();
-  board_.comm_pid = static_cast<std::uint32_t>(getpid());
-  board_.running = 1;
+  ++board_.starts;
 }
 
 CommApplication::~CommApplication() {

@@ -26,6 +26,20 @@ constexpr int kPatienceMs = 10000;
 
 void pause_ms(int milliseconds) { poll(nullptr, 0, milliseconds); }
 
+// A doorbell for the controlling process must not end the wait.
+pid_t wait_for_child(pid_t pid, int* status, int options) {
+  pid_t child = 0;
+  do {
+    child = waitpid(pid, status, options);
+  } while (child < 0 && errno == EINTR);
+  return child;
+}
+
+bool has_ended(pid_t child) {
+  siginfo_t info{};
+  return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == child;
+}
+
 [[noreturn]] void run_child(Switchboard& board, pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(1);  // the parent died before its death could be noticed
@@ -52,6 +66,7 @@ void SimulatedCamera::start() {
   if (pid_ != 0 && board_->running != 0) throw std::runtime_error("comm application runs already");
   kill9();  // a child that is dying of a fault, or paused, makes room
 
+  const std::uint32_t starts = board_->starts;
   const pid_t parent = getpid();
   pid_ = fork();
   if (pid_ < 0) {
@@ -60,12 +75,12 @@ void SimulatedCamera::start() {
   }
   if (pid_ == 0) run_child(*board_, parent);
 
-  for (int i = 0; i < kPatienceMs && board_->running == 0; ++i) {
-    reap(0);
-    if (pid_ == 0) break;
-    pause_ms(1);
+  // One that has died of a fault by now has been started all the same.
+  for (int i = 0; i < kPatienceMs && board_->starts == starts && !has_ended(pid_); ++i) pause_ms(1);
+  if (board_->starts == starts) {
+    kill9();
+    throw std::runtime_error("comm application did not start");
   }
-  if (board_->running == 0) throw std::runtime_error("comm application did not start");
   attach();
 }
 
@@ -90,7 +105,7 @@ void SimulatedCamera::kill9() {
 // With a signal waits for the end that it brings; with 0 only looks whether the child has ended.
 void SimulatedCamera::reap(int signal) {
   if (signal != 0) kill(pid_, signal);
-  if (waitpid(pid_, nullptr, signal != 0 ? 0 : WNOHANG) != pid_) return;
+  if (wait_for_child(pid_, nullptr, signal != 0 ? 0 : WNOHANG) != pid_) return;
   pid_ = 0;
   board_->running = 0;
   board_->comm_pid = 0;
@@ -100,7 +115,7 @@ void SimulatedCamera::pause() {
   if (pid_ == 0) return;
   kill(pid_, SIGSTOP);
   int status = 0;
-  waitpid(pid_, &status, WUNTRACED);
+  wait_for_child(pid_, &status, WUNTRACED);
   // Only now, when nothing that it was about to do can still happen.
   board_->running = 0;
   if (!WIFSTOPPED(status)) pid_ = 0;

@@ -101,6 +101,7 @@ struct Switchboard {
 
   // --- Comm application -> controller ---
   Counter comm_pid;        // 0 while no comm application runs
+  Counter starts;          // comm applications that have begun to serve
   Counter running;         // 1 while it can answer; also cleared by a controller that stops or kills it
   Counter requests_taken;  // requests found posted
   Counter replies_rung;    // doorbells rung

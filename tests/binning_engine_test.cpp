@@ -4,7 +4,7 @@
 namespace ipcam::test {
 namespace {
 
-constexpr int kExpMode = 62, kAgcMaxGain = 71, kMode = 73, kBinning = 74, kForce = 75, kFunction = 77;
+constexpr int kGain = 35, kExpMode = 62, kAgcMaxGain = 71, kMode = 73, kBinning = 74, kForce = 75, kFunction = 77;
 constexpr int kOn = 0, kOff = 1, kAutomatic = 4, kUnforce = 29, kStop = 34;
 
 constexpr std::string_view kHalfFile("\x01\x00\xff\x80\x0a\x00\x07\x63\x11\x22\x33\x44", 12);
@@ -202,6 +202,12 @@ TEST_F(BinningEngineTest, GainCeilingsFollowTheReadout) {
   }
 }
 
+TEST_F(BinningEngineTest, GainCeilingsFollowTheGainRequest) {
+  start(SettingsBytes());
+  request(kGain, 6);
+  EXPECT_EQ(kAllLoaded + "Pattern E(LF)\n", errors(kOff));
+}
+
 TEST_F(BinningEngineTest, NeedsAnAdjustmentFileForItsSecondHalf) {
   start();
   for (const std::string_view invalid : {std::string_view("\x02\0\1\2\3\4\5\6\7\0\0\0", 12), kAllFile.substr(0, 7),
@@ -281,10 +287,16 @@ TEST_F(BinningEngineTest, ForcedBinningRecordsWhatItRestores) {
     std::erase_if(calls, [](const std::string& c) { return c.starts_with("Post") || c.starts_with("Object"); });
     EXPECT_EQ(steps[i].worker, calls);
   }
-  request(kForce, kOn);
-  stop_control_thread();
-  ASSERT_EQ(0, start_control_thread());
-  EXPECT_EQ(0, request(kFunction, kOff)) << "a new start is not forced";
+  // A new start is neither forced nor does it remember what was on.
+  write_settings(SettingsBytes().i32(780, 2));
+  for (const std::pair<int, int>& first : {std::pair(kForce, kUnforce), std::pair(kFunction, kOff)}) {
+    request(kForce, kOn);
+    request(kFunction, kOn);
+    stop_control_thread();
+    ASSERT_EQ(0, start_control_thread());
+    EXPECT_EQ(0, request(first.first, first.second));
+    EXPECT_EQ(0, camera.reg(0, 3));
+  }
 }
 
 TEST_F(BinningEngineTest, AutomaticBinningPassesTheStoredThresholds) {

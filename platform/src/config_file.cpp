@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,6 +21,15 @@ namespace {
 constexpr int kSettingsKind = 3;
 constexpr std::size_t kRecordSize = 880;
 constexpr mode_t kNewFileMode = 0644;
+
+// Paths have a fixed size, so that no read or write can fail for want of memory.
+using Path = std::array<char, PATH_MAX>;
+
+// Returns false when the path is too long.
+bool join(Path& path, const char* directory, const char* name, const char* suffix) {
+  const int length = std::snprintf(path.data(), path.size(), "%s/%s%s", directory, name, suffix);
+  return length > 0 && static_cast<std::size_t>(length) < path.size();
+}
 
 class Descriptor {
  public:
@@ -60,9 +70,11 @@ bool write_all(int fd, const unsigned char* bytes, std::size_t size) {
 }
 
 // A reader takes no lock: the file that it has opened is never written to, only replaced by another.
-bool read_file(const std::string& path, void* record) {
+bool read_file(const char* directory, const char* name, void* record) {
+  Path path;
+  if (!join(path, directory, name, "")) return false;
   // Not blocking: opening a pipe of that name would hang.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const Descriptor file(open(path.data(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!file.is_open()) return false;
   struct stat status {};
   if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
@@ -83,52 +95,64 @@ bool lock(const Descriptor& file) {
 }
 
 // Puts the record on the disk under another name. The permissions of the file that it is to replace are kept.
-bool write_copy(const std::string& copy, const std::string& original, const void* record) {
-  unlink(copy.c_str());
-  const Descriptor file(open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode));
+bool write_copy(const Path& copy, const Path& original, const void* record) {
+  unlink(copy.data());
+  const Descriptor file(open(copy.data(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode));
   if (!file.is_open()) return false;
   struct stat status {};
-  if (stat(original.c_str(), &status) == 0 && fchmod(file.get(), status.st_mode & 0777) != 0) return false;
+  if (stat(original.data(), &status) == 0 && fchmod(file.get(), status.st_mode & 0777) != 0) return false;
   return write_all(file.get(), static_cast<const unsigned char*>(record), kRecordSize) && fsync(file.get()) == 0;
 }
 
-bool write_file(const std::string& directory, const std::string& path, const void* record) {
-  const Descriptor folder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+bool write_file(const char* directory, const char* name, const void* record) {
+  Path path;
+  Path copy;
+  Path lock_path;
+  if (!join(path, directory, name, "") || !join(copy, directory, name, ".new")) return false;
+  if (!join(lock_path, directory, name, ".lock")) return false;
+  const Descriptor folder(open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder.is_open()) return false;
   // One writer at a time, so the copy can always have the same name, and what an interrupted writer left is swept up.
-  const Descriptor lock_file(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNewFileMode));
+  const Descriptor lock_file(open(lock_path.data(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNewFileMode));
   if (!lock(lock_file)) return false;
-  const std::string copy = path + ".new";
-  if (!write_copy(copy, path, record) || rename(copy.c_str(), path.c_str()) != 0) {
-    unlink(copy.c_str());
+  if (!write_copy(copy, path, record) || rename(copy.data(), path.data()) != 0) {
+    unlink(copy.data());
     return false;
   }
   // The new name is on the disk only when its directory is.
   return fsync(folder.get()) == 0;
 }
 
-bool is_stored(const std::string& name, int kind) { return !name.empty() && kind == kSettingsKind; }
+// Copies a text that fits; returns false and leaves an empty one otherwise.
+template <std::size_t size>
+bool copy_text(char (&to)[size], const char* from) {
+  to[0] = '\0';
+  const std::size_t length = std::strlen(from);
+  if (length >= size) return false;
+  std::memcpy(to, from, length + 1);
+  return true;
+}
 
 }  // namespace
 
-ConfigFile::ConfigFile(char* path) : name_(path == nullptr ? "" : path) {
+ConfigFile::ConfigFile(char* path) {
   const char* directory = std::getenv("IPCAM_CONFIG_DIR");
-  directory_ = directory == nullptr || directory[0] == '\0' ? "." : directory;
+  if (directory == nullptr || directory[0] == '\0') directory = ".";
+  is_usable_ = copy_text(name_, path == nullptr ? "" : path) && copy_text(directory_, directory) && name_[0] != '\0';
   platform::note("ConfigFile::ConfigFile", {}, name_);
 }
 
 ConfigFile::~ConfigFile() { platform::note("ConfigFile::~ConfigFile", {}, name_); }
 
 int ConfigFile::read_record(void* record, int kind) {
-  const bool done = record != nullptr && is_stored(name_, kind) && read_file(directory_ + "/" + name_, record);
+  const bool done = is_usable_ && record != nullptr && kind == kSettingsKind && read_file(directory_, name_, record);
   const int result = done ? 0 : -1;
   platform::note("ConfigFile::read_record", {kind}, name_, result);
   return result;
 }
 
 int ConfigFile::write_record(void* record, int kind) {
-  const bool done =
-      record != nullptr && is_stored(name_, kind) && write_file(directory_, directory_ + "/" + name_, record);
+  const bool done = is_usable_ && record != nullptr && kind == kSettingsKind && write_file(directory_, name_, record);
   const int result = done ? 0 : -1;
   platform::note("ConfigFile::write_record", {kind}, name_, result);
   return result;

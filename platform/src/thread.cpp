@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
-#include <string>
+#include <string_view>
 #include <typeinfo>
 
 #include "journal_note.h"
@@ -16,14 +16,15 @@
 namespace ipcam {
 namespace {
 
-// The object's class without its namespaces, for the journal.
-std::string class_name(const Thread& thread) {
+// Enters the start with the object's class, its namespaces left out.
+void note_start(const Thread& thread) {
   const char* mangled = typeid(thread).name();
   char* demangled = abi::__cxa_demangle(mangled, nullptr, nullptr, nullptr);
-  std::string name = demangled == nullptr ? mangled : demangled;
-  std::free(demangled);
+  std::string_view name = demangled == nullptr ? mangled : demangled;
   const std::size_t colons = name.rfind("::");
-  return colons == std::string::npos ? name : name.substr(colons + 2);
+  if (colons != std::string_view::npos) name.remove_prefix(colons + 2);
+  platform::note("Thread::execute_process", {}, name);
+  std::free(demangled);
 }
 
 int create_detached(void* (*function)(void*), void* argument) {
@@ -44,7 +45,8 @@ struct ThreadRuns::Launch {
 };
 
 int ThreadRuns::start(Thread& thread) {
-  auto launch = std::make_unique<Launch>(Launch{.thread = thread, .runs = shared_from_this()});
+  std::unique_ptr<Launch> launch(new (std::nothrow) Launch{.thread = thread, .runs = shared_from_this()});
+  if (launch == nullptr) return -1;
   // Held over the creation, so that nobody sees the new thread's run before it is counted.
   const std::lock_guard lock(mutex_);
   if (create_detached(&ThreadRuns::run, launch.get()) != 0) return -1;
@@ -91,7 +93,7 @@ Thread::Thread(e_thread_priority, bool) : runs_(std::make_shared<ThreadRuns>()) 
 Thread::~Thread() = default;
 
 int Thread::execute_process() {
-  platform::note("Thread::execute_process", {}, class_name(*this));
+  note_start(*this);
   return runs_->start(*this);
 }
 

@@ -16,6 +16,9 @@ constexpr int kTaken = 1;
 constexpr int kPosted = 2;
 
 constexpr int kNone = -1;
+
+// Newcomers that may pass the waiting callers in a row: enough to spare most requests the second sleep, few enough to
+// keep the longest wait near that of a strict queue.
 constexpr int kMaxPassed = 16;
 
 // A caller that waits for a free semaphore; lives on that caller's stack. Each has a semaphore of its own to sleep on,
@@ -158,10 +161,12 @@ int WitEnd_post(int number, s_witEnd_ctl* ctl) {
   s_witEnd_sem* sem = find(number, ctl);
   int expected = kTaken;
   if (sem == nullptr || !sem->state.compare_exchange_strong(expected, kPosted)) return -1;
+  {
+    Pool& pool = *pool_of(ctl);
+    const std::lock_guard lock(pool.mutex);
+    hand_over(pool, ctl->sems, 0);
+  }
   sem_post(&sem->posted);
-  Pool& pool = *pool_of(ctl);
-  const std::lock_guard lock(pool.mutex);
-  hand_over(pool, ctl->sems, 0);
   return 0;
 }
 

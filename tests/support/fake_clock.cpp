@@ -25,6 +25,7 @@ struct HeldWait {
   bool held = false;
   int blocked = 0;   // threads inside
   int released = 0;  // of them, those that may leave
+  int openings = 0;  // how often all inside were let go, so that a new hold does not catch those on their way out
 };
 
 struct Waits {
@@ -77,7 +78,8 @@ void wait_in_fake_time(const std::string& text, std::int64_t ns) {
     HeldWait& wait = waits.held[text];
     if (wait.held) {
       ++wait.blocked;
-      waits.changed.wait(lock, [&] { return !wait.held || wait.released > 0; });
+      const int openings = wait.openings;
+      waits.changed.wait(lock, [&] { return wait.openings != openings || wait.released > 0; });
       --wait.blocked;
       if (wait.released > 0) --wait.released;
     }
@@ -193,6 +195,7 @@ void FakeClock::release_all() {
   for (auto& [text, wait] : all_waits().held) {
     wait.held = false;
     wait.released = 0;
+    ++wait.openings;
   }
   all_waits().changed.notify_all();
 }

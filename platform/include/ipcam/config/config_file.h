@@ -1,8 +1,6 @@
 // The camera's stored configuration, read and written as whole records by kind number.
 #pragma once
 
-#include <string>
-
 namespace ipcam::config {
 
 // On a workstation the file is the 880-byte record of kind 3 as it stands, nothing else. It lies in the directory that
@@ -12,7 +10,8 @@ namespace ipcam::config {
 // processes. An object itself is used by one thread at a time.
 class ConfigFile {
  public:
-  // `path` is a file name inside the configuration directory; it is copied.
+  // `path` is a file name inside the configuration directory; it is copied. With a name that is too long every read and
+  // write fails.
   explicit ConfigFile(char* path);
   virtual ~ConfigFile();
   ConfigFile(const ConfigFile&) = delete;
@@ -27,8 +26,9 @@ class ConfigFile {
   virtual int write_record(void* record, int kind);
 
  private:
-  std::string name_;
-  std::string directory_;
+  bool is_usable_;  // a name was given, and both texts fit
+  char name_[256];
+  char directory_[4096];
 };
 
 }  // namespace ipcam::config
