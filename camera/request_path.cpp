@@ -59,6 +59,7 @@ class RequestPath {
   bool enter() IPCAM_EXCLUDES(state_lock_);
   void leave();
   bool queue(int type, void* record) IPCAM_EXCLUDES(state_lock_);
+  int close_and_look() IPCAM_EXCLUDES(state_lock_);
   bool serve_or_give_back(e_message type, void* record, int slot);
   int release() IPCAM_REQUIRES(lifecycle_lock_);
 
@@ -143,12 +144,15 @@ bool RequestPath::receive(Message& message) {
   return true;
 }
 
+// Looked at under the lock: a message that turns out not to be sent is never counted here.
+int RequestPath::close_and_look() {
+  LockGuard lock(state_lock_);
+  accepting_ = false;
+  return queued_.load();
+}
+
 void RequestPath::close() {
-  {
-    LockGuard lock(state_lock_);
-    accepting_ = false;
-  }
-  while (queued_.load() > 0) {
+  while (close_and_look() > 0) {
     Message message{};
     if (!receive(message)) continue;
     int slot = 0;

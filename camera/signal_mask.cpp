@@ -3,7 +3,7 @@
 
 namespace ipcam::camera {
 
-DoorbellBlock::DoorbellBlock() : previous_{} {
+DoorbellBlock::DoorbellBlock() {
   sigset_t doorbell;
   sigemptyset(&doorbell);
   sigaddset(&doorbell, SIGUSR1);

@@ -16,7 +16,7 @@ class DoorbellBlock {
   DoorbellBlock& operator=(const DoorbellBlock&) = delete;
 
  private:
-  sigset_t previous_;
+  sigset_t previous_ = {};
   bool blocked_;
 };
 

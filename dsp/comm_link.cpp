@@ -44,10 +44,15 @@ enum e_record_status : std::int32_t { RECORD_IDLE = 0, RECORD_POSTED = 1, RECORD
 
 constinit LibraryMutex g_prgname_lock;
 
-// The record still holds a request of this process whose reply could not be fetched, because the semaphore could not
-// be had. The process's next request takes the record back; otherwise it would stay busy for everyone. Posting needs
-// an idle record, so as long as this is set, a record with this process's id holds that request and no other.
-constinit std::atomic<bool> g_record_left{false};
+// Segment whose record still holds a request of this process, because the semaphore could not be had to fetch the
+// reply; -1 for none. The process's next request takes the record back; otherwise it would stay busy for everyone.
+// Posting needs an idle record, so as long as this names the segment, a record with this process's id holds that
+// request and no other.
+constinit std::atomic<std::int32_t> g_segment_left{-1};
+
+// After a reply that came too late its doorbell is still due: the comm application rings when it has given the
+// semaphore back. Waiting this long for it costs a request that has failed already, and saves the next one.
+constexpr timespec kLateDoorbellLimit = to_timespec(10'000'000);
 
 // Several objects may be constructed while others print: the name is written only when it is not there yet.
 void set_program_name() {
@@ -86,8 +91,7 @@ int report_not_attached() {
 
 }  // namespace
 
-DspCommand::DspCommand()
-    : command_packet{}, reply_packet{}, sem_op{}, shm(nullptr), sem_id(-1), shm_id(-1), sy_revision(0) {
+DspCommand::DspCommand() {
   g_signal_flg.store(0);
   set_program_name();
   if (std::signal(kDoorbell, sigusr2_handle) == SIG_ERR) {
@@ -230,7 +234,10 @@ int DspCommand::send_to_comm(packet_info* packet) {
   }
   if (sem_operation(-1, SEM_UNDO) < 0) return -1;
 
-  if (g_record_left.exchange(false) && shm != nullptr && shm->req_pid == getpid()) clean_ipc(shm);
+  if (shm != nullptr && g_segment_left.load() == shm_id) {
+    g_segment_left.store(-1);
+    if (shm->req_pid == getpid()) clean_ipc(shm);
+  }
   int result = check_ipc(shm, 0);
   if (result == 0) {
     // The record is idle, so whatever is pending now was meant for nobody any more.
@@ -246,7 +253,7 @@ int DspCommand::send_to_comm(packet_info* packet) {
   }
 
   if (sem_operation(+1, SEM_UNDO) == 0) return result;
-  if (result == 0) g_record_left.store(true);  // rung, but nobody is going to fetch the reply
+  if (result == 0) g_segment_left.store(shm_id);  // rung, but nobody is going to fetch the reply
   return -1;
 }
 
@@ -257,10 +264,12 @@ int DspCommand::get_from_comm(packet_info* packet) {
     result = -1;
   }
   if (sem_operation(-1, SEM_UNDO) < 0) {
-    g_record_left.store(true);
+    g_segment_left.store(shm_id);
     return -1;
   }
 
+  const bool is_late = result != 0 && shm != nullptr && shm->req_pid == getpid() &&
+                       (shm->status == RECORD_REPLY || shm->status == RECORD_FAILED);
   if (result == 0) result = check_ipc(shm, 2);
   if (result == 0) {
     const std::int32_t length = shm->length;
@@ -281,6 +290,10 @@ int DspCommand::get_from_comm(packet_info* packet) {
   // Whatever happened, the record is free for the next request and a late reply finds nobody waiting.
   clean_ipc(shm);
   if (sem_operation(+1, SEM_UNDO) < 0) result = -1;
+  if (is_late) {
+    const sigset_t doorbell = doorbell_set();
+    sigtimedwait(&doorbell, nullptr, &kLateDoorbellLimit);
+  }
   return result;
 }
 

@@ -225,14 +225,14 @@ int DspCommand::do_miris_mode(bool on) {
 }
 
 int DspCommand::do_iris_modifier(int shutter, int exp, int, bool lf) {
-  std::fprintf(stderr, "IrisModifier shutter:%d exp:%d lf:%d\n", shutter, exp, lf);
+  std::fprintf(stderr, "IrisModifier shutter:%d exp:%d lf:%d\n", shutter, exp, lf ? 1 : 0);
   const LockGuard lock(g_table_lock);
   send_rows(*this, g_iris_modifier, std::size(g_iris_modifier));
   return send_rows(*this, g_miris_scl, std::size(g_miris_scl));
 }
 
 int DspCommand::do_binning(bool on) {
-  std::printf("%s: set binning: %d\n", g_prgname, on);
+  std::printf("%s: set binning: %d\n", g_prgname, on ? 1 : 0);
   return set_byte(*this, g_binning, on ? 1 : 0);
 }
 

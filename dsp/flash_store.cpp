@@ -106,7 +106,7 @@ int copy(const Device& source, const Device& destination, std::size_t size) {
       std::fprintf(stderr, "%s: [ERROR] file read error!\n", g_prgname);
       return -1;
     }
-    const std::size_t filled = static_cast<std::size_t>(got);
+    const auto filled = static_cast<std::size_t>(got);
     const ssize_t written = uninterrupted([&] { return write(destination.fd(), chunk, filled); });
     if (written < 0) {
       std::fprintf(stderr, "%s: [ERROR] file write error!\n", g_prgname);

@@ -38,8 +38,8 @@ int DspCommand::add_cmd_packet(int type, param_info entry, packet_info* packet) 
   if (position >= 0 && position <= static_cast<int>(sizeof packet->data) - kCommandSize) {
     std::copy(std::begin(command), std::end(command), &packet->data[position]);
   }
-  packet->count += 1;
-  packet->length += kCommandSize;
+  packet->count = std::min(packet->count, INT32_MAX - 1) + 1;
+  packet->length = std::min(packet->length, INT32_MAX - kCommandSize) + kCommandSize;
   if (packet->count > kMaxCommands || packet->length > kMaxCommandBytes) {
     std::fprintf(stderr, "%s: [ERROR] too many commands! cmd:%d bytes:%d\n", g_prgname, packet->count, packet->length);
     return -1;

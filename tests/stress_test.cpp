@@ -47,7 +47,8 @@ struct Caller {
       camera::s_ccdlsi_dbg raw{};
       std::strcpy(raw.cmd, pick(random, 2) == 0 ? "r,12,0;12,1" : "w,12,0,0xff,1");
       raw.result = 99;
-      note(camera::cam_ccd_debug(&raw), raw.result, raw.result == 0);
+      const int served = camera::cam_ccd_debug(&raw);
+      note(served, raw.result, raw.result == 0);
       return;
     }
     camera::s_cam_cgi_cmd command{};
@@ -126,13 +127,13 @@ TEST_F(Stress, AnswersEveryRequestOnceWhateverTheCameraDoes) {
   Caller sum(0);
   const Output output = capture([&] {
     sum = send_meanwhile(16, [&](Random& random) {
-      camera.clear_faults();
       for (int i = 0; i < 3; ++i) {
         camera.fault(sim::Fault{static_cast<std::uint32_t>(pick(random, sim::kFaultNames.size()))},
                      {.exchange = static_cast<std::uint32_t>(pick(random, 20)),
                       .entry = static_cast<std::uint32_t>(pick(random, 4))});
       }
       real_pause_ms(2);
+      camera.clear_faults();
       if (camera.board().running == 0) camera.restart();
       clock->clear_waits();
     });

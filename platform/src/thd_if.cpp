@@ -85,7 +85,7 @@ int ThdIf_new(void*, unsigned int, int (*)(int, void*), int (*)(int, void*), s_t
   platform::note("ThdIf_new");
   if (ctl == nullptr) return -1;
   release(ctl);
-  Queue* queue = new (std::nothrow) Queue;
+  auto* queue = new (std::nothrow) Queue;
   if (queue == nullptr) return -1;
   sem_init(&queue->filled, 0, 0);
   ctl->queue = queue;

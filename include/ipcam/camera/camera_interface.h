@@ -286,9 +286,10 @@ class IPCAM_CAMERA_API CameraController : public CameraInterface {
 // that. Any thread.
 IPCAM_CAMERA_API CameraInterface* create_camera_IF(ipcam::comm::s_port_inf* port, s_ctrl_inf* ctrl);
 
-// Ends the library's one control thread, whichever object is given: waits until it has ended, and answers requests
-// that still wait with -1. Then destroys `camera`, which may be null. A thread that has been ended already is no
-// error. Any thread but the control thread; no operation may be running on `camera` itself.
+// Ends the library's one control thread, whichever object is given, and waits until it has ended. Requests queued by
+// then are served first; callers that still wait for a place in the queue get -1. Then destroys `camera`, which may be
+// null. A thread that has been ended already is no error. Any thread but the control thread; no operation may be
+// running on `camera` itself.
 IPCAM_CAMERA_API void delete_camera_IF(CameraInterface* camera);
 
 }  // namespace ipcam::camera

@@ -78,7 +78,7 @@ static_assert(sizeof(g_signal_flg) == 1 && std::atomic<unsigned char>::is_always
 // Every operation prints what went wrong on standard error, led by g_prgname, and returns -1 for a failure;
 // nothing is retried, and a request that is refused before it is sent changes nothing.
 //
-// Threads: the command operations, the setters and do_flash() may be called from any thread; each holds the
+// Threads: the command operations and the setters may be called from any thread; each holds the
 // object's mutex from its first packet to its last, so their exchanges never interleave. The link operations
 // (from get_key() on) take no lock: they are for a program that drives the link by itself, one thread at a
 // time and no command beside it. Lock order: docs/architecture.md.
@@ -95,7 +95,7 @@ class IPCAM_CAMERA_API DspCommand {
   DspCommand(const DspCommand&) = delete;
   DspCommand& operator=(const DspCommand&) = delete;
 
-  // --- Register commands -------------------------------------------------------------------------------------
+  // --- Register commands ---
 
   // Applies the first `n` rows (0 to 16) of `table` by read-modify-write: one exchange reads the registers, a
   // second writes them with the rows' `data` merged in under their `mask`. On success `data` of every row holds
@@ -131,16 +131,17 @@ class IPCAM_CAMERA_API DspCommand {
   void prt_gcmdbuf(int direction, packet_info* packet);
   void dummy_reply(int reserved, packet_info* command, packet_info* reply);
 
-  // --- Flash ---------------------------------------------------------------------------------------------------
+  // --- Flash ---
 
   // Sends the sub CPU the all-to-SDRAM request. Returns 0 when all of it was acknowledged, else -1.
   int execute_alltosdram();
 
   // Copies the parameter area and its variant block between memory and flash: 1 stores to flash, 0 loads from
-  // flash. Returns 0, or -1 at the first failure; a copy that fails halfway is not undone.
+  // flash. Returns 0, or -1 at the first failure; a copy that fails halfway is not undone. It uses the devices alone
+  // and takes no lock: one call at a time.
   int do_flash(unsigned char flag);
 
-  // --- Picture ---------------------------------------------------------------------------------------------------
+  // --- Picture ---
   // Setters return 0 when the registers were written, -1 when the value was refused or the exchange failed.
   // A number text is decimal, hexadecimal or octal, with nothing behind the number.
 
@@ -155,7 +156,7 @@ class IPCAM_CAMERA_API DspCommand {
   int do_ygamma(unsigned char* text);      // luma curve: 'e' or 'c' followed by 0 to 7
   int do_cgamma(unsigned char* text);      // chroma curve: 'e' or 'c' followed by 0 to 7
 
-  // --- White balance -----------------------------------------------------------------------------------------------
+  // --- White balance ---
 
   // Mode by its leading keyword: "atwpro", "atw", "manual", "onepush", "trgon", "indoor", "outdoor",
   // "fluorescent", "mercurylampmega" or "mercurylampsd".
@@ -166,7 +167,7 @@ class IPCAM_CAMERA_API DspCommand {
   // Preset 1, as register gains.
   int do_rbgain_preset1(unsigned short red, unsigned short blue);
 
-  // --- Exposure ------------------------------------------------------------------------------------------------------
+  // --- Exposure ---
 
   int do_blcomp(int value);                 // backlight compensation: 0, 2 or 4
   int do_expcomp(unsigned char* text);      // offset as a two's-complement byte, 0 to 255
@@ -231,14 +232,14 @@ class IPCAM_CAMERA_API DspCommand {
   IPCAM_CAMERA_LOCAL int request_alltosdram() IPCAM_REQUIRES(mutex);
   IPCAM_CAMERA_LOCAL void clear_packets() IPCAM_REQUIRES(mutex);
 
-  packet_info command_packet IPCAM_GUARDED_BY(mutex);
-  packet_info reply_packet IPCAM_GUARDED_BY(mutex);
-  sembuf sem_op;
-  shm_info* shm;
-  std::int32_t sem_id;
-  std::int32_t shm_id;
+  packet_info command_packet IPCAM_GUARDED_BY(mutex) = {};
+  packet_info reply_packet IPCAM_GUARDED_BY(mutex) = {};
+  sembuf sem_op = {};
+  shm_info* shm = nullptr;
+  std::int32_t sem_id = -1;
+  std::int32_t shm_id = -1;
   ipcam::comm::Mutex mutex;
-  std::int32_t sy_revision;
+  std::int32_t sy_revision = 0;
 };
 
 }  // namespace ipcam::camera

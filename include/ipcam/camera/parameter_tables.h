@@ -19,7 +19,7 @@ static_assert(std::endian::native == std::endian::little);
 // see to it that no setter of that table runs meanwhile.
 extern "C" {
 
-// --- Picture ---------------------------------------------------------------------------------------------------
+// --- Picture ---
 IPCAM_CAMERA_API extern param_info g_saturation[1];   // colour saturation; do_saturation
 IPCAM_CAMERA_API extern param_info g_sharpness[1];    // sharpness; do_sharpness
 IPCAM_CAMERA_API extern param_info g_contrast[1];     // contrast; do_contrast
@@ -40,7 +40,7 @@ IPCAM_CAMERA_API extern const std::uint8_t g_cygamma_val[80];   // luma, letter 
 IPCAM_CAMERA_API extern const std::uint8_t g_ecgamma_val[544];  // chroma, letter 'e'
 IPCAM_CAMERA_API extern const std::uint8_t g_ccgamma_val[544];  // chroma, letter 'c'
 
-// --- White balance -----------------------------------------------------------------------------------------------
+// --- White balance ---
 IPCAM_CAMERA_API extern param_info g_whitebalance_mode[1];     // mode register alone; do_whitebalance
 IPCAM_CAMERA_API extern param_info g_whitebalance_atwpro[2];   // mode "atwpro"; do_whitebalance
 IPCAM_CAMERA_API extern param_info g_whitebalance_preset0[5];  // manual gains, then manual mode; do_whitebalance
@@ -48,12 +48,12 @@ IPCAM_CAMERA_API extern param_info g_rgain[2];                 // manual red gai
 IPCAM_CAMERA_API extern param_info g_bgain[2];                 // manual blue gain, low byte first; do_bgain
 IPCAM_CAMERA_API extern param_info g_rbgain_preset1[4];        // red and blue gain of preset 1; do_rbgain_preset1
 
-// --- Backlight and exposure compensation ---------------------------------------------------------------------------
+// --- Backlight and exposure compensation ---
 IPCAM_CAMERA_API extern param_info g_blcomp[1];       // backlight compensation, 0 to 2; do_blcomp
 IPCAM_CAMERA_API extern param_info g_expcomp[1];      // exposure compensation, two's complement; do_expcomp
 IPCAM_CAMERA_API extern param_info g_aereference[1];  // exposure reference level, two's complement; do_aereference
 
-// --- Exposure --------------------------------------------------------------------------------------------------------
+// --- Exposure ---
 IPCAM_CAMERA_API extern param_info g_expmode[1];           // exposure mode register; do_expmode
 IPCAM_CAMERA_API extern param_info g_ae_auto[1];           // automatic exposure; do_autoexposure
 IPCAM_CAMERA_API extern param_info g_ae_manual[4];         // manual exposure; do_autoexposure, do_shutter_gain
