@@ -175,20 +175,19 @@ TEST_F(StressWithEvr, BearsAnyScheduleOfStartsStopsAndTriggers) {
 }
 
 TEST_F(StressWithEvr, StartingAndStoppingLeavesNothingBehind) {
-  const int cycles = figure("CAMERA_CYCLES", 100);
-  Leftovers before{};
-  long pages_before = 0;
-  capture([&] {
+  const int cycles = figure("CAMERA_CYCLES", 60);
+  const auto run_cycles = [&] {
     for (int i = 0; i < cycles; ++i) {
-      ASSERT_EQ(start_control_thread(), 0);
+      EXPECT_EQ(start_control_thread(), 0);
       request(64);
       stop_control_thread();
       clock->clear_waits();
-      if (i != 10) continue;
-      before = Leftovers::now();
-      pages_before = resident_pages();
     }
-  });
+  };
+  capture(run_cycles);  // memory that is kept for later use, the journal's above all, is in place afterwards
+  const Leftovers before = Leftovers::now();
+  const long pages_before = resident_pages();
+  capture(run_cycles);
   EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); })) << before << " / " << Leftovers::now();
   std::printf("%d cycles, %ld pages more\n", cycles, resident_pages() - pages_before);
   EXPECT_LT(resident_pages() - pages_before, 64);

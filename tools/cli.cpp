@@ -54,7 +54,7 @@ class CommandLine {
     return family;
   }
   // The results of the action end with the action.
-  void on(CLI::App* command, Action action) {
+  void on(CLI::App* command, const Action& action) {
     command->callback([this, action] {
       action_ = [this, action] {
         action();
@@ -63,7 +63,7 @@ class CommandLine {
       };
     });
   }
-  void on_code(CLI::App* command, std::function<int()> action) {
+  void on_code(CLI::App* command, const std::function<int()>& action) {
     command->callback([this, action] { action_ = action; });
   }
 

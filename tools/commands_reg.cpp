@@ -98,7 +98,7 @@ std::string writers_of(const RegisterGroup& group) {
 }
 
 std::string group_name(const RegisterGroup& group) {
-  const std::string name(group.name);
+  std::string name(group.name);
   if (group.count == 1) return name;
   if (group.count == 2) return name + "_lo, " + name + "_hi";
   return name + "_0 to " + name + "_" + std::to_string(group.count - 1);

@@ -1,0 +1,70 @@
+// Cases written down in a text file of tests/data/: what is asked for, and everything that must come of it.
+#include "tests/support/case_file.h"
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace ipcam::test {
+namespace {
+
+const std::string kSeparator = " | ";
+const std::string kWritten = "dspset: write success!\n\n";
+
+void add_printed(Lines& lines, const std::string& prefix, const std::string& text) {
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(prefix + line + (in.eof() ? " (unfinished)" : ""));
+}
+
+}  // namespace
+
+std::vector<Section> read_cases(const std::string& file) {
+  std::ifstream in(TEST_SOURCE_DIR "/tests/data/" + file);
+  if (!in) throw std::runtime_error("cannot read tests/data/" + file);
+  std::vector<Section> sections;
+  int line_number = 0;
+  for (std::string line; std::getline(in, line);) {
+    ++line_number;
+    if (line.empty() || line[0] == '#') continue;
+    if (line[0] == '[') {
+      sections.push_back({line.substr(1, line.size() - 2), {}});
+      continue;
+    }
+    std::vector<Case>& cases = sections.back().cases;
+    std::size_t end = std::min(line.find(kSeparator), line.size());
+    if (line[0] == '|') {
+      end = 0;
+      line = ' ' + line;
+    } else {
+      cases.push_back({line_number, line.substr(0, end), {}});
+    }
+    while (end < line.size()) {
+      const std::size_t start = end + kSeparator.size();
+      end = std::min(line.find(kSeparator, start), line.size());
+      cases.back().expected.push_back(line.substr(start, end - start));
+    }
+  }
+  return sections;
+}
+
+void PrintTo(const Section& section, std::ostream* out) { *out << section.name; }
+
+std::string section_name(const ::testing::TestParamInfo<Section>& info) { return info.param.name; }
+
+Lines outcome(const Lines& traffic, const Output& output, int result) {
+  Lines lines = changes(traffic);
+  std::string out = output.out;
+  bool all_written = true;
+  for (const std::string& line : lines) {
+    if (line[0] == 'r') continue;
+    const std::size_t at = out.find(kWritten);
+    all_written = all_written && at != std::string::npos;
+    if (all_written) out.erase(at, kWritten.size());
+  }
+  add_printed(lines, "out ", all_written ? out : output.out);
+  add_printed(lines, "err ", output.err);
+  if (result != 0) lines.push_back("-> " + std::to_string(result));
+  return lines;
+}
+
+}  // namespace ipcam::test
