@@ -37,24 +37,24 @@ camera::s_cam_cgi_cmd send(std::int32_t code, int value) {
 // A code without a handler: answered when all that was queued before, and the start-up, is done.
 bool control_thread_serves() { return send(0, 0).result == 0; }
 
-std::set<std::string> threads() {
-  std::set<std::string> ids;
+std::set<int> threads() {
+  std::set<int> ids;
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc/self/task"), closedir);
   while (const dirent* entry = directory != nullptr ? readdir(directory.get()) : nullptr) {
-    if (entry->d_name[0] != '.') ids.insert(entry->d_name);
+    if (entry->d_name[0] != '.') ids.insert(static_cast<int>(std::strtol(entry->d_name, nullptr, 10)));
   }
   return ids;
 }
 
 // The one-push worker runs on a thread that its trigger starts, and which the library does not show.
-void wait_until_ended(const std::set<std::string>& before, const std::string& tried) {
+void wait_until_ended(const std::set<int>& before, const std::string& tried) {
   constexpr auto kLimit = 60s;  // 30 readings, each as slow as an exchange that times out and is waited for
   const auto deadline = std::chrono::steady_clock::now() + kLimit;
-  std::set<std::string> started = threads();
-  for (const std::string& id : before) started.erase(id);
+  std::set<int> started = threads();
+  for (const int id : before) started.erase(id);
   const auto has_ended = [&] {
-    const std::set<std::string> now = threads();
-    return std::none_of(started.begin(), started.end(), [&](const std::string& id) { return now.contains(id); });
+    const std::set<int> now = threads();
+    return std::none_of(started.begin(), started.end(), [&](int id) { return now.contains(id); });
   };
   while (!has_ended()) {
     check_for_stop();
@@ -66,10 +66,9 @@ void wait_until_ended(const std::set<std::string>& before, const std::string& tr
 // A measurement with a result ends in preset 1.
 bool selects_preset(const std::vector<RegisterWrite>& writes) {
   constexpr std::uint8_t kPreset1 = 5;
-  const Address mode = address_of(camera::g_whitebalance_mode[0]);
-  const std::uint8_t mask = camera::g_whitebalance_mode[0].mask;
+  const camera::param_info& mode = camera::g_whitebalance_mode[0];
   return std::any_of(writes.begin(), writes.end(), [&](const RegisterWrite& write) {
-    return write.address == mode && (write.value & mask) == kPreset1;
+    return write.address == address_of(mode) && (write.value & mode.mask) == kPreset1;
   });
 }
 
@@ -104,7 +103,7 @@ int CameraSession::find_control_thread(const std::string& tried) {
 CameraSession::~CameraSession() { camera::delete_camera_IF(nullptr); }
 
 RequestOutcome CameraSession::request(const Setting& setting, int value, const std::string& tried) {
-  const std::set<std::string> threads_before = threads();
+  const std::set<int> threads_before = threads();
   start_exchange_log();
   const int result = send(setting.code, value).result;
   if (result == 0 && setting.code == camera::REQUEST_ONE_PUSH_TRG) wait_until_ended(threads_before, tried);
