@@ -66,9 +66,10 @@ void wait_until_ended(const std::set<int>& before, const std::string& tried) {
 // A measurement with a result ends in preset 1.
 bool selects_preset(const std::vector<RegisterWrite>& writes) {
   constexpr std::uint8_t kPreset1 = 5;
-  const camera::param_info& mode = camera::g_whitebalance_mode[0];
+  const Address mode = address_of(camera::g_whitebalance_mode[0]);
+  const std::uint8_t mask = camera::g_whitebalance_mode[0].mask;
   return std::any_of(writes.begin(), writes.end(), [&](const RegisterWrite& write) {
-    return write.address == address_of(mode) && (write.value & mode.mask) == kPreset1;
+    return write.address == mode && (write.value & mask) == kPreset1;
   });
 }
 
