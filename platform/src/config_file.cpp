@@ -85,14 +85,30 @@ bool read_file(const char* directory, const char* name, void* record) {
   return true;
 }
 
-// The lock ends with its descriptor. It is a file of its own because the record's file is another one after each write.
-bool lock(const Descriptor& file) {
-  if (!file.is_open()) return false;
-  int failed = 0;
-  do failed = flock(file.get(), LOCK_EX);
-  while (failed != 0 && errno == EINTR);
-  return failed == 0;
-}
+// A file of its own, because the record's file is another one after each write. Released by hand and not by closing
+// it: a process that was forked meanwhile has the descriptor open as well.
+class WriterLock {
+ public:
+  explicit WriterLock(const Path& path)
+      : file_(open(path.data(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNewFileMode)) {
+    if (!file_.is_open()) return;
+    int failed = 0;
+    do failed = flock(file_.get(), LOCK_EX);
+    while (failed != 0 && errno == EINTR);
+    is_held_ = failed == 0;
+  }
+  ~WriterLock() {
+    if (is_held_) flock(file_.get(), LOCK_UN);
+  }
+  WriterLock(const WriterLock&) = delete;
+  WriterLock& operator=(const WriterLock&) = delete;
+
+  bool is_held() const { return is_held_; }
+
+ private:
+  Descriptor file_;
+  bool is_held_ = false;
+};
 
 // Puts the record on the disk under another name. The permissions of the file that it is to replace are kept.
 bool write_copy(const Path& copy, const Path& original, const void* record) {
@@ -113,8 +129,8 @@ bool write_file(const char* directory, const char* name, const void* record) {
   const Descriptor folder(open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder.is_open()) return false;
   // One writer at a time, so the copy can always have the same name, and what an interrupted writer left is swept up.
-  const Descriptor lock_file(open(lock_path.data(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNewFileMode));
-  if (!lock(lock_file)) return false;
+  const WriterLock lock(lock_path);
+  if (!lock.is_held()) return false;
   if (!write_copy(copy, path, record) || rename(copy.data(), path.data()) != 0) {
     unlink(copy.data());
     return false;

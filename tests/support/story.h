@@ -1,85 +1,45 @@
-// What a request does, wait by wait.
+// Stories: files of tests/data/ that say what is requested and all that it does, wait by wait.
 #pragma once
 
-#include <algorithm>
-#include <atomic>
-#include <thread>
+#include <functional>
 
 #include "tests/support/camera_fixture.h"
 
 namespace ipcam::test {
 
-// The read pass that comes before a write: "r 10/0x09" of "w 10/0x09=0x80".
-inline std::string read_pass(const std::string& write) {
-  std::string read = "r";
-  for (std::size_t at = 1; at < write.size(); at = std::min(write.find(' ', at + 1), write.size())) {
-    read += write.substr(at, write.find('=', at) - at);
-  }
-  return read;
-}
+// `traffic` without the read pass of each register write: the reads that stand for themselves, and the writes.
+Lines changes(const Lines& traffic);
 
-// `traffic` without the read passes of register writes: the reads that stand for themselves, and the writes.
-inline Lines changes(const Lines& traffic) {
-  Lines lines;
-  for (const std::string& line : traffic) {
-    if (line[0] == 'w' && !lines.empty() && lines.back() == read_pass(line)) lines.pop_back();
-    lines.push_back(line);
-  }
-  return lines;
-}
-
-// The journal's calls that control the camera's other libraries.
-inline Lines library_calls() {
-  Lines calls = platform::journal();
-  std::erase_if(calls, [](const std::string& call) {
-    return call.starts_with("ThdIf_") || call.starts_with("WitEnd_") || call.starts_with("ConfigFile::read_record");
-  });
-  return calls;
-}
-
+// Plays the files, whose cases (see case_file.h) are of these kinds. Those that prepare have nothing to expect:
+//
+//   settings w40=3 b145=1       the stored record: words of 32 bits and bytes by their offset, the rest is zero
+//   file /var/tmp/x 01 ff       a file of these bytes
+//   remove /var/tmp/x
+//   register 81/0x0a=0x65       a register, as the camera has it
+//   reads 2/0x00 08 10          what successive reads of a register give; nothing: the register
+//   unreachable 3 5             after 3 exchanges, 5 find the sub CPU out of reach
+//   fail ioctl 2                the call of this function after the next 2
+//   leave                       the camera goes away
+//   stop                        the control thread
+//
+// The others may end with `only` and words: then just the lines with one of these words are compared.
+//
+//   start                       the control thread
+//   request 39,40 3,6           each of these codes with each of these values
+//   inquire 79
+//
+// Expected are, up to each wait: library calls ("call "), exchanges as changes(), requests to devices, the wait; then
+// messages ("err "), the bytes of the record that have changed ("saved "), and "-> -1" for a result other than 0.
 class StoryTest : public CameraTest {
  protected:
-  // Starts the control thread with these settings and forgets what that has done.
-  void start(const SettingsBytes& settings = {}) {
-    write_settings(settings);
-    ASSERT_EQ(0, start_control_thread());
-    forget();
-  }
+  void check_story(const std::string& file);
 
-  void forget() {
-    camera.clear_traffic();
-    platform::clear_journal();
-    devices.clear_journal();
-    clock->clear_waits();
-  }
+  void forget();
+  void prepare(const Lines& words);
 
-  // The library calls, exchanges (as changes()) and device requests of one request, and its waits: what was done
-  // before a wait stands before it. Between two waits, each of the three kinds has its own order.
-  Lines story(int code, int value, int expected_result = 0) {
-    for (const char* wait :
-         {"usleep(34000)", "usleep(68000)", "usleep(100000)", "usleep(200000)", "usleep(500000)", "sleep(1)"}) {
-      clock->hold(wait);
-    }
-    forget();
-    Lines lines;
-    std::atomic<bool> done = false;
-    std::thread caller([&] {
-      EXPECT_EQ(expected_result, request(code, value)) << "request " << code << " with " << value;
-      done = true;
-    });
-    for (std::size_t waits = 0; eventually([&] { return done || clock->waits().size() > waits; }); ++waits) {
-      const Lines parts[] = {library_calls(), changes(camera.take_traffic()), devices.journal()};
-      for (const Lines& part : parts) lines.insert(lines.end(), part.begin(), part.end());
-      platform::clear_journal();
-      devices.clear_journal();
-      if (done) break;
-      lines.push_back(clock->waits()[waits]);
-      clock->release(lines.back());
-    }
-    clock->release_all();
-    caller.join();
-    return lines;
-  }
+ private:
+  Lines play(const std::function<int()>& action);
+  void check(const Lines& words, const Lines& expected);
 };
 
 }  // namespace ipcam::test
