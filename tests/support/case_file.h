@@ -23,7 +23,7 @@ struct Section {
 // a line that begins with "|" goes on with the case above it.
 std::vector<Section> read_cases(const std::string& file);
 
-void PrintTo(const Section& section, std::ostream* out);
+void PrintTo(const Section& section, std::ostream* out);  // NOLINT(readability-identifier-naming): found by this name
 std::string section_name(const ::testing::TestParamInfo<Section>& info);
 
 // What came of an action, as the files write it: exchanges (as changes()), "out ..." and "err ..." for each line
