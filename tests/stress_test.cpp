@@ -190,7 +190,8 @@ TEST_F(StressWithEvr, StartingAndStoppingLeavesNothingBehind) {
   capture(run_cycles);
   EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); })) << before << " / " << Leftovers::now();
   std::printf("%d cycles, %ld pages more\n", cycles, resident_pages() - pages_before);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they keep freed memory for a while
+// Sanitizers, and the emulator that runs the 32-bit tests, keep freed memory for a while.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__arm__)
   EXPECT_LT(resident_pages() - pages_before, 64);
 #endif
 }
