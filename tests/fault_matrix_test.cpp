@@ -87,8 +87,8 @@ class FaultMatrix : public FaultTest {
     EXPECT_TRUE(camera.record_is_clean() || output.err.find("send user signal1") != std::string::npos);
 
     if (camera.board().running == 0) camera.restart();
-    capture([&] { request(33, 8); });  // ends a measurement
     expect_working_link();
+    capture([&] { request(33, 8); });  // ends a measurement
     clock->clear_waits();
     return happened;
   }

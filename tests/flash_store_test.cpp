@@ -3,13 +3,10 @@
 #include <fstream>
 
 #include "ipcam/camera/dsp_command.h"
-#include "tests/support/camera_fixture.h"
+#include "tests/support/call_cases.h"
 
 namespace ipcam::test {
 namespace {
-
-using camera::DspCommand;
-using sim::Fault;
 
 constexpr long kMemory = 0x1FFC000;
 constexpr long kArea = 0x7C000;
@@ -24,11 +21,10 @@ std::string pattern(std::size_t size, unsigned seed) {
 }
 
 std::ptrdiff_t open_descriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
-  return std::distance(begin(entries), end(entries));
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
-class FlashTest : public CameraTest {
+class FlashTest : public CallTest {
  protected:
   void put(const char* device, long offset, const std::string& bytes) {
     std::fstream file(devices.redirect(device), std::ios::in | std::ios::out | std::ios::binary);
@@ -54,19 +50,14 @@ class FlashTest : public CameraTest {
   std::string flash_block(long variant) { return get("/dev/mtdblock3", 0x40000 + variant * 0x1000, kBlockSize); }
   std::string memory_area() { return get("/dev/mem", kMemory, kAreaSize); }
 
-  DspCommand dsp;
+  camera::DspCommand dsp;
 };
 
 TEST_F(FlashTest, LoadsTheAreaAndLaysTheVariantBlockOverIt) {
   for (const char variant : {'\0', '\x1f'}) {
     fill(variant);
-    const std::string block = flash_block(variant);
-    int result = -2;
-    const Output output = capture([&] { result = dsp.do_flash(0); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(output.out, "dspset: flash memory loading, please wait... \ndspset:  ... done!\n");
-    EXPECT_EQ(output.err, "");
-    EXPECT_TRUE(memory_area() == block + pattern(kAreaSize, 2).substr(kBlockSize));
+    EXPECT_EQ(dsp.do_flash(0), 0);
+    EXPECT_TRUE(memory_area() == flash_block(variant) + pattern(kAreaSize, 2).substr(kBlockSize));
     EXPECT_TRUE(flash_area() == pattern(kAreaSize, 2));
   }
   EXPECT_EQ(devices.journal(),
@@ -76,8 +67,7 @@ TEST_F(FlashTest, LoadsTheAreaAndLaysTheVariantBlockOverIt) {
 TEST_F(FlashTest, StoresTheAreaAndItsStartInTheVariantBlock) {
   fill(3);
   const std::string before = flash_block(2), after = flash_block(4);
-  const Output output = capture([&] { EXPECT_EQ(dsp.do_flash(1), 0); });
-  EXPECT_EQ(output.out, "dspset: flash memory storing, please wait... \ndspset:  ... done!\n");
+  EXPECT_EQ(dsp.do_flash(1), 0);
   EXPECT_TRUE(flash_area() == pattern(kAreaSize, 3));
   EXPECT_TRUE(flash_block(3) == pattern(kBlockSize, 3));
   EXPECT_TRUE(flash_block(2) == before && flash_block(4) == after);
@@ -97,85 +87,14 @@ TEST_F(FlashTest, AStoreAfterALoadKeepsTheVariantBlockAlsoWhenInterrupted) {
 }
 
 TEST_F(FlashTest, StopsAtTheFirstFailureAndClosesWhatItOpened) {
-  const std::string loading = "dspset: flash memory loading, please wait... \n";
-  struct {
-    const char* function;
-    int nth;
-    int error;
-    long result;
-    std::string out, err;
-  } const kFailures[] = {
-      {"open", 0, ENOENT, -1, "", "dspset: [ERROR] device file '/dev/corvo2_gpio-0' open error!\n"},
-      {"ioctl", 0, EIO, -1, "", "dspset: [ERROR] TKV_Q5_IOCTL_GPIO_OUT failed!\n"},
-      {"ioctl", 1, EIO, -1, "", "dspset: [ERROR] TKV_Q5_IOCTL_GPIO_IN failed!\n"},
-      {"open", 1, EACCES, -1, "", "dspset: [ERROR] file '/dev/mtdblock3' open failed!\n"},
-      {"open", 2, EACCES, -1, "", "dspset: [ERROR] file '/dev/mem' open failed!\n"},
-      {"lseek", 0, EINVAL, -1, "", "dspset: [ERROR] lseek error!\n"},
-      {"lseek", 1, EINVAL, -1, "", "dspset: [ERROR] lseek error!\n"},
-      {"read", 0, EIO, -1, loading, "dspset: [ERROR] file read error!\n"},
-      {"read", 15, 0, 0, loading, "dspset: [ERROR] file read error!\n"},
-      {"write", 0, EIO, -1, loading, "dspset: [ERROR] file write error!\n"},
-      {"write", 15, 0, 767, loading, "dspset: [ERROR] read 768 byte but only write 767 byte!\n"},
-      {"write", 16, 0, 0, loading, "dspset: [ERROR] read 1024 byte but only write 0 byte!\n"},
-      {"lseek", 2, EINVAL, -1, loading, "dspset: [ERROR] lseek error!\n"},
-      {"lseek", 3, EINVAL, -1, loading, "dspset: [ERROR] lseek error!\n"},
-      {"read", 19, EIO, -1, loading, "dspset: [ERROR] file read error!\n"},
-  };
-  fill(1);
-  for (const auto& row : kFailures) {
-    SCOPED_TRACE(std::string(row.function) + " " + std::to_string(row.nth));
+  const auto flash = [&](const std::string& flag) {
     const auto descriptors = open_descriptors();
-    int result = -2;
-    const Output output = capture([&] {
-      fail_next(row.function, row.error, row.nth, row.result);
-      result = dsp.do_flash(0);
-    });
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(output.out, row.out);
-    EXPECT_EQ(output.err, row.err + "dspset: [ERROR]  ... failed!\n");
-    EXPECT_EQ(failures_left(), 0);
+    const int result = dsp.do_flash(static_cast<unsigned char>(std::stoi(flag)));
     EXPECT_EQ(open_descriptors(), descriptors);
-  }
-}
-
-TEST_F(FlashTest, RefusesOtherFlagsAfterPositioningTheDevices) {
-  fill(1);
-  for (const std::uint8_t flag : std::vector<std::uint8_t>{2, 255}) {
-    const Output output = capture([&] { EXPECT_EQ(dsp.do_flash(flag), -1); });
-    EXPECT_EQ(output.out, "");
-    EXPECT_EQ(output.err, "dspset: [ERROR] invalid flag!\ndspset: [ERROR]  ... failed!\n");
-  }
-  EXPECT_TRUE(memory_area() == pattern(kAreaSize, 3));
-  EXPECT_TRUE(flash_area() == pattern(kAreaSize, 2));
-}
-
-TEST_F(FlashTest, SendsTheAllToSdramRequest) {
-  const std::string sent = "dspset: all to sdram command send!\n";
-  const std::string done = "dspset: write success!\n\n";
-  struct {
-    const char* name;
-    Fault fault;
-    sim::FaultPlan plan;
-    int result;
-    std::string out, err;
-  } const kReplies[] = {
-      {"acknowledged", Fault::none, {}, 0, sent + done, ""},
-      {"wrong count", Fault::count_too_large, {}, 0, sent + done, ""},
-      {"last entry failed", Fault::wrong_status, {.entry = 2}, -1, sent, "dspset: [ERROR] reply from dsp error!\n"},
-      {"empty reply", Fault::empty_reply, {}, -1, sent, "dspset: [ERROR] reply from dsp error!\n"},
-      {"failed", Fault::reply_255, {}, -1, sent, "dspset: [ERROR] communication with comm application error!\n"},
+    return result;
   };
-  for (const auto& row : kReplies) {
-    SCOPED_TRACE(row.name);
-    camera.fault(row.fault, row.plan);
-    camera.clear_traffic();
-    int result = -2;
-    const Output output = capture([&] { result = dsp.execute_alltosdram(); });
-    EXPECT_EQ(result, row.result);
-    EXPECT_EQ(output.out, row.out);
-    EXPECT_EQ(output.err, row.err);
-    EXPECT_EQ(camera.traffic().at(0).substr(0, 43), "x 06 00 50 52 45 4e 02 09 06 00 50 52 44 53");
-  }
+  check_calls("flash_store.txt",
+              {{"flash", flash}, {"all-to-sdram", [&](const std::string&) { return dsp.execute_alltosdram(); }}});
 }
 
 }  // namespace

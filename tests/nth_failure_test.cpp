@@ -77,7 +77,8 @@ class NthFailure : public FaultTest {
         // The comm application alone puts a record back whose doorbell could not be rung.
         if (failed && std::string(call.name) == "kill") camera.restart();
         const Output next = capture(expect_next_works);
-        if (HasFailure()) std::printf("%s\n%s%s", output.out.c_str(), output.err.c_str(), next.out.c_str());
+        if (HasFailure())
+          std::printf("%s%s%s%s", output.out.c_str(), output.err.c_str(), next.out.c_str(), next.err.c_str());
         EXPECT_TRUE(camera.record_is_clean());
         EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); }))
             << before << " / " << Leftovers::now();
@@ -102,8 +103,8 @@ TEST_F(NthFailure, CostsOneOperationOnly) {
   const Operation read = direct_operations().front();
   for (const Operation& operation : operations) {
     fail_each_call(operation, [&] {
-      request(33, 8);  // ends a measurement
       expect_working_link();
+      request(33, 8);  // ends a measurement
       EXPECT_EQ(read.run(), 3);
     });
   }
@@ -121,7 +122,7 @@ TEST_F(NthFailureOfAStart, CostsThatStartOnly) {
     expect_working_link();
     stop_control_thread();
   });
-  std::printf("%d failures\n", runs);
+  std::printf("%d failures in a start and stop\n", runs);
 }
 
 }  // namespace

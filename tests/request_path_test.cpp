@@ -9,23 +9,18 @@
 #include <thread>
 
 #include "ipcam/camera/camera_request.h"
-#include "tests/support/camera_fixture.h"
+#include "tests/support/call_cases.h"
 
 namespace ipcam::camera {
 namespace {
 
-using test::capture;
 using test::Lines;
-using test::Output;
 
-class RequestPath : public test::CameraTest {
+class RequestPath : public test::CallTest {
  protected:
   RequestPath() { write_settings(test::SettingsBytes{}.i32(68, 1).i32(140, 1)); }
 
-  static int statistics_updates() {
-    const Lines calls = ipcam::platform::journal();
-    return static_cast<int>(std::count(calls.begin(), calls.end(), "staticsInfoUpdate(3, 0)"));
-  }
+  static std::ptrdiff_t calls_of(const char* call) { return std::ranges::count(ipcam::platform::journal(), call); }
 
   // A request that must not be served.
   void expect_refused() {
@@ -40,15 +35,7 @@ class RequestPath : public test::CameraTest {
     EXPECT_EQ(cam_ccd_debug(&raw), -1);
     EXPECT_EQ(raw.result, -1);
     EXPECT_EQ(raw.reply_len, 0);
-    EXPECT_EQ(statistics_updates(), 2);
-  }
-
-  s_ccdlsi_dbg raw(const char* text) {
-    s_ccdlsi_dbg record{};
-    std::memcpy(record.cmd, text, strnlen(text, sizeof record.cmd));
-    EXPECT_EQ(cam_ccd_debug(&record), 0);
-    EXPECT_EQ(record.result, 0);
-    return record;
+    EXPECT_EQ(calls_of("staticsInfoUpdate(3, 0)"), 2);
   }
 };
 
@@ -57,7 +44,11 @@ TEST_F(RequestPath, ServesOnlyBetweenStartAndShutdownHoweverOftenItIsStarted) {
   expect_refused();
   EXPECT_EQ(new_camera_ctrl(nullptr), -1);
   for (int round = 0; round < 3; ++round) {
+    test::fail_next("pthread_create", EAGAIN);
+    EXPECT_EQ(new_camera_ctrl(&port), -1);
+    expect_refused();
     ASSERT_EQ(new_camera_ctrl(&port), 0);
+    EXPECT_EQ(calls_of("ObjectDetectionIF::~ObjectDetectionIF()"), 1) << "of the start that failed";
     EXPECT_EQ(new_camera_ctrl(&port), -1);
     EXPECT_EQ(request(32), 0);
     const std::unique_ptr<CameraInterface> second(create_camera_IF(nullptr, nullptr));
@@ -78,46 +69,29 @@ TEST_F(RequestPath, AnswersCodesWithoutAHandlerWithZeroAndNoTraffic) {
   EXPECT_EQ(camera.traffic(), Lines{});
 }
 
-TEST_F(RequestPath, TellsTheIrCutState) {
+TEST_F(RequestPath, AnswersQueriesAndRawCommands) {
   start_control_thread();
-  for (const int value : {0x00, 0xfe}) {
-    camera.set_reg(17, 27, static_cast<std::uint32_t>(value));
-    EXPECT_EQ(inquire(51), 60);
-  }
-  camera.set_reg(17, 27, 0x01);
-  EXPECT_EQ(inquire(51), 59);
-  camera.fault(sim::Fault::reply_255);
-  EXPECT_EQ(inquire(51), 60);
+  const auto raw = [&](const std::string& text) {
+    s_ccdlsi_dbg record{};
+    text.copy(record.cmd, sizeof record.cmd);
+    EXPECT_EQ(cam_ccd_debug(&record), 0);
+    for (int i = 0; i < record.reply_len; ++i) notes.push_back(std::to_string(record.reply[i] & 0xff));
+    return record.result;
+  };
+  check_calls("request_path.txt",
+              {{"ir-cut", [&](const std::string&) { return inquire(51); }},
+               {"raw", raw},
+               {"raw-without-end", [&](const std::string&) { return raw(std::string(256, 'r')); }}});
 }
 
-TEST_F(RequestPath, RunsRawCommandsAndReportsFailuresAsEmptyReplies) {
-  start_control_thread();
-  camera.set_reg(14, 1, 0xf1);
-  s_ccdlsi_dbg record = raw("r,14,0;14,1;14,2");
-  EXPECT_EQ(record.reply_len, 3);
-  EXPECT_EQ(static_cast<unsigned char>(record.reply[1]), 0xf1);
-  record = raw("w,14,1,0xff,2");
-  EXPECT_EQ(record.reply_len, 1);
-  EXPECT_EQ(static_cast<unsigned char>(record.reply[0]), 0xf1);
-
-  const std::string without_nul(256, 'r');
-  for (const char* text : {"q,1", "r,1", without_nul.c_str()}) {
-    const Output output = capture([&] { record = raw(text); });
-    EXPECT_EQ(record.reply_len, 0);
-    EXPECT_TRUE(output.err.ends_with("do_debug illegal length -1\n")) << output.err;
-  }
-}
-
+// The doorbell must reach whichever thread of the host program is open for it.
 TEST_F(RequestPath, LeavesTheCallersSignalMaskAsItWas) {
-  sigset_t before;
-  sigset_t after;
-  pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  sigset_t mask;
   start_control_thread();
   request(39, 3);
   stop_control_thread();
-  pthread_sigmask(SIG_SETMASK, nullptr, &after);
-  EXPECT_EQ(sigismember(&before, SIGUSR1), 0);
-  EXPECT_EQ(sigismember(&after, SIGUSR1), 0);
+  pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  EXPECT_EQ(sigismember(&mask, SIGUSR1), 0);
 }
 
 // More callers than reply semaphores, with a shutdown in their midst: each call returns, and a request that was
@@ -132,10 +106,7 @@ TEST_F(RequestPath, AnswersEachOfManyCallersOnceAlsoWhenStoppedInBetween) {
     for (int i = 0; i < 32; ++i) {
       callers.emplace_back([&] {
         for (int k = 0; k < 4; ++k) {
-          s_cam_cgi_cmd command{};
-          command.code = 61;
-          command.value = 1;
-          if (cam_cgi_command(&command) == 0) ++served;
+          served += request(61, 1) == 0;
           ++returned;
         }
       });
@@ -148,18 +119,6 @@ TEST_F(RequestPath, AnswersEachOfManyCallersOnceAlsoWhenStoppedInBetween) {
     EXPECT_EQ(std::count(traffic.begin(), traffic.end(), "r 10/0x0b"), served);
     EXPECT_TRUE(served == 128 || round % 2 == 0) << served;
   }
-}
-
-TEST_F(RequestPath, ReleasesWhatAFailedStartLeftBehind) {
-  ipcam::comm::s_port_inf port{};
-  test::fail_next("pthread_create", EAGAIN);
-  EXPECT_EQ(new_camera_ctrl(&port), -1);
-  expect_refused();
-  ipcam::platform::clear_journal();
-  ASSERT_EQ(new_camera_ctrl(&port), 0);
-  const Lines calls = ipcam::platform::journal();
-  EXPECT_NE(std::find(calls.begin(), calls.end(), "ObjectDetectionIF::~ObjectDetectionIF()"), calls.end());
-  EXPECT_EQ(request(32), 0);
 }
 
 }  // namespace

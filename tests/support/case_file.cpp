@@ -13,7 +13,9 @@ const std::string kWritten = "dspset: write success!\n\n";
 
 void add_printed(Lines& lines, const std::string& prefix, const std::string& text) {
   std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(prefix + line + (in.eof() ? " (unfinished)" : ""));
+  for (std::string line; std::getline(in, line);) {
+    lines.push_back(prefix + (line.empty() ? "" : " ") + line + (in.eof() ? " (unfinished)" : ""));
+  }
 }
 
 }  // namespace
@@ -61,8 +63,8 @@ Lines outcome(const Lines& traffic, const Output& output, int result) {
     all_written = all_written && at != std::string::npos;
     if (all_written) out.erase(at, kWritten.size());
   }
-  add_printed(lines, "out ", all_written ? out : output.out);
-  add_printed(lines, "err ", output.err);
+  add_printed(lines, "out", all_written ? out : output.out);
+  add_printed(lines, "err", output.err);
   if (result != 0) lines.push_back("-> " + std::to_string(result));
   return lines;
 }

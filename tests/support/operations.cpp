@@ -127,15 +127,12 @@ std::vector<Operation> FaultTest::direct_operations() {
 }
 
 void FaultTest::expect_working_link() {
-  camera::s_cam_cgi_cmd setting{};
-  setting.code = 39;
-  setting.value = 3;
-  EXPECT_EQ(camera::cam_cgi_command(&setting), 0);
-  EXPECT_EQ(setting.result, 0);
+  // First a raw command, whose reply tells what a handler would hide.
   camera::s_ccdlsi_dbg raw{};
   std::strcpy(raw.cmd, "r,12,0;12,1");
   EXPECT_EQ(camera::cam_ccd_debug(&raw), 0);
   EXPECT_EQ(raw.reply_len, 2);
+  EXPECT_EQ(request(39, 3), 0);
 }
 
 }  // namespace ipcam::test

@@ -93,7 +93,7 @@ class FaultTest : public CameraTest {
   // Operations of a DspCommand and of the one-push worker, on this thread.
   std::vector<Operation> direct_operations();
 
-  // Fails the test unless a request and a raw command are served, with the reply slot that was free before.
+  // Fails the test unless the very next exchange succeeds, and a request is served.
   void expect_working_link();
 
   camera::DspCommand dsp;
