@@ -29,7 +29,8 @@ bool comm_rung = false;      /* doorbell pending at the comm application */
 bool comm_alive = false;
 
 byte finished = 0;           /* requesters that have made all their requests */
-bool record_left = false;    /* a documented case left the record not idle: failed doorbell, failed lock, killed */
+bool record_left = false;    /* a documented case left the record not idle: failed doorbell, killed */
+bool left[REQUESTERS];       /* a failed lock did, and the requester has made no request since */
 byte deaths = 0;
 byte restarts = 0;
 
@@ -39,6 +40,15 @@ inline clean() { status = IDLE; req_pid = NOBODY; data = 0 }
 
 inline one_request() {
   lock(me);
+  if
+  :: left[me] ->                                       /* the record is taken back */
+     left[me] = false;
+     if
+     :: req_pid == me -> clean()
+     :: else
+     fi
+  :: else
+  fi;
   if
   :: status != IDLE || req_pid != NOBODY -> unlock()  /* busy: refused */
   :: else ->
@@ -68,7 +78,7 @@ inline one_request() {
            assert(status == IDLE && req_pid == NOBODY);
            unlock()
 #ifdef LOCK_FAILS
-        :: record_left = true
+        :: left[me] = true
 #endif
         fi
      fi
@@ -171,7 +181,7 @@ proctype monitor() {
   end_monitor:
   atomic {
     finished == REQUESTERS && holder == NOBODY && !comm_rung ->
-    assert(record_left || (status == IDLE && req_pid == NOBODY))
+    assert(record_left || left[0] || left[1] || (status == IDLE && req_pid == NOBODY))
   }
 }
 

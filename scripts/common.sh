@@ -47,6 +47,11 @@ build() {
   quietly cmake "$@" && quietly cmake --build "$directory" -j "$jobs"
 }
 
+# ThreadSanitizer cannot start where the kernel spreads the address space wider than it expects.
+without_address_randomisation() {
+  if setarch -R true 2>/dev/null; then setarch -R "$@"; else "$@"; fi
+}
+
 sources() {
   find . \( -path ./build -o -path ./.git \) -prune -o \( -name '*.h' -o -name '*.cpp' \) -print | sort
 }
