@@ -12,9 +12,9 @@
 namespace ipcam::test {
 
 // While one is alive, usleep, sleep, nanosleep and clock_nanosleep of every thread return at once, and
-// CLOCK_MONOTONIC and CLOCK_REALTIME move only by what has been waited. A wait for the doorbell is real, but ends at
-// once, as if its limit had passed, when the camera will not ring in time; so does one for the semaphore when the
-// camera is stopped. One at a time. Any thread.
+// CLOCK_MONOTONIC and CLOCK_REALTIME of a thread move only by what it has waited. A wait for the doorbell is real, but
+// ends at once, as if its limit had passed, when the camera will not ring in time; so does one for the semaphore when
+// the camera is stopped. One at a time. Any thread.
 // Not faked: time(), and limited waits on condition variables, which therefore do not belong in faked code.
 class FakeClock {
  public:
