@@ -121,6 +121,7 @@ CommApplication::CommApplication(Switchboard& board) : board_(board) {
 
   // Under the lock, so that no requester finds the record free before the switchboard tells who will serve it.
   lock();
+  board_.silent_for = board_.posted.load();  // what its predecessor has left is not answered
   board_.posted_seen = board_.posted.load();
   board_.comm_pid = static_cast<std::uint32_t>(getpid());
   board_.running = 1;
