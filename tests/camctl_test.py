@@ -339,11 +339,6 @@ class CamctlTest(unittest.TestCase):
             watch.stdout.close()
             self.check(camctl('reg', 'read', 'saturation'), 0)
 
-    def test_documents_are_up_to_date(self):
-        subprocess.run([SOURCE / 'scripts/update-docs', CAMCTL, '/tmp'], check=True)
-        for name in ('registers.md', 'camctl.1.scd'):
-            self.assertEqual(pathlib.Path('/tmp', name).read_text(), (SOURCE / 'docs' / name).read_text(), name)
-
     def test_help_man_page_and_completion_name_the_same(self):
         def shown(command):
             help_text = camctl(*command, '--help').stdout

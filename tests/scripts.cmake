@@ -4,6 +4,12 @@ add_test(NAME messages_test COMMAND ${PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/messa
 
 # For what users get: a plain build for this machine.
 if(NOT CAMERA_CTRL_SANITIZE AND NOT CMAKE_CROSSCOMPILING AND CAMERA_CTRL_TOOLS)
+  camera_test_program(timing_count INTERNAL SOURCES timing_count.cpp support/operations.cpp)
+  add_test(NAME documents_test COMMAND
+    ${CMAKE_CURRENT_SOURCE_DIR}/documents_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+  # After a change of what they say: of the registers, the settings, or the time that requests take.
+  add_custom_target(update_docs COMMAND ${PROJECT_SOURCE_DIR}/scripts/update-docs ${PROJECT_BINARY_DIR} VERBATIM)
+  add_dependencies(update_docs camctl timing_count)
   add_test(NAME install_test COMMAND
     ${CMAKE_CURRENT_SOURCE_DIR}/install_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${CMAKE_CXX_COMPILER})
   add_test(NAME camctl_test COMMAND
