@@ -1,5 +1,5 @@
-"""Uses camctl against a running camsim, as a person would. Arguments: source directory, build directory."""
-import ctypes
+"""Uses camctl against a running camsim, as a person would; to be run by world.sh. Arguments: source and build
+directory."""
 import json
 import os
 import pathlib
@@ -25,26 +25,6 @@ exposure_mode = 3
 agc_max_gain = 3
 binning_mode = manual
 """
-
-
-def enter_world():
-    """Namespaces, /tmp and /var/tmp of the test's own; a source or build folder below them stays where it is."""
-    if os.environ.get('CAMCTL_TEST_WORLD') != '1':
-        rights = [] if os.geteuid() == 0 else ['--map-root-user']
-        command = ['unshare', '--mount', '--ipc', *rights, sys.executable, *sys.argv]
-        os.execvpe('unshare', command, {**os.environ, 'CAMCTL_TEST_WORLD': '1'})
-    kept = [(path, os.open(path, os.O_PATH)) for path in (SOURCE, BUILD)]
-    for folder in ('/tmp', '/var/tmp'):
-        subprocess.run(['mount', '-t', 'tmpfs', 'tests', folder], check=True)
-    for path, fd in kept:
-        if path.is_relative_to('/tmp') or path.is_relative_to('/var/tmp'):
-            path.mkdir(parents=True)
-            # The system call, since mount(8) would follow the link to the empty folder.
-            bind = 4096
-            assert ctypes.CDLL(None).mount(f'/proc/self/fd/{fd}'.encode(), bytes(path), None, bind, None) == 0
-    os.chdir('/tmp')
-    CONFIG.mkdir()
-    os.environ['IPCAM_CONFIG_DIR'] = str(CONFIG)
 
 
 def camctl(*arguments, text_in='', under=()):
@@ -381,5 +361,7 @@ class CamctlTest(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    enter_world()
+    os.chdir('/tmp')
+    CONFIG.mkdir()
+    os.environ['IPCAM_CONFIG_DIR'] = str(CONFIG)
     unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

@@ -1,6 +1,8 @@
 # Checks by script: of the documents, the installed tree and the exported symbols.
 find_program(PYTHON3 python3 REQUIRED)
 add_test(NAME messages_test COMMAND ${PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/messages_test.py ${PROJECT_SOURCE_DIR})
+add_test(NAME tables_test COMMAND
+  ${PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/tables_test.py ${PROJECT_SOURCE_DIR} $<TARGET_FILE:camera_ctrl>)
 
 # For what users get: a plain build for this machine.
 if(NOT CAMERA_CTRL_SANITIZE AND NOT CMAKE_CROSSCOMPILING AND CAMERA_CTRL_TOOLS)
@@ -12,7 +14,7 @@ if(NOT CAMERA_CTRL_SANITIZE AND NOT CMAKE_CROSSCOMPILING AND CAMERA_CTRL_TOOLS)
   add_dependencies(update_docs camctl timing_count)
   add_test(NAME install_test COMMAND
     ${CMAKE_CURRENT_SOURCE_DIR}/install_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${CMAKE_CXX_COMPILER})
-  add_test(NAME camctl_test COMMAND
+  add_test(NAME camctl_test COMMAND ${in_world}
     ${PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/camctl_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
   set_tests_properties(camctl_test PROPERTIES TIMEOUT 180)
 endif()
