@@ -286,6 +286,27 @@ class CamctlTest(unittest.TestCase):
         self.check(camctl('config', 'set', 'saturation=5', 'shutter_speed=15'), 2, 'no value 15 (0 to 14)')
         self.assertEqual((CONFIG / 'all.conf').read_bytes(), before)
 
+    def test_a_failed_write_leaves_the_stored_record(self):
+        before = (CONFIG / 'all.conf').read_bytes()
+        disk_full = ['prlimit', '--fsize=500', 'env', '--ignore-signal=XFSZ']
+        self.check(camctl('config', 'set', 'saturation=5', under=disk_full), 2, 'config set')
+        self.assertEqual((CONFIG / 'all.conf').read_bytes(), before)
+        self.assertFalse((CONFIG / 'all.conf.new').exists())
+
+    def test_readers_see_whole_records_while_processes_write(self):
+        (CONFIG / 'all.conf').chmod(0o600)
+        records, writers = [bytes([value] * 880) for value in (1, 2)], []
+        for value, record in enumerate(records):
+            (CONFIG / 'all.conf').write_bytes(record)
+            self.check(camctl('config', 'save', f'filled{value}'), 0)
+            writers.append(['bash', '-ec', 'for i in {1..50}; do "$0" config restore "$1"; done', CAMCTL,
+                            f'filled{value}'])
+        writers = [subprocess.Popen(command, stdout=subprocess.DEVNULL) for command in writers]
+        while None in [writer.poll() for writer in writers]:
+            self.assertIn((CONFIG / 'all.conf').read_bytes(), records)
+        self.assertEqual([writer.returncode for writer in writers], [0, 0])
+        self.assertEqual((CONFIG / 'all.conf').stat().st_mode & 0o777, 0o600)
+
     def test_flash_asks_on_a_terminal(self):
         for answer, code, text in (('n\n', 2, 'nothing done'), ('y\n', 0, 'stored to flash')):
             got, output = on_terminal([CAMSIM, 'exec', CAMCTL, 'flash', 'store'], answer)

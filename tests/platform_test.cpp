@@ -1,10 +1,7 @@
 // The host platform: queue, reply semaphores, worker threads, stored record and journal.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -18,7 +15,6 @@
 #include "ipcam/comm/thd_if.h"
 #include "ipcam/comm/wit_end.h"
 #include "ipcam/config/config_file.h"
-#include "ipcam/eptz/post_process_interface.h"
 #include "ipcam/platform/journal.h"
 #include "ipcam/system.h"
 
@@ -85,36 +81,6 @@ TEST_F(RequestPathTest, CallersBeyondThePoolWaitAndAreServedInTurn) {
     EXPECT_EQ(WitEnd_wait_put(9, &pool), 0);
   }
   EXPECT_EQ(twelfth.get(), 9);
-}
-
-TEST_F(RequestPathTest, EachOfManyCallersIsAnsweredOnce) {
-  struct Request {
-    int slot = -1;
-    int answers = 0;
-  };
-  std::thread server([this] {
-    int type = 0;
-    Request* request = nullptr;
-    while (ThdIf_timed_receive(&type, &request, nullptr, &queue) == 0 && type == 1) {
-      ++request->answers;
-      WitEnd_post(request->slot, &pool);
-    }
-  });
-  std::atomic<int> answered_once = 0;
-  std::vector<std::thread> callers;
-  for (int i = 0; i < 64; ++i) {
-    callers.emplace_back([&] {
-      for (int round = 0; round < 100; ++round) {
-        Request request;
-        if (WitEnd_get(&request.slot, &pool) != 0 || ThdIf_send(1, &request, &queue) != 0) return;
-        if (WitEnd_wait_put(request.slot, &pool) == 0 && request.answers == 1) ++answered_once;
-      }
-    });
-  }
-  for (std::thread& caller : callers) caller.join();
-  ThdIf_send(3, nullptr, &queue);
-  server.join();
-  EXPECT_EQ(answered_once, 6400);
 }
 
 TEST_F(RequestPathTest, RefusesWhatIsNotReservedOrDoesNotExist) {
@@ -224,7 +190,6 @@ struct ConfigFileTest : testing::Test {
     std::filesystem::remove_all(directory);
   }
   char pattern[27] = "/tmp/platform_test.XXXXXX";
-  char name[9] = "all.conf";
   std::filesystem::path directory;
 };
 
@@ -264,77 +229,12 @@ TEST_F(ConfigFileTest, RefusesWhatIsNotTheRecordAndChangesNothing) {
   EXPECT_EQ(record, filled_with('x')) << "the file is the record as it stands";
 }
 
-TEST_F(ConfigFileTest, FailedWriteLeavesTheStoredRecord) {
-  ipcam::config::ConfigFile file(name);
-  Record record = filled_with(1);
-  ASSERT_EQ(file.write_record(&record, 3), 0);
-  // The disk is full after 500 bytes.
-  const rlimit limit = {.rlim_cur = 500, .rlim_max = RLIM_INFINITY};
-  const auto handler = signal(SIGXFSZ, SIG_IGN);
-  setrlimit(RLIMIT_FSIZE, &limit);
-  record = filled_with(2);
-  EXPECT_EQ(file.write_record(&record, 3), -1);
-  const rlimit no_limit = {.rlim_cur = RLIM_INFINITY, .rlim_max = RLIM_INFINITY};
-  setrlimit(RLIMIT_FSIZE, &no_limit);
-  signal(SIGXFSZ, handler);
-  EXPECT_FALSE(std::filesystem::exists(directory / "all.conf.new"));
-  EXPECT_EQ(file.read_record(&record, 3), 0);
-  EXPECT_EQ(record, filled_with(1));
-}
-
-TEST_F(ConfigFileTest, ReadersSeeWholeRecordsWhileProcessesAndThreadsWrite) {
-  const auto write = [this](unsigned char byte, int times) {
-    ipcam::config::ConfigFile file(name);
-    Record record = filled_with(byte);
-    int failures = 0;
-    for (int i = 0; i < times; ++i) failures += file.write_record(&record, 3) != 0;
-    return failures;
-  };
-  ASSERT_EQ(write(1, 1), 0);
-  chmod((directory / name).c_str(), 0600);
-  const pid_t child = fork();
-  if (child == 0) _exit(write(2, 100));
-  auto thread_failures = std::async(std::launch::async, write, 3, 100);
-  ipcam::config::ConfigFile file(name);
-  while (thread_failures.wait_for(0s) == std::future_status::timeout) {
-    Record record{};
-    ASSERT_EQ(file.read_record(&record, 3), 0);
-    ASSERT_EQ(record, filled_with(record[0]));
-  }
-  EXPECT_EQ(thread_failures.get(), 0);
-  int child_failures = -1;
-  ASSERT_EQ(waitpid(child, &child_failures, 0), child);
-  EXPECT_EQ(child_failures, 0);
-  EXPECT_EQ(std::filesystem::status(directory / name).permissions(), std::filesystem::perms(0600)) << "kept";
-}
-
-TEST_F(ConfigFileTest, JournalKeepsTheNewestCallsInOrder) {
-  for (int i = 0; i < 4096; ++i) staticsInfoUpdate(i, 0);
-  EXPECT_EQ(ipcam::platform::journal().front(), "staticsInfoUpdate(0, 0)");
-  {
-    ipcam::camera::FocusAssist focus(nullptr, nullptr);
-    focus.setLevel(-2);
-    focus.execute_process();
-    ipcam::eptz::PostProcessInterface().changeBinningMode(true);
-    ipcam::config::ConfigFile(name).read_record(nullptr, 3);
-  }
-  std::vector<std::string> lines = ipcam::platform::journal();
+TEST(JournalTest, KeepsTheNewestCallsInOrder) {
+  for (int i = 0; i < 4100; ++i) staticsInfoUpdate(i, 0);
+  const std::vector<std::string> lines = ipcam::platform::journal();
   ASSERT_EQ(lines.size(), 4096U);
-  EXPECT_EQ(lines.front(), "staticsInfoUpdate(10, 0)");
-  lines.erase(lines.begin(), lines.end() - 10);
-  const std::vector<std::string> expected = {
-      "FocusAssist::FocusAssist()",
-      "FocusAssist::setLevel(-2)",
-      "Thread::execute_process(FocusAssist)",
-      "PostProcessInterface::PostProcessInterface()",
-      "PostProcessInterface::changeBinningMode(1)",
-      "PostProcessInterface::~PostProcessInterface()",
-      "ConfigFile::ConfigFile(all.conf)",
-      "ConfigFile::read_record(all.conf, 3) = -1",
-      "ConfigFile::~ConfigFile(all.conf)",
-      "FocusAssist::~FocusAssist()",
-  };
-  EXPECT_EQ(lines, expected);
+  EXPECT_EQ(lines.front(), "staticsInfoUpdate(4, 0)");
+  EXPECT_EQ(lines.back(), "staticsInfoUpdate(4099, 0)");
 }
 
 }  // namespace

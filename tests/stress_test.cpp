@@ -24,6 +24,11 @@ using Random = std::mt19937;
 
 int pick(Random& random, int below) { return static_cast<int>(random() % static_cast<unsigned>(below)); }
 
+template <class Values>
+const auto& one_of(const Values& values, Random& random) {
+  return values[random() % values.size()];
+}
+
 std::int64_t real_now_ms() {
   timespec now{};
   clock_gettime(CLOCK_BOOTTIME, &now);  // which no clock of these tests moves
@@ -52,26 +57,14 @@ struct Caller {
       note(served, raw.result, raw.result == 0);
       return;
     }
+    const Request& row = one_of(kRequests, random);
+    const std::vector<int> values = row.values();
     camera::s_cam_cgi_cmd command{};
-    command.code = pick(random, 128);
+    command.code = row.code;
+    command.value = one_of(values, random);
     command.result = 99;
-    bool (*is_right)(int) = [](int result) { return result == 0; };
-    for (const Request& row : kRequests) {
-      if (row.code != command.code) continue;
-      int value = pick(random, static_cast<int>(row.accepted.size() + row.refused.size() + row.depending.size()));
-      const auto take = [&](const std::vector<int>& values, bool (*expected)(int)) {
-        if (value >= 0 && value < static_cast<int>(values.size())) {
-          command.value = values[static_cast<std::size_t>(value)];
-          is_right = expected;
-        }
-        value -= static_cast<int>(values.size());
-      };
-      take(row.accepted, [](int result) { return result == 0; });
-      take(row.refused, [](int result) { return result == -1; });
-      take(row.depending, [](int result) { return result == 0 || result == -1; });
-    }
     const int served = camera::cam_cgi_command(&command);
-    note(served, command.result, is_right(command.result));
+    note(served, command.result, row.may_answer(command.value, command.result));
   }
 
   // A request that was not served has the result -1.

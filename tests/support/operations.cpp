@@ -1,6 +1,7 @@
 // Every operation of the library with typical arguments, and what must be the same after it.
 #include "tests/support/operations.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -26,6 +27,17 @@ std::vector<camera::param_info> table(int rows) {
 }
 
 }  // namespace
+
+std::vector<int> Request::values() const {
+  std::vector<int> all = accepted;
+  for (const auto& more : {depending, refused}) all.insert(all.end(), more.begin(), more.end());
+  return all;
+}
+
+bool Request::may_answer(int value, int result) const {
+  const auto has = [value](const std::vector<int>& values) { return std::ranges::count(values, value) != 0; };
+  return has(depending) ? result == 0 || result == -1 : result == (has(refused) ? -1 : 0);
+}
 
 bool whole_proof() { return std::strcmp(text_of("CAMERA_PROOF", ""), "whole") == 0; }
 
@@ -71,13 +83,8 @@ FaultTest::FaultTest(char evr_data4) {
 std::vector<Operation> FaultTest::request_operations(bool every_value) {
   std::vector<Operation> all;
   for (const Request& row : kRequests) {
-    std::vector<int> values = row.accepted;
-    values.insert(values.end(), row.depending.begin(), row.depending.end());
-    if (every_value) {
-      values.insert(values.end(), row.refused.begin(), row.refused.end());
-    } else {
-      values = {values[values.size() / 2]};
-    }
+    std::vector<int> values = row.values();
+    if (!every_value) values = {values[(row.accepted.size() + row.depending.size()) / 2]};
     for (const int value : values) {
       all.push_back({"request " + std::to_string(row.code) + " with " + std::to_string(value),
                      [this, code = row.code, value] { return request(code, value); }, Operation::kHidesFailures});

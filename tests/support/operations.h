@@ -16,6 +16,9 @@ struct Request {
   std::vector<int> accepted;
   std::vector<int> refused = {};
   std::vector<int> depending = {};  // on earlier requests
+
+  std::vector<int> values() const;
+  bool may_answer(int value, int result) const;
 };
 
 // clang-format off

@@ -2,51 +2,36 @@
 #include "tests/support/output.h"
 
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace ipcam::test {
-namespace {
-
-class CaughtStream {
- public:
-  explicit CaughtStream(int fd) : fd_(fd), saved_(dup(fd)), caught_(memfd_create("caught", MFD_CLOEXEC)) {
-    dup2(caught_, fd_);
-  }
-  ~CaughtStream() {
-    dup2(saved_, fd_);
-    close(saved_);
-    close(caught_);
-  }
-  CaughtStream(const CaughtStream&) = delete;
-  CaughtStream& operator=(const CaughtStream&) = delete;
-
-  std::string text() const {
-    std::string all;
-    char part[4096];
-    ssize_t size = 0;
-    while ((size = pread(caught_, part, sizeof(part), static_cast<off_t>(all.size()))) > 0) {
-      all.append(part, static_cast<std::size_t>(size));
-    }
-    return all;
-  }
-
- private:
-  int fd_;
-  int saved_;
-  int caught_;
-};
-
-}  // namespace
 
 Output capture(const std::function<void()>& code) {
+  constexpr int kStreams[] = {STDOUT_FILENO, STDERR_FILENO};
+  int saved[2], caught[2];
   std::fflush(nullptr);
-  CaughtStream out(STDOUT_FILENO);
-  CaughtStream err(STDERR_FILENO);
+  for (const int i : {0, 1}) {
+    saved[i] = dup(kStreams[i]);
+    caught[i] = memfd_create("caught", MFD_CLOEXEC);
+    dup2(caught[i], kStreams[i]);
+  }
   code();
   std::fflush(nullptr);
-  return {out.text(), err.text()};
+  std::string texts[2];
+  for (const int i : {0, 1}) {
+    dup2(saved[i], kStreams[i]);
+    struct stat state {};
+    fstat(caught[i], &state);
+    texts[i].resize(static_cast<std::size_t>(state.st_size));
+    texts[i].resize(static_cast<std::size_t>(std::max<ssize_t>(pread(caught[i], texts[i].data(), texts[i].size(), 0), 0)));
+    close(saved[i]);
+    close(caught[i]);
+  }
+  return {texts[0], texts[1]};
 }
 
 }  // namespace ipcam::test
