@@ -160,6 +160,7 @@ TEST_F(OnepushTest, RequestsDuringAMeasurementEndIt) {
     std::uint16_t red;
   } const kCases[] = {
       {"mode", [&] { EXPECT_EQ(request(camera::REQUEST_WB_MODE, 8), 0); }, kStart, 0},
+      {"refused mode", [&] { EXPECT_EQ(request(camera::REQUEST_WB_MODE, 4), -1); }, {}, 0},
       {"trigger", [&] { EXPECT_EQ(request(camera::REQUEST_ONE_PUSH_TRG), 0); }, kStart + readings(5) + kApplied, 3650},
       {"shutdown", [&] { stop_control_thread(); }, {}, 0},
   };

@@ -1,6 +1,7 @@
 // Cases written down in a text file of tests/data/: what is asked for, and everything that must come of it.
 #include "tests/support/case_file.h"
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -16,6 +17,15 @@ void add_printed(Lines& lines, const std::string& prefix, const std::string& tex
   for (std::string line; std::getline(in, line);) {
     lines.push_back(prefix + (line.empty() ? "" : " ") + line + (in.eof() ? " (unfinished)" : ""));
   }
+}
+
+// The read pass that comes before a write: "r 10/0x09" of "w 10/0x09=0x80".
+std::string read_pass(const std::string& write) {
+  std::string read = "r";
+  for (std::size_t at = 1; at < write.size(); at = std::min(write.find(' ', at + 1), write.size())) {
+    read += write.substr(at, write.find('=', at) - at);
+  }
+  return read;
 }
 
 }  // namespace
@@ -52,6 +62,15 @@ std::vector<Section> read_cases(const std::string& file) {
 void PrintTo(const Section& section, std::ostream* out) { *out << section.name; }
 
 std::string section_name(const ::testing::TestParamInfo<Section>& info) { return info.param.name; }
+
+Lines changes(const Lines& traffic) {
+  Lines lines;
+  for (const std::string& line : traffic) {
+    if (line[0] == 'w' && !lines.empty() && lines.back() == read_pass(line)) lines.pop_back();
+    lines.push_back(line);
+  }
+  return lines;
+}
 
 Lines outcome(const Lines& traffic, const Output& output, int result) {
   Lines lines = changes(traffic);

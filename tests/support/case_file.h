@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/story.h"
+#include "tests/support/camera_fixture.h"
 
 namespace ipcam::test {
 
@@ -25,6 +25,9 @@ std::vector<Section> read_cases(const std::string& file);
 
 void PrintTo(const Section& section, std::ostream* out);  // NOLINT(readability-identifier-naming): found by this name
 std::string section_name(const ::testing::TestParamInfo<Section>& info);
+
+// `traffic` without the read pass of each register write: the reads that stand for themselves, and the writes.
+Lines changes(const Lines& traffic);
 
 // What came of an action, as the files write it: exchanges (as changes()), "out ..." and "err ..." for each line
 // printed, "-> -1" for a result other than 0. The line "write success!" is left out when each write printed one.

@@ -27,7 +27,8 @@ Output capture(const std::function<void()>& code) {
     struct stat state {};
     fstat(caught[i], &state);
     texts[i].resize(static_cast<std::size_t>(state.st_size));
-    texts[i].resize(static_cast<std::size_t>(std::max<ssize_t>(pread(caught[i], texts[i].data(), texts[i].size(), 0), 0)));
+    texts[i].resize(
+        static_cast<std::size_t>(std::max<ssize_t>(pread(caught[i], texts[i].data(), texts[i].size(), 0), 0)));
     close(saved[i]);
     close(caught[i]);
   }

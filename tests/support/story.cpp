@@ -10,8 +10,6 @@
 #include <sstream>
 #include <thread>
 
-#include "tests/support/case_file.h"
-
 namespace ipcam::test {
 namespace {
 
@@ -38,15 +36,6 @@ std::string file_bytes(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The read pass that comes before a write: "r 10/0x09" of "w 10/0x09=0x80".
-std::string read_pass(const std::string& write) {
-  std::string read = "r";
-  for (std::size_t at = 1; at < write.size(); at = std::min(write.find(' ', at + 1), write.size())) {
-    read += write.substr(at, write.find('=', at) - at);
-  }
-  return read;
-}
-
 // The journal's calls that control the camera's other libraries.
 Lines library_calls() {
   Lines calls = platform::journal();
@@ -62,15 +51,6 @@ void append(Lines& lines, const std::string& prefix, const Lines& more) {
 
 }  // namespace
 
-Lines changes(const Lines& traffic) {
-  Lines lines;
-  for (const std::string& line : traffic) {
-    if (line[0] == 'w' && !lines.empty() && lines.back() == read_pass(line)) lines.pop_back();
-    lines.push_back(line);
-  }
-  return lines;
-}
-
 void StoryTest::forget() {
   camera.clear_traffic();
   platform::clear_journal();
@@ -85,6 +65,7 @@ Lines StoryTest::play(const std::function<int()>& action) {
   }
   forget();
   const std::string before = file_bytes(kSettingsFile);
+  const Lines state_before = state();
   Lines lines;
   int result = 0;
   const Output output = capture([&] {
@@ -110,6 +91,9 @@ Lines StoryTest::play(const std::function<int()>& action) {
   const std::string after = file_bytes(kSettingsFile);
   for (std::size_t i = 0; i < std::min(before.size(), after.size()); ++i) {
     if (before[i] != after[i]) lines.push_back("saved b" + std::to_string(i) + "=" + std::to_string(after[i] & 0xff));
+  }
+  for (const std::string& line : state()) {
+    if (std::ranges::count(state_before, line) == 0) lines.push_back(line);
   }
   if (result != 0) lines.push_back("-> " + std::to_string(result));
   return lines;
@@ -171,13 +155,15 @@ void StoryTest::check(const Lines& words, const Lines& expected) {
   }
 }
 
-void StoryTest::check_story(const std::string& file) {
-  for (const Section& section : read_cases(file)) {
-    for (const Case& c : section.cases) {
-      SCOPED_TRACE(file + ":" + std::to_string(c.line_number) + ": " + c.action);
-      check(split(c.action, ' '), c.expected);
-    }
+void StoryTest::check_story(const Section& section) {
+  for (const Case& c : section.cases) {
+    SCOPED_TRACE(section.name + ", line " + std::to_string(c.line_number) + ": " + c.action);
+    check(split(c.action, ' '), c.expected);
   }
+}
+
+void StoryTest::check_story(const std::string& file) {
+  for (const Section& section : read_cases(file)) check_story(section);
 }
 
 }  // namespace ipcam::test

@@ -3,12 +3,9 @@
 
 #include <functional>
 
-#include "tests/support/camera_fixture.h"
+#include "tests/support/case_file.h"
 
 namespace ipcam::test {
-
-// `traffic` without the read pass of each register write: the reads that stand for themselves, and the writes.
-Lines changes(const Lines& traffic);
 
 // Plays the files, whose cases (see case_file.h) are of these kinds. Those that prepare have nothing to expect:
 //
@@ -33,11 +30,13 @@ Lines changes(const Lines& traffic);
 class StoryTest : public CameraTest {
  protected:
   void check_story(const std::string& file);
-
+  void check_story(const Section& section);
   void forget();
-  void prepare(const Lines& words);
 
  private:
+  // Lines of something else whose changes are to be seen; those that are new follow the saved bytes.
+  virtual Lines state() const { return {}; }
+  void prepare(const Lines& words);
   Lines play(const std::function<int()>& action);
   void check(const Lines& words, const Lines& expected);
 };
