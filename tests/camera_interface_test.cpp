@@ -42,8 +42,6 @@ namespace {
 using camera::CameraController;
 using Camera = camera::CameraInterface;
 
-static_assert(std::is_abstract_v<Camera> && std::has_virtual_destructor_v<Camera>);
-static_assert(std::is_base_of_v<Camera, CameraController> && std::is_default_constructible_v<CameraController>);
 static_assert(sizeof(CameraController) == sizeof(void*));
 
 // Every operation is called with these.

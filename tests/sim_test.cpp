@@ -1,97 +1,31 @@
-// The simulated camera as any requester meets it: replies, faults and sensor, seen at the record and the doorbell.
-#include <gtest/gtest.h>
-#include <sys/ipc.h>
-#include <sys/sem.h>
-#include <sys/shm.h>
-#include <unistd.h>
+// What the simulated camera answers, its sensor, and the traffic that it keeps.
+#include <algorithm>
 
-#include <csignal>
-#include <ctime>
-#include <initializer_list>
-#include <vector>
-
-#include "sim/simulated_camera.h"
-#include "tests/support/stand_ins.h"
+#include "ipcam/camera/dsp_command.h"
+#include "tests/support/camera_fixture.h"
 
 namespace ipcam::sim {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-using Lines = std::vector<std::string>;
+using test::Lines;
 
-// Keeps to the protocol with nothing but system calls.
-class SimulatedCameraTest : public ::testing::Test {
+class SimulatedCameraTest : public test::CameraTest {
  protected:
-  SimulatedCameraTest() {
-    sigemptyset(&doorbell_);
-    sigaddset(&doorbell_, kDoorbell);
-    sigprocmask(SIG_BLOCK, &doorbell_, nullptr);
-    attach();
-  }
-  ~SimulatedCameraTest() override { shmdt(record_); }
-
-  void attach() {
-    camera.start();
-    const key_t key = ftok("/tmp/comm.log", 'n');
-    sem_id_ = semget(key, 1, 0444);
-    record_ = static_cast<Record*>(shmat(shmget(key, 148, 0444), nullptr, 0));
-  }
-
-  void semaphore(short operation) {
-    sembuf change{.sem_num = 0, .sem_op = operation, .sem_flg = SEM_UNDO};
-    ASSERT_EQ(semop(sem_id_, &change, 1), 0);
-  }
-
-  void post(int count, const Bytes& data) {
-    semaphore(-1);
-    record_->status = kPosted;
-    record_->req_pid = getpid();
-    record_->packet.count = count;
-    record_->packet.length = static_cast<std::int32_t>(data.size());
-    std::copy(data.begin(), data.end(), record_->packet.data);
-    ++camera.board().posted;
-    kill(record_->comm_pid, kDoorbell);
-    semaphore(1);
-  }
-
-  bool doorbell_within(long milliseconds) {
-    const timespec limit{.tv_sec = milliseconds / 1000, .tv_nsec = milliseconds % 1000 * 1000000};
-    return sigtimedwait(&doorbell_, nullptr, &limit) == kDoorbell;
-  }
-
-  // The record as the comm application left it; it is idle and no doorbell is pending afterwards.
-  Record take() {
-    camera.board().gave_up_for = camera.board().posted.load();
-    semaphore(-1);
-    const Record reply = *record_;
-    const std::int32_t comm_pid = record_->comm_pid;
-    *record_ = {};
-    record_->comm_pid = comm_pid;
-    semaphore(1);
-    camera.settle();
-    while (doorbell_within(0)) {
-    }
-    return reply;
-  }
-
   Bytes exchange(int count, const Bytes& data) {
-    post(count, data);
-    EXPECT_TRUE(doorbell_within(5000));
-    const Record reply = take();
-    EXPECT_EQ(reply.status, kAnswered);
-    EXPECT_EQ(reply.req_pid, getpid());
-    EXPECT_EQ(reply.packet.count, count);
-    return {reply.packet.data, reply.packet.data + reply.packet.length};
+    camera::packet_info packet{.count = count, .length = static_cast<int>(data.size()), .data = {}};
+    std::ranges::copy(data, packet.data);
+    EXPECT_EQ(dsp.send_to_comm(&packet), 0);
+    EXPECT_EQ(dsp.get_from_comm(&packet), 0);
+    EXPECT_EQ(packet.count, count);
+    return {packet.data, packet.data + packet.length};
   }
 
   std::uint8_t read(std::uint8_t category, std::uint8_t byte) {
     return exchange(1, {6, 1, category, 0, byte, 1}).at(2);
   }
 
-  SimulatedCamera camera;
-  sigset_t doorbell_{};
-  int sem_id_ = -1;
-  Record* record_ = nullptr;
+  camera::DspCommand dsp;
 };
 
 TEST_F(SimulatedCameraTest, AnswersEachKindOfEntry) {
@@ -117,102 +51,6 @@ TEST_F(SimulatedCameraTest, AnswersEachKindOfEntry) {
     EXPECT_EQ(exchange(c.count, c.command), c.reply) << c.traffic;
     EXPECT_EQ(camera.take_traffic(), Lines{c.traffic});
   }
-}
-
-TEST_F(SimulatedCameraTest, EachFaultDoesWhatItsNameSaysOnceAndInItsTurn) {
-  const Bytes whole = {2, 1, 3, 1, 5};
-  const struct {
-    Fault fault;
-    bool rings;
-    int status;
-    int count;
-    int length;
-    Bytes data;  // first bytes; {}: the request, as it was
-    int value;   // of the register that the request writes, 0 before it
-  } cases[] = {
-      {Fault::no_reply, false, kPosted, 2, 12, {}, 0},
-      {Fault::late_reply, false, kAnswered, 2, 5, whole, 5},
-      {Fault::late_doorbell, false, kAnswered, 2, 5, whole, 5},
-      {Fault::reply_255, true, kFailed, 2, 12, {}, 0},
-      {Fault::foreign_pid, true, kAnswered, 2, 5, whole, 5},
-      {Fault::wrong_status, true, kAnswered, 2, 5, {2, 1, 3, 2, 0}, 5},
-      {Fault::wrong_length_byte, true, kAnswered, 2, 5, {2, 1, 4, 1, 5}, 5},
-      {Fault::count_too_small, true, kAnswered, 1, 5, whole, 5},
-      {Fault::count_too_large, true, kAnswered, 3, 5, whole, 5},
-      {Fault::negative_count, true, kAnswered, -1, 5, whole, 5},
-      {Fault::length_too_large, true, kAnswered, 2, 129, whole, 5},
-      {Fault::negative_length, true, kAnswered, 2, -1, whole, 5},
-      {Fault::torn_entry, true, kAnswered, 2, 3, whole, 5},
-      {Fault::signal_without_reply, true, kPosted, 2, 12, {}, 0},
-      {Fault::reply_without_signal, false, kAnswered, 2, 5, whole, 5},
-      {Fault::extra_signals, true, kAnswered, 2, 5, whole, 5},
-      {Fault::empty_reply, true, kAnswered, 0, 0, {0, 0, 0, 0, 0}, 5},
-      {Fault::die_before, false, kPosted, 2, 12, {}, 0},
-      {Fault::die_during, false, kPosted, 2, 12, {}, 0},
-      {Fault::die_after, false, kAnswered, 2, 5, whole, 5},
-      {Fault::die_after_doorbell, true, kAnswered, 2, 5, whole, 5},
-  };
-  const Bytes request = {6, 2, 12, 0, 0, 5, 6, 1, 12, 0, 0, 1};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(kFaultNames[static_cast<std::size_t>(c.fault)]);
-    camera.restart();
-    camera.set_reg(12, 0, 0);
-    camera.fault(c.fault, {.exchange = 1, .entry = 1, .delay_ms = 5000});
-    EXPECT_EQ(read(12, 0), 0);
-
-    post(2, request);
-    EXPECT_EQ(doorbell_within(c.rings ? 5000 : 30), c.rings);
-    const Record reply = take();
-    EXPECT_EQ(reply.status, c.status);
-    EXPECT_EQ(reply.req_pid == getpid(), c.fault != Fault::foreign_pid);
-    EXPECT_EQ(reply.packet.count, c.count);
-    EXPECT_EQ(reply.packet.length, c.length);
-    const Bytes& data = c.data.empty() ? request : c.data;
-    EXPECT_EQ(Bytes(reply.packet.data, reply.packet.data + data.size()), data);
-    EXPECT_EQ(camera.reg(12, 0), c.value);
-    if (camera.board().running == 0) camera.start();
-    camera.set_reg(12, 0, 9);
-    EXPECT_EQ(read(12, 0), 9);
-  }
-}
-
-TEST_F(SimulatedCameraTest, LateRepliesHoldTheSemaphoreUntilTheRequesterHasGivenUp) {
-  camera.fault(Fault::late_reply, {.delay_ms = 5000});
-  post(1, {6, 1, 12, 0, 0, 1});
-  EXPECT_TRUE(test::eventually([&] { return camera.board().silent_for == camera.board().posted; }));
-  EXPECT_EQ(semctl(sem_id_, 0, GETVAL), 0);
-  EXPECT_EQ(take().status, kAnswered);
-  EXPECT_EQ(camera.board().replies_rung, 1U);
-}
-
-TEST_F(SimulatedCameraTest, AKilledOneIsReplacedOnTheSameObjectsAndAStoppedOneLeavesNone) {
-  post(1, {6, 1, 12, 0, 0, 1});
-  EXPECT_TRUE(doorbell_within(5000));
-  camera.kill9();
-  EXPECT_EQ(record_->status, kAnswered);
-  camera.start();
-  EXPECT_TRUE(camera.record_is_clean());
-  EXPECT_EQ(record_->comm_pid, camera.pid());
-  EXPECT_EQ(read(12, 0), 0);
-  camera.stop();
-  EXPECT_NE(access("/tmp/comm.log", F_OK), 0);
-  EXPECT_EQ(semctl(sem_id_, 0, GETVAL), -1);
-}
-
-TEST_F(SimulatedCameraTest, APausedOneAnswersWhenItIsResumed) {
-  camera.pause();
-  post(1, {6, 1, 12, 0, 0, 1});
-  EXPECT_FALSE(doorbell_within(30));
-  camera.resume();
-  EXPECT_TRUE(doorbell_within(5000));
-}
-
-TEST_F(SimulatedCameraTest, ScriptedRegistersGiveTheirValuesAndThenTheLast) {
-  camera.script(17, 28, {1, 2});
-  camera.set_reg(17, 28, 7);
-  for (const int value : {1, 2, 2}) EXPECT_EQ(read(17, 28), value);
-  camera.script(17, 28, {});
-  EXPECT_EQ(read(17, 28), 7);
 }
 
 TEST_F(SimulatedCameraTest, TheReadoutFollowsTheBinningRegister) {

@@ -2,6 +2,8 @@
 #include "tests/support/case_file.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -11,13 +13,6 @@ namespace {
 
 const std::string kSeparator = " | ";
 const std::string kWritten = "dspset: write success!\n\n";
-
-void add_printed(Lines& lines, const std::string& prefix, const std::string& text) {
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    lines.push_back(prefix + (line.empty() ? "" : " ") + line + (in.eof() ? " (unfinished)" : ""));
-  }
-}
 
 // The read pass that comes before a write: "r 10/0x09" of "w 10/0x09=0x80".
 std::string read_pass(const std::string& write) {
@@ -59,6 +54,54 @@ std::vector<Section> read_cases(const std::string& file) {
   return sections;
 }
 
+void CaseTest::prepare(const std::string& action) {
+  std::istringstream words(action);
+  std::string verb, name;
+  words >> verb >> name;
+  unsigned category = 0, byte = 0, value = 0;
+  const int fields = std::sscanf(name.c_str(), "%u/%x=%x", &category, &byte, &value);
+  const auto bytes = [&] {
+    std::string all;
+    for (unsigned next = 0; words >> std::hex >> next;) all += static_cast<char>(next);
+    return all;
+  };
+  if (verb == "settings") {
+    SettingsBytes settings;
+    while (!name.empty()) {
+      const auto offset = std::stoul(name.substr(1));
+      const int number = std::stoi(name.substr(name.find('=') + 1));
+      name[0] == 'w' ? settings.i32(offset, number) : settings.u8(offset, static_cast<std::uint8_t>(number));
+      name.clear();
+      words >> name;
+    }
+    write_settings(settings);
+  } else if (verb == "file") {
+    write_file(name, bytes());
+  } else if (verb == "remove") {
+    EXPECT_TRUE(std::filesystem::remove(name));
+  } else if (verb == "register" && fields == 3) {
+    camera.set_reg(category, byte, value);
+  } else if (verb == "reads" && fields == 2) {
+    const std::string script = bytes();
+    camera.script(category, byte, {script.begin(), script.end()});
+  } else if (verb == "fault") {
+    const auto fault = static_cast<std::uint32_t>(std::ranges::find(sim::kFaultNames, name) - sim::kFaultNames.begin());
+    ASSERT_LT(fault, sim::kFaultNames.size());
+    sim::FaultPlan plan;
+    while (words >> name) words >> (name == "exchange" ? plan.exchange : name == "count" ? plan.count : plan.entry);
+    camera.fault(sim::Fault{fault}, plan);
+  } else if (verb == "fail") {
+    int nth = 0, result = -1;
+    words >> nth >> result;
+    fail_next(name, EIO, nth, words ? result : -1);
+  } else if (verb == "leave") {
+    camera.stop();
+  } else {
+    ASSERT_EQ(verb, "stop");
+    stop_control_thread();
+  }
+}
+
 void PrintTo(const Section& section, std::ostream* out) { *out << section.name; }
 
 std::string section_name(const ::testing::TestParamInfo<Section>& info) { return info.param.name; }
@@ -70,6 +113,13 @@ Lines changes(const Lines& traffic) {
     lines.push_back(line);
   }
   return lines;
+}
+
+void add_printed(Lines& lines, const std::string& head, const std::string& text) {
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    lines.push_back(head + (line.empty() ? "" : " ") + line + (line.ends_with(' ') ? "$" : ""));
+  }
 }
 
 Lines outcome(const Lines& traffic, const Output& output, int result) {

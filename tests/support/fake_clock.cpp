@@ -23,9 +23,8 @@ constexpr std::int64_t kNsPerMs = 1'000'000;
 
 struct HeldWait {
   bool held = false;
-  int blocked = 0;   // threads inside
+  int entered = 0;   // threads that have been blocked so far
   int released = 0;  // of them, those that may leave
-  int openings = 0;  // how often all inside were let go, so that a new hold does not catch those on their way out
 };
 
 struct Waits {
@@ -95,11 +94,8 @@ void wait_in_fake_time(const std::string& text, std::int64_t ns) {
     waits.journal.push_back(text);
     HeldWait& wait = waits.held[text];
     if (wait.held) {
-      ++wait.blocked;
-      const int openings = wait.openings;
-      waits.changed.wait(lock, [&] { return wait.openings != openings || wait.released > 0; });
-      --wait.blocked;
-      if (wait.released > 0) --wait.released;
+      const int number = ++wait.entered;
+      waits.changed.wait(lock, [&] { return number <= wait.released; });
     }
   }
   advance(ns);
@@ -203,9 +199,9 @@ void FakeClock::hold(const std::string& wait) {
   all_waits().held[wait].held = true;
 }
 
-void FakeClock::release(const std::string& wait, int times) {
+void FakeClock::release(const std::string& wait) {
   std::lock_guard lock(all_waits().mutex);
-  all_waits().held[wait].released += times;
+  ++all_waits().held[wait].released;
   all_waits().changed.notify_all();
 }
 
@@ -213,8 +209,7 @@ void FakeClock::release_all() {
   std::lock_guard lock(all_waits().mutex);
   for (auto& [text, wait] : all_waits().held) {
     wait.held = false;
-    wait.released = 0;
-    ++wait.openings;
+    wait.released = wait.entered;
   }
   all_waits().changed.notify_all();
 }
@@ -223,7 +218,7 @@ bool FakeClock::wait_until_held(const std::string& wait) {
   return eventually([&] {
     std::lock_guard lock(all_waits().mutex);
     const HeldWait& held = all_waits().held[wait];
-    return held.blocked > held.released;
+    return held.entered > held.released;
   });
 }
 

@@ -32,7 +32,7 @@ class FakeClock {
   // From now on a wait of this text blocks its thread until release() or the end of the clock. It is in the
   // journal when it blocks.
   void hold(const std::string& wait);
-  void release(const std::string& wait, int times = 1);
+  void release(const std::string& wait);
   void release_all();  // and hold nothing any more
   // Waits (at most 10 real seconds) until a thread is blocked in this wait. Returns false when none came.
   bool wait_until_held(const std::string& wait);

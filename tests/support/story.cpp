@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -22,13 +20,6 @@ Lines split(const std::string& text, char separator) {
     if (!part.empty()) parts.push_back(part);
   }
   return parts;
-}
-
-// The bytes that the words from `first` on give in hexadecimal.
-std::string bytes(const Lines& words, std::size_t first) {
-  std::string result;
-  for (std::size_t i = first; i < words.size(); ++i) result += static_cast<char>(std::stoul(words[i], nullptr, 16));
-  return result;
 }
 
 std::string file_bytes(const std::string& path) {
@@ -99,40 +90,8 @@ Lines StoryTest::play(const std::function<int()>& action) {
   return lines;
 }
 
-void StoryTest::prepare(const Lines& words) {
-  const std::string& verb = words.at(0);
-  const auto number = [&](std::size_t i) { return static_cast<std::uint32_t>(std::stoul(words.at(i))); };
-  if (verb == "settings") {
-    SettingsBytes settings;
-    for (std::size_t i = 1; i < words.size(); ++i) {
-      const auto offset = std::stoul(words[i].substr(1));
-      const int value = std::stoi(words[i].substr(words[i].find('=') + 1));
-      words[i][0] == 'w' ? settings.i32(offset, value) : settings.u8(offset, static_cast<std::uint8_t>(value));
-    }
-    write_settings(settings);
-  } else if (verb == "file") {
-    write_file(words.at(1), bytes(words, 2));
-  } else if (verb == "remove") {
-    EXPECT_TRUE(std::filesystem::remove(words.at(1)));
-  } else if (verb == "unreachable") {
-    camera.fault(sim::Fault::reply_255, {.exchange = number(1), .count = number(2)});
-  } else if (verb == "fail") {
-    fail_next(words.at(1), EIO, static_cast<int>(number(2)));
-  } else if (verb == "leave") {
-    camera.stop();
-  } else if (verb == "stop") {
-    stop_control_thread();
-  } else {
-    unsigned category = 0, byte = 0, value = 0;
-    const int fields = std::sscanf(words.at(1).c_str(), "%u/%x=%x", &category, &byte, &value);
-    const std::string script = bytes(words, 2);
-    ASSERT_TRUE((verb == "register" && fields == 3) || (verb == "reads" && fields == 2)) << verb;
-    if (verb == "register") camera.set_reg(category, byte, value);
-    if (verb == "reads") camera.script(category, byte, {script.begin(), script.end()});
-  }
-}
-
-void StoryTest::check(const Lines& words, const Lines& expected) {
+void StoryTest::check(const Case& c) {
+  const Lines words = split(c.action, ' ');
   const auto only = std::find(words.begin(), words.end(), "only");
   const auto expect = [&](const std::function<int()>& action) {
     Lines lines = play(action);
@@ -141,12 +100,12 @@ void StoryTest::check(const Lines& words, const Lines& expected) {
         return std::none_of(only + 1, words.end(), [&](const auto& word) { return line.find(word) != line.npos; });
       });
     }
-    EXPECT_EQ(expected, lines);
+    EXPECT_EQ(c.expected, lines);
   };
   const std::string& verb = words.at(0);
   if (verb == "start") return expect([&] { return start_control_thread(); });
   if (verb == "inquire") return expect([&] { return inquire(std::stoi(words.at(1))); });
-  if (verb != "request") return prepare(words);
+  if (verb != "request") return prepare(c.action);
   for (const std::string& code : split(words.at(1), ',')) {
     for (const std::string& value : split(words.at(2), ',')) {
       SCOPED_TRACE("request " + code + " " + value);
@@ -158,7 +117,7 @@ void StoryTest::check(const Lines& words, const Lines& expected) {
 void StoryTest::check_story(const Section& section) {
   for (const Case& c : section.cases) {
     SCOPED_TRACE(section.name + ", line " + std::to_string(c.line_number) + ": " + c.action);
-    check(split(c.action, ' '), c.expected);
+    check(c);
   }
 }
 
