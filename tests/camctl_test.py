@@ -202,6 +202,23 @@ class CamctlTest(unittest.TestCase):
             camera.stop(signal.SIGKILL)
             self.results('reg', 'read', 'saturation', code=4)
 
+    def test_a_camera_stopped_at_any_step_costs_one_command_within_its_limit(self):
+        for step, options, limit in (('before it takes the request', (), 1),
+                                     ('while it holds the semaphore', ('--fault=late_reply',), 6),
+                                     ('before it rings', ('--fault=late_doorbell',), 1)):
+            with self.subTest(step=step), Camera(*options) as camera:
+                if not options:
+                    camera.send(signal.SIGSTOP)
+                begin = time.monotonic()
+                victim = subprocess.Popen([CAMCTL, 'reg', 'read', 'saturation'], stderr=subprocess.DEVNULL)
+                if options:
+                    camera.process.stdout.readline()  # it has taken the request
+                    camera.send(signal.SIGSTOP)
+                self.assertEqual(victim.wait(30), 3)
+                self.assertAlmostEqual(time.monotonic() - begin, limit + 0.4, delta=0.5)
+                camera.send(signal.SIGCONT)
+                self.results('reg', 'read', 'saturation')
+
     def test_unreadable_settings_are_refused_before_anything_is_sent(self):
         (CONFIG / 'all.conf').write_bytes(bytes(879))
         with Camera() as camera:

@@ -43,71 +43,58 @@ long resident_pages() {
   return resident;
 }
 
-// Sends one request or raw command after the other, of all codes and values.
-struct Caller {
-  explicit Caller(std::uint32_t seed) : random(seed) {}
-
-  void send_one() {
-    ++sent;
-    if (pick(random, 8) == 0) {
-      camera::s_ccdlsi_dbg raw{};
-      std::strcpy(raw.cmd, pick(random, 2) == 0 ? "r,12,0;12,1" : "w,12,0,0xff,1");
-      raw.result = 99;
-      const int served = camera::cam_ccd_debug(&raw);
-      note(served, raw.result, raw.result == 0);
-      return;
-    }
-    const Request& row = one_of(kRequests, random);
-    const std::vector<int> values = row.values();
-    camera::s_cam_cgi_cmd command{};
-    command.code = row.code;
-    command.value = one_of(values, random);
-    command.result = 99;
-    const int served = camera::cam_cgi_command(&command);
-    note(served, command.result, row.may_answer(command.value, command.result));
-  }
-
-  // A request that was not served has the result -1.
+struct Counts {
+  // Of a request that was not served the result is -1.
   void note(int served, int result, bool is_right) {
+    ++sent;
     if (served == 0) ++answered;
-    wrong += served == 0 ? !is_right : result != -1;
+    if (served == 0 ? !is_right : result != -1) ++wrong;
   }
 
-  Random random;
-  int sent = 0;
-  int answered = 0;
-  int wrong = 0;
+  std::atomic<int> sent = 0, answered = 0, wrong = 0;
 };
+
+// One request or raw command, of all codes and values.
+void send_one(Random& random, Counts& counts) {
+  if (pick(random, 8) == 0) {
+    camera::s_ccdlsi_dbg raw{};
+    std::strcpy(raw.cmd, pick(random, 2) == 0 ? "r,12,0;12,1" : "w,12,0,0xff,1");
+    raw.result = 99;
+    const int served = camera::cam_ccd_debug(&raw);
+    return counts.note(served, raw.result, raw.result == 0);
+  }
+  const Request& row = one_of(kRequests, random);
+  const std::vector<int> values = row.values();
+  camera::s_cam_cgi_cmd command{};
+  command.code = row.code;
+  command.value = one_of(values, random);
+  command.result = 99;
+  const int served = camera::cam_cgi_command(&command);
+  counts.note(served, command.result, row.may_answer(command.value, command.result));
+}
 
 class Stress : public FaultTest {
  protected:
   using FaultTest::FaultTest;
 
-  // Lets callers send while `act` is called for the time of a stress. Returns what all of them counted.
-  Caller send_meanwhile(int callers, const std::function<void(Random&)>& act) {
-    std::vector<Caller> all;
-    for (int i = 0; i < callers; ++i) all.emplace_back(proof_seed() + static_cast<std::uint32_t>(i));
+  // Lets callers send while `act` is called for the time of a stress.
+  void send_meanwhile(int callers, const std::function<void(Random&)>& act) {
     std::atomic<bool> done{false};
     std::vector<std::thread> threads;
-    for (Caller& caller : all) {
-      threads.emplace_back([&] {
-        while (!done) caller.send_one();
+    for (int i = 0; i < callers; ++i) {
+      threads.emplace_back([&, seed = proof_seed() + static_cast<std::uint32_t>(i)] {
+        Random random(seed);
+        while (!done) send_one(random, counts);
       });
     }
     Random random(proof_seed());
-    for (const std::int64_t end = real_now_ms() + 1000 * figure("CAMERA_STRESS_SECONDS", 5); real_now_ms() < end;)
-      act(random);
+    const std::int64_t end = real_now_ms() + 1000 * figure("CAMERA_STRESS_SECONDS", 5);
+    while (real_now_ms() < end) act(random);
     done = true;
     for (std::thread& thread : threads) thread.join();
-
-    Caller sum(0);
-    for (const Caller& caller : all) {
-      sum.sent += caller.sent;
-      sum.answered += caller.answered;
-      sum.wrong += caller.wrong;
-    }
-    return sum;
   }
+
+  Counts counts;
 };
 
 class StressWithEvr : public Stress {
@@ -118,9 +105,8 @@ class StressWithEvr : public Stress {
 TEST_F(Stress, AnswersEveryRequestOnceWhateverTheCameraDoes) {
   ASSERT_EQ(start_control_thread(), 0);
   const Leftovers before = Leftovers::now();
-  Caller sum(0);
   const Output output = capture([&] {
-    sum = send_meanwhile(16, [&](Random& random) {
+    send_meanwhile(16, [&](Random& random) {
       for (int i = 0; i < 3; ++i) {
         camera.fault(sim::Fault{static_cast<std::uint32_t>(pick(random, sim::kFaultNames.size()))},
                      {.exchange = static_cast<std::uint32_t>(pick(random, 20)),
@@ -137,19 +123,18 @@ TEST_F(Stress, AnswersEveryRequestOnceWhateverTheCameraDoes) {
     request(33, 8);
     expect_working_link();
   });
-  std::printf("seed %u: %d requests, %d answered\n", proof_seed(), sum.sent, sum.answered);
-  EXPECT_EQ(sum.answered, sum.sent);
-  EXPECT_EQ(sum.wrong, 0);
+  std::printf("seed %u: %d requests, %d answered\n", proof_seed(), counts.sent.load(), counts.answered.load());
+  EXPECT_EQ(counts.answered.load(), counts.sent.load());
+  EXPECT_EQ(counts.wrong, 0);
   EXPECT_TRUE(camera.record_is_clean());
   EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); })) << before << " / " << Leftovers::now();
 }
 
 TEST_F(StressWithEvr, BearsAnyScheduleOfStartsStopsAndTriggers) {
-  Caller sum(0);
   int starts = 0;
   const Output output = capture([&] {
     shake_schedules(proof_seed());
-    sum = send_meanwhile(6, [&](Random& random) {
+    send_meanwhile(6, [&](Random& random) {
       EXPECT_EQ(start_control_thread(), 0);
       ++starts;
       for (int i = pick(random, 12); i > 0; --i) {
@@ -162,8 +147,9 @@ TEST_F(StressWithEvr, BearsAnyScheduleOfStartsStopsAndTriggers) {
     });
     shake_schedules(0);
   });
-  std::printf("seed %u: %d starts, %d requests, %d answered\n", proof_seed(), starts, sum.sent, sum.answered);
-  EXPECT_EQ(sum.wrong, 0);
+  std::printf("seed %u: %d starts, %d requests, %d answered\n", proof_seed(), starts, counts.sent.load(),
+              counts.answered.load());
+  EXPECT_EQ(counts.wrong, 0);
   EXPECT_EQ(request(39, 3), -1000);
   EXPECT_TRUE(camera.record_is_clean());
 }

@@ -1,4 +1,6 @@
-// What each operation costs: counts its exchanges and waits on the faked clock, and prints them for docs/timing.md.
+// What each operation costs: counts its exchanges and waits on the faked clock, and prints them for docs/timing.md: of
+// each operation the best, the worst and the one without replies, as exchanges, microseconds, and sleeps in
+// milliseconds.
 #include <algorithm>
 #include <iostream>
 #include <map>
@@ -24,14 +26,9 @@ struct Costs {
 enum Link : std::uint8_t { kAnswers = 0, kStaysFull = 0x08, kStaysBinned = 0x10, kSilent = 0xff };
 
 std::ostream& operator<<(std::ostream& out, const Cost& cost) {
-  out << " | " << cost.exchanges;
-  if (cost.us != 0) out << ", " << static_cast<double>(cost.us) / 1e6 << " s";
-  const char* before = ": ";
-  for (const auto& [ms, times] : cost.sleeps) {
-    out << before << (times > 1 ? std::to_string(times) + " × " : "") << ms;
-    before = ", ";
-  }
-  return out << (cost.sleeps.empty() ? "" : " ms");
+  out << '\t' << cost.exchanges << ' ' << cost.us;
+  for (const auto& [ms, times] : cost.sleeps) out << ' ' << times << '*' << ms;
+  return out;
 }
 
 class Timing : public FaultTest {
@@ -102,7 +99,7 @@ TEST_F(Timing, OfEachOperation) {
   });
 
   for (std::size_t i = 0; i < costs.size(); ++i) {
-    std::cout << operations[i].name << costs[i].best << costs[i].worst << costs[i].silent << " |\n";
+    std::cout << operations[i].name << costs[i].best << costs[i].worst << costs[i].silent << "\n";
   }
 }
 
