@@ -5,7 +5,6 @@
 
 #include <bit>
 #include <functional>
-#include <type_traits>
 #include <utility>
 
 #include "ipcam/comm/thd_if.h"

@@ -86,8 +86,7 @@ class FaultMatrix : public FaultTest {
 
 TEST_F(FaultMatrix, EachFaultCostsOneOperationOnly) {
   ASSERT_EQ(start_control_thread(), 0);
-  std::vector<Operation> operations = request_operations(true);
-  for (const Operation& operation : direct_operations()) operations.push_back(operation);
+  const std::vector<Operation> operations = all_operations(true);
   std::printf("seed %u\n", proof_seed());
   std::mt19937 random(proof_seed());
   const unsigned one_in = whole_proof() ? 1 : 25;

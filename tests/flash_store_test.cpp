@@ -4,6 +4,7 @@
 
 #include "ipcam/camera/dsp_command.h"
 #include "tests/support/call_cases.h"
+#include "tests/support/interpose.h"
 
 namespace ipcam::test {
 namespace {
@@ -27,12 +28,14 @@ std::ptrdiff_t open_descriptors() {
 class FlashTest : public CallTest {
  protected:
   void put(const char* device, long offset, const std::string& bytes) {
+    const Unfailing unfailing;
     std::fstream file(devices.redirect(device), std::ios::in | std::ios::out | std::ios::binary);
     file.seekp(offset);
     file << bytes;
     ASSERT_TRUE(file.flush().good());
   }
   std::string get(const char* device, long offset, std::size_t size) {
+    const Unfailing unfailing;
     std::ifstream file(devices.redirect(device), std::ios::binary);
     std::string bytes(size, '\0');
     file.seekg(offset);
@@ -88,9 +91,14 @@ TEST_F(FlashTest, AStoreAfterALoadKeepsTheVariantBlockAlsoWhenInterrupted) {
 
 TEST_F(FlashTest, StopsAtTheFirstFailureAndClosesWhatItOpened) {
   const auto flash = [&](const std::string& flag) {
+    fill(3);
+    const auto flash_device = [&] { return get("/dev/mtdblock3", 0x40000, kArea + kAreaSize - 0x40000); };
+    const std::string flash_before = flash_device(), memory_before = memory_area();
     const auto descriptors = open_descriptors();
     const int result = dsp.do_flash(static_cast<unsigned char>(std::stoi(flag)));
     EXPECT_EQ(open_descriptors(), descriptors);
+    if (flash_device() != flash_before) notes.emplace_back("flash has changed");
+    if (memory_area() != memory_before) notes.emplace_back("memory has changed");
     return result;
   };
   check_calls("flash_store.txt",

@@ -98,8 +98,7 @@ class NthFailureOfAStart : public NthFailure {
 
 TEST_F(NthFailure, CostsOneOperationOnly) {
   ASSERT_EQ(start_control_thread(), 0);
-  std::vector<Operation> operations = request_operations(whole_proof());
-  for (const Operation& operation : direct_operations()) operations.push_back(operation);
+  const std::vector<Operation> operations = all_operations(whole_proof());
   const Operation read = direct_operations().front();
   for (const Operation& operation : operations) {
     fail_each_call(operation, [&] {

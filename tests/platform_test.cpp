@@ -1,6 +1,5 @@
 // The host platform: queue, reply semaphores, worker threads, stored record and journal.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -8,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <memory>
 
 #include "ipcam/camera/auto_daynight.h"
 #include "ipcam/camera/focus_assist.h"
@@ -144,41 +142,7 @@ TEST(WorkerTest, DestructorEndsARunHoweverEarly) {
   }
 }
 
-// A worker whose run looks at its signal mask, and which may be deleted as soon as that is done.
-struct OneStepWorker : ipcam::Thread {
-  explicit OneStepWorker(std::promise<bool>& result) : Thread(ipcam::THREAD_PRIORITY_DEFAULT, false), blocked(result) {}
-  int start_thread() override {
-    sigset_t mask;
-    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-    blocked.set_value(sigismember(&mask, SIGUSR1) == 1);
-    return 0;
-  }
-  int stop_thread() override { return 0; }
-  std::promise<bool>& blocked;
-};
-
-TEST(WorkerTest, RunInheritsTheSignalMaskAndMayOutliveItsObject) {
-  sigset_t doorbell, before;
-  sigemptyset(&doorbell);
-  sigaddset(&doorbell, SIGUSR1);
-  pthread_sigmask(SIG_BLOCK, &doorbell, &before);
-  for (int i = 0; i < 100; ++i) {
-    std::promise<bool> blocked;
-    auto result = blocked.get_future();
-    auto worker = std::make_unique<OneStepWorker>(blocked);
-    ASSERT_EQ(worker->execute_process(), 0);
-    EXPECT_TRUE(result.get());
-  }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
 using Record = std::array<unsigned char, 880>;
-
-Record filled_with(unsigned char byte) {
-  Record record;
-  record.fill(byte);
-  return record;
-}
 
 struct ConfigFileTest : testing::Test {
   ConfigFileTest() {
@@ -218,15 +182,16 @@ TEST_F(ConfigFileTest, RefusesWhatIsNotTheRecordAndChangesNothing) {
   for (auto& [entry, kind, write_result] : cases) {
     SCOPED_TRACE(entry);
     ipcam::config::ConfigFile file(entry.data());
-    Record record = filled_with(0x77);
+    Record record = {0x77};
     EXPECT_EQ(file.read_record(&record, kind), -1);
-    EXPECT_EQ(record, filled_with(0x77));
+    EXPECT_EQ(record, Record{0x77});
     EXPECT_EQ(file.write_record(&record, kind), write_result);
   }
   char good[] = "good";
-  Record record{};
+  Record record{}, expected;
   EXPECT_EQ(ipcam::config::ConfigFile(good).read_record(&record, 3), 0);
-  EXPECT_EQ(record, filled_with('x')) << "the file is the record as it stands";
+  expected.fill('x');
+  EXPECT_EQ(record, expected) << "the file is the record as it stands";
 }
 
 TEST(JournalTest, KeepsTheNewestCallsInOrder) {

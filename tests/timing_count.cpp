@@ -76,13 +76,11 @@ class Timing : public FaultTest {
 };
 
 TEST_F(Timing, OfEachOperation) {
-  std::vector<Operation> operations = request_operations(true);
-  std::vector<Operation> direct = direct_operations();
+  std::vector<Operation> operations = all_operations(true);
   const auto onepush = std::ranges::find(operations, "request 64 with 0", &Operation::name);
-  onepush->run = direct.back().run;  // what it starts, on this thread
-  operations.insert(operations.end(), direct.begin(), direct.end() - 1);
+  onepush->run = operations.back().run;  // what it starts, on this thread
   const auto start_up = [&] { return stop_control_thread(), start_control_thread(); };
-  operations.push_back({"start-up", start_up, Operation::kEither});
+  operations.back() = {"start-up", start_up, Operation::kEither};
 
   std::vector<Costs> costs(operations.size());
   const auto let_go = {"request 68 with 68", "request 68 with 1", "request 75 with 29"};  // iris and binning

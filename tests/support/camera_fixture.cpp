@@ -19,12 +19,6 @@ constexpr int kUnusedCode = 32;
 
 }  // namespace
 
-std::int32_t SettingsBytes::i32(std::size_t offset) const {
-  std::int32_t value = 0;
-  std::memcpy(&value, &bytes.at(offset), sizeof(value));
-  return value;
-}
-
 std::uint16_t SettingsBytes::u16(std::size_t offset) const {
   std::uint16_t value = 0;
   std::memcpy(&value, &bytes.at(offset), sizeof(value));

@@ -102,8 +102,6 @@ void CaseTest::prepare(const std::string& action) {
   }
 }
 
-void PrintTo(const Section& section, std::ostream* out) { *out << section.name; }
-
 std::string section_name(const ::testing::TestParamInfo<Section>& info) { return info.param.name; }
 
 Lines changes(const Lines& traffic) {

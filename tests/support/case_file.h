@@ -39,7 +39,6 @@ class CaseTest : public CameraTest {
   void prepare(const std::string& action);
 };
 
-void PrintTo(const Section& section, std::ostream* out);  // NOLINT(readability-identifier-naming): found by this name
 std::string section_name(const ::testing::TestParamInfo<Section>& info);
 
 // `traffic` without the read pass of each register write: the reads that stand for themselves, and the writes.

@@ -133,6 +133,12 @@ std::vector<Operation> FaultTest::direct_operations() {
   };
 }
 
+std::vector<Operation> FaultTest::all_operations(bool every_value) {
+  std::vector<Operation> all = request_operations(every_value);
+  for (const Operation& operation : direct_operations()) all.push_back(operation);
+  return all;
+}
+
 void FaultTest::expect_working_link() {
   // First a raw command, whose reply tells what a handler would hide.
   camera::s_ccdlsi_dbg raw{};

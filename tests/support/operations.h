@@ -99,6 +99,8 @@ class FaultTest : public CameraTest {
   std::vector<Operation> request_operations(bool every_value);
   // Operations of a DspCommand and of the one-push worker, on this thread.
   std::vector<Operation> direct_operations();
+  // Both.
+  std::vector<Operation> all_operations(bool every_value);
 
   // Fails the test unless the very next exchange succeeds, and a request is served.
   void expect_working_link();

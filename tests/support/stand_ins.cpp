@@ -147,12 +147,6 @@ STAND_IN int shmdt(const void* address) noexcept {
   return fails("shmdt", result) ? static_cast<int>(result) : detached;
 }
 
-STAND_IN int pthread_join(pthread_t thread, void** value) {
-  const int joined = REAL(pthread_join)(thread, value);
-  long result = 0;
-  return fails("pthread_join", result) ? errno : joined;
-}
-
 STAND_IN int semtimedop(int id, sembuf* operations, std::size_t count, const timespec* limit) noexcept {
   shake();
   long result = 0;
@@ -209,12 +203,6 @@ STAND_IN ssize_t __read_chk(int fd, void* buffer, std::size_t size, std::size_t 
 
 STAND_IN std::size_t __fread_chk(void* buffer, std::size_t /*room*/, std::size_t size, std::size_t count, FILE* file) {
   return fread(buffer, size, count, file);
-}
-
-STAND_IN int close(int fd) {
-  const int closed = REAL(close)(fd);
-  long result = 0;
-  return fails("close", result) ? static_cast<int>(result) : closed;
 }
 
 // --- Memory ---

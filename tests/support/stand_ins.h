@@ -55,7 +55,7 @@ void use_devices(const sim::Devices* devices);
 // `result` instead, in whatever thread it happens. Functions: "open", "read", "write", "lseek", "ioctl",
 // "fopen", "fread", "ftok", "semget", "shmget", "shmat", "kill", "signal", "sigprocmask" (pthread_sigmask too),
 // "sigtimedwait", "sigwaitinfo", "pthread_create" (gives `error`), "new" (throws std::bad_alloc), "lock" (a semaphore
-// operation -1). These are made, but fail: "close", "unlock" (+1), "shmdt", "pthread_join" (gives `error`).
+// operation -1). These are made, but fail: "unlock" (+1), "shmdt".
 // Several may be waiting at a time.
 void fail_next(const std::string& name, int error, int nth = 0, long result = -1);
 void clear_failures();
