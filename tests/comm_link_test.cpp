@@ -1,5 +1,4 @@
 // The link to the comm application: attaching, each fault of the other side, signals, lost peers.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>

@@ -9,7 +9,6 @@
 #include <future>
 
 #include "ipcam/camera/auto_daynight.h"
-#include "ipcam/camera/focus_assist.h"
 #include "ipcam/comm/thd_if.h"
 #include "ipcam/comm/wit_end.h"
 #include "ipcam/config/config_file.h"
@@ -132,14 +131,6 @@ TEST(WorkerTest, StopEndsTheRunsBeforeItAndNoLaterOne) {
   EXPECT_EQ(worker.left, 101) << "one of the last two goes on";
   worker.stop_thread();
   wait_for(worker.left, 102);
-}
-
-TEST(WorkerTest, DestructorEndsARunHoweverEarly) {
-  for (int i = 0; i < 200; ++i) {
-    ipcam::camera::FocusAssist worker(nullptr, nullptr);
-    EXPECT_EQ(worker.execute_process(), 0);
-    if (i % 2 == 0) std::this_thread::sleep_for(100us);
-  }
 }
 
 using Record = std::array<unsigned char, 880>;

@@ -1,6 +1,4 @@
 // Register commands: texts, tables, packets, the results and messages of each.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <functional>
 

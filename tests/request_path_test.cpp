@@ -1,6 +1,4 @@
 // The request path: start, stop, admission, and every request answered exactly once.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <atomic>
 #include <csignal>
