@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <random>
 #include <thread>
@@ -14,6 +15,7 @@ namespace ipcam::test {
 namespace {
 
 using camera::DspCommand;
+using sim::Fault;
 
 // Reads one register: its value, or -1.
 int read_register(DspCommand& link, int byte) {
@@ -51,6 +53,45 @@ class KillAndStop : public CameraTest {
   DspCommand dsp;
   std::mt19937 random{std::random_device{}()};
 };
+
+// While the lock is held for longer than its limit, the record cannot be put back; the next request does it.
+TEST_F(KillAndStop, ACommApplicationStoppedAtAnyStepCostsOneRequestWithinItsLimit) {
+  const std::string silence = "dspset: [ERROR] wait sigusr2 failed!\n";
+  const struct {
+    const char* step;
+    Fault fault;  // in whose delay it is stopped
+    std::string err;
+    bool is_clean;
+    int limit_s;
+  } cases[] = {
+      {"before it takes the request", Fault::none, silence, true, 1},
+      {"while it holds the semaphore", Fault::late_reply, silence + "dspset: [ERROR] semop failed!\n", false, 6},
+      {"before it rings", Fault::late_doorbell, silence, true, 1},
+  };
+  clock.reset();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.step);
+    const bool takes_it = c.fault != Fault::none;
+    const std::uint32_t traced = camera.board().trace_end;
+    const std::uint32_t rung = camera.board().replies_rung;
+    takes_it ? camera.fault(c.fault, {.delay_ms = 500}) : camera.pause();
+    const auto begin = std::chrono::steady_clock::now();
+    const Output output = capture([&] {
+      std::thread requester([&] { EXPECT_EQ(read_register(dsp, 1), -1); });
+      EXPECT_TRUE(!takes_it || eventually([&] { return camera.board().trace_end != traced; }));
+      if (takes_it) camera.pause();
+      requester.join();
+    });
+    const std::chrono::duration<double> duration = std::chrono::steady_clock::now() - begin;
+    EXPECT_NEAR(duration.count(), c.limit_s + 0.4, 0.5);
+    EXPECT_EQ(output.err, c.err);
+    EXPECT_EQ(camera.record_is_clean(), c.is_clean);
+    camera.resume();
+    EXPECT_TRUE(!takes_it || eventually([&] { return camera.board().replies_rung != rung; }));
+    EXPECT_EQ(read_register(dsp, 1), 0x11);
+    EXPECT_TRUE(camera.record_is_clean());
+  }
+}
 
 TEST_F(KillAndStop, RequestsSucceedAgainHoweverOftenTheCommApplicationIsKilledOrStopped) {
   std::atomic<bool> done{false};
