@@ -21,3 +21,8 @@ endif()
 if(NOT CAMERA_CTRL_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release")
   add_test(NAME exported_symbols_test COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-symbols $<TARGET_FILE:camera_ctrl>)
 endif()
+if(CMAKE_CROSSCOMPILING AND CMAKE_SIZEOF_VOID_P EQUAL 4 AND CAMERA_CTRL_TOOLS)
+  add_test(NAME mixed_widths_test COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/mixed_widths_test.sh
+    ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${CMAKE_CROSSCOMPILING_EMULATOR})
+  set_tests_properties(mixed_widths_test PROPERTIES TIMEOUT 900)  # it may have to build camsim
+endif()
