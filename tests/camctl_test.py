@@ -306,6 +306,27 @@ class CamctlTest(unittest.TestCase):
         self.check(camctl('config', 'set', 'saturation=5', 'shutter_speed=15'), 2, 'no value 15 (0 to 14)')
         self.assertEqual((CONFIG / 'all.conf').read_bytes(), before)
 
+    def test_what_is_not_the_record_is_not_read_but_a_file_is_replaced(self):
+        record, whole = CONFIG / 'all.conf', (CONFIG / 'all.conf').read_bytes()
+        for kind, make, restored in (('short', lambda: record.write_bytes(bytes(879)), 0),
+                                     ('long', lambda: record.write_bytes(bytes(881)), 0),
+                                     ('missing', lambda: None, 0),
+                                     ('pipe', lambda: os.mkfifo(record), 0),
+                                     ('folder', record.mkdir, 2)):
+            with self.subTest(kind=kind):
+                record.unlink()
+                make()
+                before = record.lstat() if record.exists() else None
+                for command in (['show'], ['set', 'saturation=3']):
+                    self.check(camctl('config', *command), 2, 'the stored settings cannot be read')
+                self.assertEqual(record.lstat() if record.exists() else None, before)
+                self.check(camctl('config', 'restore', 'settings.txt'), restored)
+                if restored == 0:
+                    self.assertEqual(record.read_bytes(), whole)
+        record.rmdir()
+        nowhere = ['env', 'IPCAM_CONFIG_DIR=/nowhere']
+        self.check(camctl('config', 'restore', 'settings.txt', under=nowhere), 2)
+
     def test_a_failed_write_leaves_the_stored_record(self):
         before = (CONFIG / 'all.conf').read_bytes()
         disk_full = ['prlimit', '--fsize=500', 'env', '--ignore-signal=XFSZ']

@@ -1,17 +1,13 @@
-// The host platform: queue, reply semaphores, worker threads, stored record and journal.
+// The host platform: queue, reply semaphores, worker threads and journal.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <array>
 #include <atomic>
-#include <filesystem>
-#include <fstream>
 #include <future>
 
 #include "ipcam/camera/auto_daynight.h"
 #include "ipcam/comm/thd_if.h"
 #include "ipcam/comm/wit_end.h"
-#include "ipcam/config/config_file.h"
 #include "ipcam/platform/journal.h"
 #include "ipcam/system.h"
 
@@ -131,58 +127,6 @@ TEST(WorkerTest, StopEndsTheRunsBeforeItAndNoLaterOne) {
   EXPECT_EQ(worker.left, 101) << "one of the last two goes on";
   worker.stop_thread();
   wait_for(worker.left, 102);
-}
-
-using Record = std::array<unsigned char, 880>;
-
-struct ConfigFileTest : testing::Test {
-  ConfigFileTest() {
-    directory = mkdtemp(pattern);
-    setenv("IPCAM_CONFIG_DIR", pattern, 1);
-  }
-  ~ConfigFileTest() override {
-    unsetenv("IPCAM_CONFIG_DIR");
-    std::filesystem::remove_all(directory);
-  }
-  char pattern[27] = "/tmp/platform_test.XXXXXX";
-  std::filesystem::path directory;
-};
-
-TEST_F(ConfigFileTest, RefusesWhatIsNotTheRecordAndChangesNothing) {
-  const auto make_file = [this](const char* entry, std::size_t size) {
-    std::ofstream(directory / entry) << std::string(size, 'x');
-  };
-  make_file("good", 880);
-  make_file("short", 879);
-  make_file("long", 881);
-  mkdir((directory / "folder").c_str(), 0700);
-  mkfifo((directory / "pipe").c_str(), 0600);
-  struct {
-    std::string name;
-    int kind;
-    int write_result;
-  } cases[] = {{"good", 2, -1},
-               {"short", 3, 0},
-               {"long", 3, 0},
-               {"missing", 3, 0},
-               {"pipe", 3, 0},
-               {"folder", 3, -1},
-               {"", 3, -1},
-               {"missing/all.conf", 3, -1},
-               {std::string(300, 'n'), 3, -1}};
-  for (auto& [entry, kind, write_result] : cases) {
-    SCOPED_TRACE(entry);
-    ipcam::config::ConfigFile file(entry.data());
-    Record record = {0x77};
-    EXPECT_EQ(file.read_record(&record, kind), -1);
-    EXPECT_EQ(record, Record{0x77});
-    EXPECT_EQ(file.write_record(&record, kind), write_result);
-  }
-  char good[] = "good";
-  Record record{}, expected;
-  EXPECT_EQ(ipcam::config::ConfigFile(good).read_record(&record, 3), 0);
-  expected.fill('x');
-  EXPECT_EQ(record, expected) << "the file is the record as it stands";
 }
 
 TEST(JournalTest, KeepsTheNewestCallsInOrder) {
