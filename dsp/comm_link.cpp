@@ -88,30 +88,6 @@ void drain_doorbell() {
   g_signal_flg.store(0);
 }
 
-// Waits for the doorbell, which is blocked in this thread or taken by another; -1 when the time is up, or when
-// g_signal_flg tells that it was taken.
-int wait_for_doorbell(long seconds) {
-  const sigset_t doorbell = doorbell_set();
-  // The signal is sent to the process: a thread of the host program that does not block it may take it instead,
-  // and then only the flag tells. Other signals that interrupt the wait do not shorten it.
-  const Deadline deadline(seconds_to_ns(seconds));
-  std::int64_t look_ns = g_doorbell_strays.load() ? kFirstLookWhileStrayingNs : kLongestLookNs;
-  while (g_signal_flg.load() == 0) {
-    const std::int64_t left_ns = deadline.remaining_ns();
-    const timespec look = to_timespec(std::min(look_ns, left_ns));
-    const int signal = sigtimedwait(&doorbell, nullptr, &look);
-    if (signal >= 0) {
-      g_doorbell_strays.store(false);
-      return signal;
-    }
-    if (errno != EAGAIN && errno != EINTR) return -1;
-    if (left_ns == 0) return -1;
-    look_ns = std::min(2 * look_ns, kLongestLookNs);
-  }
-  g_doorbell_strays.store(true);
-  return -1;
-}
-
 int report_not_attached() {
   std::fprintf(stderr, "%s: [ERROR] shared memory is not attached!\n", g_prgname);
   return -1;
@@ -237,11 +213,31 @@ int DspCommand::send_sigusr2(int pid) {
 
 int DspCommand::wait_sigusr2(long seconds) {
   block_doorbell();
-  if (seconds != 0) return wait_for_doorbell(seconds);
   const sigset_t doorbell = doorbell_set();
-  const int signal = sigwaitinfo(&doorbell, nullptr);
-  if (signal < 0) std::fprintf(stderr, "%s: [ERROR] sigwaitinfo failed!\n", g_prgname);
-  return signal;
+  if (seconds == 0) {
+    const int signal = sigwaitinfo(&doorbell, nullptr);
+    if (signal < 0) std::fprintf(stderr, "%s: [ERROR] sigwaitinfo failed!\n", g_prgname);
+    return signal;
+  }
+
+  // The signal is sent to the process: a thread of the host program that does not block it may take it instead,
+  // and then only the flag tells. Other signals that interrupt the wait do not shorten it.
+  const Deadline deadline(seconds_to_ns(seconds));
+  std::int64_t look_ns = g_doorbell_strays.load() ? kFirstLookWhileStrayingNs : kLongestLookNs;
+  while (g_signal_flg.load() == 0) {
+    const std::int64_t left_ns = deadline.remaining_ns();
+    const timespec look = to_timespec(std::min(look_ns, left_ns));
+    const int signal = sigtimedwait(&doorbell, nullptr, &look);
+    if (signal >= 0) {
+      g_doorbell_strays.store(false);
+      return signal;
+    }
+    if (errno != EAGAIN && errno != EINTR) return -1;
+    if (left_ns == 0) return -1;
+    look_ns = std::min(2 * look_ns, kLongestLookNs);
+  }
+  g_doorbell_strays.store(true);
+  return -1;
 }
 
 int DspCommand::send_to_comm(packet_info* packet) {
@@ -276,7 +272,7 @@ int DspCommand::send_to_comm(packet_info* packet) {
 
 int DspCommand::get_from_comm(packet_info* packet) {
   int result = 0;
-  if (wait_for_doorbell(kReplyLimitSeconds) < 0 && g_signal_flg.exchange(0) == 0) {
+  if (wait_sigusr2(kReplyLimitSeconds) < 0 && g_signal_flg.exchange(0) == 0) {
     std::fprintf(stderr, "%s: [ERROR] wait sigusr2 failed!\n", g_prgname);
     result = -1;
   }
