@@ -175,24 +175,23 @@ int DspCommand::sem_operation(int op, short flags) {
 }
 
 int DspCommand::check_ipc(shm_info* record, int phase) {
-  if (record == nullptr) return report_not_attached();
-  switch (phase) {
-    case 0:
-      if (record->status == RECORD_IDLE && record->req_pid == 0) return 0;
-      std::printf("%s: other process using now!\n", g_prgname);
-      return -1;
-    case 2:
-      if (record->status == RECORD_FAILED) {
-        std::fprintf(stderr, "%s: [ERROR] communication with comm application error!\n", g_prgname);
-        return -1;
-      }
-      if (record->status == RECORD_REPLY && record->req_pid == getpid()) return 0;
-      std::fprintf(stderr, "%s: [ERROR] shared memory status error!\n", g_prgname);
-      return -1;
-    default:
-      std::fprintf(stderr, "%s: [ERROR] invalid status!\n", g_prgname);
-      return -1;
+  if (phase != 0 && phase != 2) {
+    std::fprintf(stderr, "%s: [ERROR] invalid status!\n", g_prgname);
+    return -1;
   }
+  if (record == nullptr) return report_not_attached();
+  if (phase == 0) {
+    if (record->status == RECORD_IDLE && record->req_pid == 0) return 0;
+    std::printf("%s: other process using now!\n", g_prgname);
+    return -1;
+  }
+  if (record->status == RECORD_FAILED) {
+    std::fprintf(stderr, "%s: [ERROR] communication with comm application error!\n", g_prgname);
+    return -1;
+  }
+  if (record->status == RECORD_REPLY && record->req_pid == getpid()) return 0;
+  std::fprintf(stderr, "%s: [ERROR] shared memory status error!\n", g_prgname);
+  return -1;
 }
 
 void DspCommand::clean_ipc(shm_info* record) {
