@@ -100,8 +100,9 @@ void bare_strtol(benchmark::State& state) {
   char text[sizeof kSixteenEntries];
   for (auto _ : state) {
     std::memcpy(text, kSixteenEntries, sizeof text);
-    for (char* rest = text; *rest != '\0'; rest += *rest != '\0') {
+    for (char* rest = text; *rest != '\0';) {
       benchmark::DoNotOptimize(std::strtol(rest, &rest, 0));
+      if (*rest != '\0') ++rest;
     }
   }
 }
