@@ -116,6 +116,9 @@ void add_run_options(CLI::App& app, RunOptions& options) {
       ->type_name("FILE");
   app.add_option("--save-registers", options.save_registers, "Write such a file at the end (default: none)")
       ->type_name("FILE");
+  app.add_option("--scenario", options.scenario, "File of what happens when (default: none)")->type_name("FILE");
+  app.add_option("--picture", options.picture, "Keep a PNG file of what the registers show (default: none)")
+      ->type_name("FILE");
   app.add_option("--fault", options.faults, "What goes wrong, and with which exchange (default: 0:1:0)")
       ->type_name("NAME[:EXCHANGE[:COUNT[:ENTRY]]]");
 }

@@ -13,6 +13,8 @@ struct RunOptions {
   bool keep = false;
   std::string registers;
   std::string save_registers;
+  std::string scenario;
+  std::string picture;
   std::vector<std::string> settings;
   std::vector<std::string> faults;
 };
