@@ -156,15 +156,19 @@ int dispatch(int argc, char** argv) {
     throw UsageError(std::string("command line: ") + error.what());
   }
 
-  const bool writes_factory_files = factory_option->count() > 0;
+  const std::vector<CLI::App*> commands = app.get_subcommands();
+  std::vector<std::string> others;  // what stands beside --factory
   for (const CLI::Option* option : app.get_options()) {
-    if (option->count() == 0 || option == factory_option) continue;
-    if (writes_factory_files)
-      throw UsageError("command line: --factory and " + option->get_name() + " exclude each other");
-    for (const CLI::App* subcommand : app.get_subcommands()) {
-      throw UsageError("command line: " + option->get_name() + " before " + subcommand->get_name() +
-                       " (the options of a command go behind it)");
-    }
+    if (option->count() > 0 && option != factory_option) others.push_back(option->get_name());
+  }
+  if (!others.empty() && !commands.empty()) {
+    throw UsageError("command line: " + others[0] + " before " + commands[0]->get_name() +
+                     " (the options of a command go behind it)");
+  }
+  const bool writes_factory_files = factory_option->count() > 0;
+  if (!commands.empty()) others.push_back(commands[0]->get_name());
+  if (writes_factory_files && !others.empty()) {
+    throw UsageError("command line: --factory and " + others[0] + " exclude each other");
   }
 
   if (writes_factory_files) {

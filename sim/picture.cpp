@@ -16,12 +16,17 @@ namespace {
 
 constexpr int kWidth = 480;
 constexpr int kHeight = 400;
+constexpr std::size_t kPixels = std::size_t{kWidth} * kHeight;
 constexpr int kNeutral = 0x80;
 
 struct Colour {
   float red, green, blue;
 };
 using Picture = std::vector<Colour>;  // row by row
+
+constexpr std::size_t index_of(int x, int y) {
+  return static_cast<std::size_t>(y) * kWidth + static_cast<std::size_t>(x);
+}
 
 // --- The chart ---
 
@@ -88,13 +93,12 @@ float value_of(float light) { return std::pow(light, 1 / 2.2f); }
 const Picture& chart() {
   static const Picture light = [] {
     constexpr int kPoints = 3;
-    Picture picture(kWidth * kHeight);
-    for (int i = 0; i < kWidth * kHeight * kPoints * kPoints; ++i) {
-      const int pixel = i / (kPoints * kPoints);
-      const double x = pixel % kWidth + (i % kPoints + 0.5) / kPoints;
-      const double y = pixel / kWidth + (i / kPoints % kPoints + 0.5) / kPoints;
-      const Colour point = chart_at(x, y);
-      Colour& sum = picture[static_cast<std::size_t>(pixel)];
+    Picture picture(kPixels);
+    for (int i = 0; i < kWidth * kPoints * kHeight * kPoints; ++i) {
+      const int column = i % (kWidth * kPoints);
+      const int row = i / (kWidth * kPoints);
+      const Colour point = chart_at((column + 0.5) / kPoints, (row + 0.5) / kPoints);
+      Colour& sum = picture[index_of(column / kPoints, row / kPoints)];
       sum.red += light_of(point.red) / (kPoints * kPoints);
       sum.green += light_of(point.green) / (kPoints * kPoints);
       sum.blue += light_of(point.blue) / (kPoints * kPoints);
@@ -124,7 +128,7 @@ Picture exposed_chart(const PictureSettings& settings) {
 // White, yellow, cyan, green, magenta, red, blue, black.
 Picture colour_bars() {
   constexpr int kBars = 8;
-  Picture picture(kWidth * kHeight);
+  Picture picture(kPixels);
   for (std::size_t i = 0; i < picture.size(); ++i) {
     const auto bar = i % kWidth * kBars / kWidth;
     const auto off = [bar](unsigned bit) { return (bar & bit) != 0 ? 0.f : 1.f; };
@@ -182,7 +186,7 @@ float average_around(const std::vector<Luma>& picture, int x, int y) {
   int count = 0;
   for (int v = std::max(y - 1, 0); v <= std::min(y + 1, kHeight - 1); ++v) {
     for (int u = std::max(x - 1, 0); u <= std::min(x + 1, kWidth - 1); ++u, ++count) {
-      sum += picture[static_cast<std::size_t>(v * kWidth + u)].y;
+      sum += picture[index_of(u, v)].y;
     }
   }
   return sum / static_cast<float>(count);

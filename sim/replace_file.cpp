@@ -11,12 +11,19 @@
 
 namespace ipcam::sim {
 
-void replace_file(const std::string& path, const std::function<void(const std::string&)>& write) {
+void check_replaceable(const std::string& path) {
   std::error_code ignored;
   if (std::filesystem::exists(path, ignored) && !std::filesystem::is_regular_file(path, ignored)) {
     throw std::runtime_error(path + ": cannot be written: not a file");
   }
+  const std::string folder = std::filesystem::path(path).parent_path().string();
+  if (access(folder.empty() ? "." : folder.c_str(), W_OK) != 0) {
+    throw std::runtime_error(path + ": cannot be written: " + std::strerror(errno));
+  }
+}
 
+void replace_file(const std::string& path, const std::function<void(const std::string&)>& write) {
+  check_replaceable(path);
   const std::string temporary = path + "." + std::to_string(getpid());
   try {
     write(temporary);

@@ -13,6 +13,7 @@
 #include "sim/input_text.h"
 #include "sim/picture.h"
 #include "sim/register_file.h"
+#include "sim/replace_file.h"
 #include "sim/scenario.h"
 #include "sim/trace_line.h"
 
@@ -21,7 +22,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Requests that belong together are further apart than this only when somebody can see the picture between them.
+// Long enough for the writes of one setting to be over, short enough to seem immediate.
 constexpr std::chrono::milliseconds kPictureDelay{200};
 
 class Run {
@@ -66,6 +67,8 @@ Run::Run(const RunOptions& options) : options_(options) {
     throw UsageError("--fault: too many faults (at most " + std::to_string(Switchboard::kFaultSlots) + ")");
   }
   if (!options.scenario.empty()) steps_ = load_scenario(options.scenario);
+  // Better now than at the end of a long session.
+  if (!options.save_registers.empty()) check_replaceable(options.save_registers);
 }
 
 void Run::begin_to_serve() {

@@ -6,6 +6,7 @@ import pathlib
 import signal
 import subprocess
 import sys
+import time
 
 SOURCE, BUILD = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
 CAMCTL, CAMSIM = str(BUILD / 'bin/camctl'), str(BUILD / 'bin/camsim')
@@ -50,17 +51,25 @@ class Camera:
         self.options = options
 
     def __enter__(self):
-        self.process = subprocess.Popen([CAMSIM, 'run', '--trace', *self.options], stdout=subprocess.PIPE,
-                                        stderr=subprocess.PIPE, text=True)
-        self.await_service()
+        with open('camsim.out', 'w') as out, open('camsim.err', 'w') as err:
+            self.process = subprocess.Popen([CAMSIM, '--trace', *self.options], stdout=out, stderr=err)
+        self.wait_for('serving requests')
         return self
 
     def __exit__(self, *_):
         self.send(signal.SIGCONT)
         self.stop()
 
-    def await_service(self):
-        assert 'serving requests' in self.process.stderr.readline()
+    @staticmethod
+    def printed():
+        return pathlib.Path('camsim.out').read_text(), pathlib.Path('camsim.err').read_text()
+
+    def wait_for(self, text, times=1):
+        """Until camsim has printed this text so many times, on either output."""
+        deadline = time.monotonic() + 20
+        while sum(output.count(text) for output in self.printed()) < times:
+            assert self.process.poll() is None and time.monotonic() < deadline, (text, self.printed())
+            time.sleep(0.02)
 
     def send(self, number):
         if self.process.poll() is None:
@@ -68,5 +77,6 @@ class Camera:
 
     def stop(self, number=signal.SIGTERM):
         self.send(number)
-        self.lines = self.process.communicate()[0].splitlines()
+        self.process.wait(20)
+        self.lines = self.printed()[0].splitlines()
         self.trace = [line.split('  # ')[0] for line in self.lines]
