@@ -9,12 +9,14 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "sim/devices.h"
 #include "sim/input_text.h"
+#include "sim/namespaces.h"
 #include "sim/run_command.h"
 
 namespace {
@@ -64,7 +66,9 @@ fs::path preload_library() {
   throw std::runtime_error("libcamsim_devices.so: not found beside " + here.string());
 }
 
-int execute(const std::string& directory, std::vector<std::string> command) {
+int execute(const std::string& directory, std::optional<int> camera, std::vector<std::string> command) {
+  if (!camera) camera = find_own_simulator();
+  if (camera) join_namespaces(*camera);
   make_device_directory(directory);
   std::string preload = preload_library().string();
   if (const char* others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0') {
@@ -117,6 +121,10 @@ void add_run_options(CLI::App& app, RunOptions& options) {
   app.add_option("--save-registers", options.save_registers, "Write such a file at the end (default: none)")
       ->type_name("FILE");
   app.add_option("--scenario", options.scenario, "File of what happens when (default: none)")->type_name("FILE");
+  app.add_flag("--steps", options.steps_from_input,
+               "Take such steps, without their time, from the standard input (default: off)");
+  app.add_flag("--private", options.own_namespaces,
+               "Serve in namespaces of its own: nobody but `camsim exec` reaches it (default: off)");
   app.add_option("--picture", options.picture, "Keep a PNG file of what the registers show (default: none)")
       ->type_name("FILE");
   app.add_option("--fault", options.faults, "What goes wrong, and with which exchange (default: 0:1:0)")
@@ -141,8 +149,13 @@ int dispatch(int argc, char** argv) {
   add_run_options(*run_command, options);
 
   std::string devices = default_device_directory();
+  std::optional<int> camera;
   std::vector<std::string> command;
-  CLI::App* exec_command = app.add_subcommand("exec", "Run a command with stand-ins for the camera's devices.");
+  CLI::App* exec_command = app.add_subcommand(
+      "exec",
+      "Run a command with stand-ins for the camera's devices, in the namespaces of a simulator that has its own.");
+  exec_command->add_option("--camera", camera, "Process of that simulator (default: the one that there is)")
+      ->type_name("PID");
   exec_command->add_option("--devices", devices, "Directory of the stand-ins")->type_name("DIR")->capture_default_str();
   exec_command->add_option("command", command, "Command and its arguments")->type_name("COMMAND")->required();
   exec_command->positionals_at_end();
@@ -174,7 +187,7 @@ int dispatch(int argc, char** argv) {
   if (writes_factory_files) {
     write_factory_files(factory.empty() ? "/var/tmp" : factory);
   } else if (exec_command->parsed()) {
-    return execute(devices, command);
+    return execute(devices, camera, command);
   } else {
     run(options);
   }

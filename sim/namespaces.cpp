@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -73,12 +72,16 @@ std::string namespace_of(const std::string& process, const char* kind) {
   return fs::read_symlink("/proc/" + process + "/ns/" + kind, error).string();
 }
 
-bool is_own_simulator(const fs::path& process) {
-  struct stat state {};
-  if (stat(process.c_str(), &state) != 0 || state.st_uid != geteuid()) return false;
+// Whether the process has come from the caller's namespaces into its own: such a simulator keeps the ones it left open.
+bool is_simulator_from_here(const fs::path& process, const std::string& here) {
   std::ifstream file(process / "comm");
   std::string name;
-  return std::getline(file, name) && name == "camsim";
+  if (!std::getline(file, name) || name != "camsim") return false;
+  std::error_code error;
+  for (const fs::directory_entry& descriptor : fs::directory_iterator(process / "fd", error)) {
+    if (fs::read_symlink(descriptor.path(), error).string() == here) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -87,6 +90,8 @@ void enter_own_namespaces() {
   const fs::path here = fs::current_path();
   const uid_t user = geteuid();
   const gid_t group = getegid();
+  // Stays open as long as the process lives: `camsim exec` knows by it which simulator is meant.
+  if (open("/proc/self/ns/ipc", O_RDONLY | O_CLOEXEC) < 0) fail("/proc/self/ns/ipc");
   if (unshare(CLONE_NEWNS | CLONE_NEWIPC | (user != 0 ? CLONE_NEWUSER : 0)) != 0) fail("unshare");
   if (user != 0) map_user(user, group);
   if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) fail("private mounts");
@@ -106,14 +111,15 @@ void join_namespaces(pid_t pid) {
   fs::current_path(here);
 }
 
-std::optional<pid_t> find_simulator_elsewhere() {
-  const std::string own = namespace_of("self", "ipc");
+std::optional<pid_t> find_own_simulator() {
+  const std::string here = namespace_of("self", "ipc");
   std::optional<pid_t> found;
   for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
     const std::string process = entry.path().filename();
-    if (process.find_first_not_of("0123456789") != process.npos || !is_own_simulator(entry.path())) continue;
-    const std::string other = namespace_of(process, "ipc");
-    if (other.empty() || other == own) continue;
+    if (process.find_first_not_of("0123456789") != process.npos || namespace_of(process, "ipc") == here ||
+        !is_simulator_from_here(entry.path(), here)) {
+      continue;
+    }
     if (found) {
       throw std::runtime_error("namespaces: several simulators (processes " + std::to_string(*found) + " and " +
                                process + "): choose one with --camera");

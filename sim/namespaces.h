@@ -16,8 +16,8 @@ void enter_own_namespaces();
 // Enters those of another process of this user.
 void join_namespaces(pid_t pid);
 
-// The simulator of this user that runs in namespaces other than the caller's; empty when there is none. Throws
-// std::runtime_error when there are several.
-std::optional<pid_t> find_simulator_elsewhere();
+// The simulator that has left the caller's namespaces for its own; empty when there is none. Throws std::runtime_error
+// when there are several.
+std::optional<pid_t> find_own_simulator();
 
 }  // namespace ipcam::sim

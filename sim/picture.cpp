@@ -1,10 +1,16 @@
 // The picture of the simulated camera: a colour chart as the registers make it look, as a PNG file.
 #include "sim/picture.h"
 
-#include <png.h>
+#define STB_IMAGE_WRITE_IMPLEMENTATION
+#define STB_IMAGE_WRITE_STATIC
+#include <stb/stb_image_write.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <new>
 #include <numbers>
 #include <stdexcept>
 #include <vector>
@@ -271,14 +277,17 @@ void write_picture(const PictureSettings& settings, const std::string& path) {
   const Picture picture = processed(settings.colorbar ? colour_bars() : exposed_chart(settings), settings);
   const std::vector<std::uint8_t> bytes = to_bytes(picture, settings.negative);
 
-  png_image image{};
-  image.version = PNG_IMAGE_VERSION;
-  image.width = kWidth;
-  image.height = kHeight;
-  image.format = PNG_FORMAT_RGB;
+  // Encoded in memory, since the library does not tell when a file cannot be written to its end.
+  constexpr int kChannels = 3;
+  int size = 0;
+  const std::unique_ptr<unsigned char, decltype(&std::free)> png(
+      stbi_write_png_to_mem(bytes.data(), kWidth * kChannels, kWidth, kHeight, kChannels, &size), &std::free);
+  if (png == nullptr) throw std::bad_alloc();
   replace_file(path, [&](const std::string& temporary) {
-    if (png_image_write_to_file(&image, temporary.c_str(), 0, bytes.data(), 0, nullptr) != 0) return;
-    throw std::runtime_error(path + ": cannot be written: " + image.message);
+    std::ofstream file(temporary, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(png.get()), size);
+    file.close();
+    if (!file) throw std::runtime_error(path + ": cannot be written");
   });
 }
 

@@ -11,6 +11,7 @@
 
 #include "sim/comm_application.h"
 #include "sim/input_text.h"
+#include "sim/namespaces.h"
 #include "sim/picture.h"
 #include "sim/register_file.h"
 #include "sim/replace_file.h"
@@ -25,6 +26,9 @@ using Clock = std::chrono::steady_clock;
 // Long enough for the writes of one setting to be over, short enough to seem immediate.
 constexpr std::chrono::milliseconds kPictureDelay{200};
 
+// Between two looks at the standard input, whose steps are written by hand or by a script.
+constexpr int kInputLook_ms = 20;
+
 class Run {
  public:
   explicit Run(const RunOptions& options);
@@ -37,12 +41,13 @@ class Run {
   // When the next step is due, if its exchanges have been seen.
   std::optional<Clock::time_point> step_time() const;
   void play(const ScenarioStep& step);
+  void play_input();
   void restart(int down_ms);
 
   void look_at_picture();
   void draw_picture();
 
-  // Until the next step or picture is due; -1 when none is.
+  // Until the next step, picture or look at the input is due; -1 when none is.
   int limit_ms() const;
 
   const RunOptions& options_;
@@ -51,11 +56,13 @@ class Run {
   std::vector<ScenarioStep> steps_;
   std::size_t next_step_ = 0;
   Clock::time_point quiet_since_;
+  bool input_is_open_;
+  std::string input_;                              // what has been read of the next line
   std::optional<PictureSettings> shown_;           // as the registers were at the last look
   std::optional<Clock::time_point> picture_time_;  // when they are to be drawn, if they have not been
 };
 
-Run::Run(const RunOptions& options) : options_(options) {
+Run::Run(const RunOptions& options) : options_(options), input_is_open_(options.steps_from_input) {
   if (!options.registers.empty()) load_registers(*board_, options.registers);
   for (const std::string& text : options.settings) {
     const RegisterValues row = parse_register_value("--set", text);
@@ -111,6 +118,24 @@ void Run::play(const ScenarioStep& step) {
   if (step.action == Action::restart) restart(step.down_ms);
 }
 
+// A line that is no step is reported and skipped: whoever writes them wants the camera to go on.
+void Run::play_input() {
+  pollfd input{.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};
+  if (!input_is_open_ || poll(&input, 1, 0) <= 0) return;
+  char bytes[512];
+  const ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes);
+  input_is_open_ = count > 0;
+  if (count > 0) input_.append(bytes, static_cast<std::size_t>(count));
+  for (std::size_t end = input_.find('\n'); end != std::string::npos; end = input_.find('\n')) {
+    try {
+      play(parse_step_now("standard input", input_.substr(0, end)));
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "camsim: %s\n", error.what());
+    }
+    input_.erase(0, end + 1);
+  }
+}
+
 void Run::restart(int down_ms) {
   application_->leave_objects();
   application_.reset();
@@ -133,11 +158,13 @@ void Run::draw_picture() {
 
 int Run::limit_ms() const {
   const auto step = step_time();
-  if (!step && !picture_time_) return -1;
+  const int look_ms = input_is_open_ ? kInputLook_ms : -1;
+  if (!step && !picture_time_) return look_ms;
   const Clock::time_point next =
       std::min(step.value_or(Clock::time_point::max()), picture_time_.value_or(Clock::time_point::max()));
   const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
-  return static_cast<int>(std::max<std::int64_t>(wait.count(), 0));
+  const int wait_ms = static_cast<int>(std::max<std::int64_t>(wait.count(), 0));
+  return input_is_open_ ? std::min(wait_ms, look_ms) : wait_ms;
 }
 
 void Run::serve() {
@@ -148,6 +175,7 @@ void Run::serve() {
   CommApplication::Event event{};
   do {
     while (step_time() && *step_time() <= Clock::now()) play(steps_[next_step_++]);
+    play_input();
     look_at_picture();
     if (picture_time_ && *picture_time_ <= Clock::now()) draw_picture();
     event = application_->serve_one(limit_ms());
@@ -161,6 +189,9 @@ void Run::serve() {
 
 }  // namespace
 
-void run(const RunOptions& options) { Run(options).serve(); }
+void run(const RunOptions& options) {
+  if (options.own_namespaces) enter_own_namespaces();
+  Run(options).serve();
+}
 
 }  // namespace ipcam::sim

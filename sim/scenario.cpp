@@ -68,6 +68,10 @@ ScenarioStep parse_step(const std::string& where, const std::string& line) {
 
 }  // namespace
 
+ScenarioStep parse_step_now(const std::string& where, const std::string& line) {
+  return parse_step(where, "at 0 " + line);
+}
+
 std::vector<ScenarioStep> load_scenario(const std::string& path) {
   std::ifstream file(path);
   std::vector<ScenarioStep> steps;

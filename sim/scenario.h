@@ -34,4 +34,7 @@ struct ScenarioStep {
 // Throws UsageError; the whole file is judged before anything takes place.
 std::vector<ScenarioStep> load_scenario(const std::string& path);
 
+// One step that takes place at once, "set shutter_value=5". Throws UsageError.
+ScenarioStep parse_step_now(const std::string& where, const std::string& line);
+
 }  // namespace ipcam::sim
