@@ -256,6 +256,60 @@ class RefusalTest(unittest.TestCase):
         self.assertIn('held by another comm application', result.stderr)
 
 
+class OwnNamespacesTest(unittest.TestCase):
+    """A private camsim, which takes its steps while it runs."""
+
+    def setUp(self):
+        self.camera = subprocess.Popen([CAMSIM, '--private', '--steps', '--set', 'saturation=5'], text=True,
+                                       stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.assertIn('serving requests', self.camera.stderr.readline())
+
+    def tearDown(self):
+        self.camera.terminate()
+        self.camera.communicate(timeout=20)
+        self.assertEqual(self.camera.returncode, 0)
+
+    def step(self, text):
+        self.camera.stdin.write(text + '\n')
+        self.camera.stdin.flush()
+        return self.camera.stderr.readline()
+
+    def saturation(self):
+        result = camsim('exec', CAMCTL, 'reg', 'read', 'saturation')
+        return result.stdout.removeprefix('10/0x09 saturation = ').strip() if result.returncode == 0 else result.returncode
+
+    def test_only_exec_reaches_it(self):
+        self.assertEqual(camctl('reg', 'read', 'saturation').returncode, 4)
+        self.assertEqual(self.saturation(), '0x05')
+        with Camera('--set', 'saturation=6'):
+            self.assertEqual(camctl('reg', 'read', 'saturation').stdout, '10/0x09 saturation = 0x06\n')
+            self.assertEqual(self.saturation(), '0x05')
+        result = camsim('exec', '--camera', '1', 'true')
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stderr, '^camsim: namespaces: joining process 1: ')
+
+    def test_two_of_them_must_be_told_apart(self):
+        with subprocess.Popen([CAMSIM, '--private'], stderr=subprocess.PIPE, text=True) as other:
+            self.assertIn('serving requests', other.stderr.readline())
+            result = camsim('exec', 'true')
+            self.assertEqual(result.returncode, 1)
+            self.assertIn('choose one with --camera', result.stderr)
+            self.assertEqual(camsim('exec', '--camera', str(other.pid), 'true').returncode, 0)
+            other.terminate()
+
+    def test_steps_take_place_at_once_and_bad_ones_change_nothing(self):
+        self.assertIn('after 0 exchanges: fault no_reply', self.step('fault no_reply'))
+        self.assertEqual(self.saturation(), 3)
+        self.assertIn('standard input: not a step', self.step('sat saturation=1'))
+        self.assertIn('no such register', self.step('set nothing=1'))
+        self.assertEqual(self.saturation(), '0x05')
+        self.step('set saturation=7')
+        self.assertEqual(self.saturation(), '0x07')
+        self.step('restart')
+        self.assertIn('serving requests', self.camera.stderr.readline())
+        self.assertEqual(self.saturation(), '0x07')
+
+
 class PictureTest(unittest.TestCase):
     def assert_same(self, one, other, tolerance=0):
         extrema = ImageChops.difference(one, other).getextrema()
