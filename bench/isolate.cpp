@@ -2,22 +2,22 @@
 #include "bench/isolate.h"
 
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
+
+#include "sim/namespaces.h"
 
 namespace ipcam::bench {
 
 void isolate() {
-  const uid_t user = getuid();
-  if (unshare(CLONE_NEWNS | CLONE_NEWIPC | (user == 0 ? 0 : CLONE_NEWUSER)) != 0 ||
-      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0) {
-    std::perror("bench: namespaces");
+  try {
+    sim::enter_own_namespaces();
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "bench: %s\n", error.what());
     std::exit(1);
   }
   std::array<unsigned char, 880> settings{};
