@@ -11,9 +11,8 @@ import sys
 import time
 import unittest
 
-SOURCE, BUILD = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
-CAMCTL, CAMSIM = str(BUILD / 'bin/camctl'), str(BUILD / 'bin/camsim')
-CONFIG = pathlib.Path('/tmp/config')
+from camera_world import BUILD, CAMCTL, CAMSIM, CONFIG, SOURCE, Camera, camctl, enter_world, store
+
 SETTINGS = """color = color
 wb_mode = onepush
 saturation = 3
@@ -25,10 +24,6 @@ exposure_mode = 3
 agc_max_gain = 3
 binning_mode = manual
 """
-
-
-def camctl(*arguments, text_in='', under=()):
-    return subprocess.run([*under, CAMCTL, *arguments], input=text_in, capture_output=True, text=True, timeout=60)
 
 
 def on_terminal(command, answer='', **environment):
@@ -46,39 +41,8 @@ def on_terminal(command, answer='', **environment):
     return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), output.decode()
 
 
-def store(text=SETTINGS):
-    (CONFIG / 'all.conf').write_bytes(bytes(880))
-    pathlib.Path('settings.txt').write_text(text)
-    assert camctl('config', 'restore', 'settings.txt').returncode == 0
-
-
-class Camera:
-    """A running camsim; `trace` is every exchange so far, as it prints them."""
-
-    def __init__(self, *options):
-        self.options = options
-
-    def __enter__(self):
-        self.process = subprocess.Popen([CAMSIM, 'run', '--trace', *self.options], stdout=subprocess.PIPE,
-                                        stderr=subprocess.PIPE, text=True)
-        assert 'serving requests' in self.process.stderr.readline()
-        return self
-
-    def __exit__(self, *_):
-        self.send(signal.SIGCONT)
-        self.stop()
-
-    def send(self, number):
-        if self.process.poll() is None:
-            self.process.send_signal(number)
-
-    def stop(self, number=signal.SIGTERM):
-        self.send(number)
-        self.trace = self.process.communicate()[0].splitlines()
-
-
 def traffic_of(*arguments):
-    store()
+    store(SETTINGS)
     with Camera() as camera:
         result = camctl(*arguments)
     return result, camera.trace
@@ -86,7 +50,7 @@ def traffic_of(*arguments):
 
 class CamctlTest(unittest.TestCase):
     def setUp(self):
-        store()
+        store(SETTINGS)
         for file in pathlib.Path('/var/tmp').iterdir():
             file.unlink()
 
@@ -109,7 +73,7 @@ class CamctlTest(unittest.TestCase):
         self.assertEqual(trace[-3:], ['r 10/0x09 -> 03 01 80', 'w 10/0x09=0xa0 -> 02 01', 'r 10/0x09 -> 03 01 a0'])
 
     def test_what_a_worker_writes_meanwhile_is_not_the_requests(self):
-        subprocess.run([CAMSIM, 'factory'], check=True, capture_output=True)  # starts the worker of register 9/3
+        subprocess.run([CAMSIM, '--factory'], check=True, capture_output=True)  # starts the worker of register 9/3
         result, trace = traffic_of('set', 'contrast=0', 'dnmode=on', 'contrast=1')
         self.assertEqual(re.findall(r'^(\S+=\S+)$', self.check(result, 0).stdout, re.M),
                          ['contrast=0', 'dnmode=on', 'contrast=1'])
@@ -129,7 +93,7 @@ class CamctlTest(unittest.TestCase):
         self.assertEqual([(w['mask'], w['old'], w['new']) for w in shown[0]['registers']], [(3, 2, 3)])
 
     def check_values(self, part):
-        subprocess.run([CAMSIM, 'factory'], check=True, capture_output=True)
+        subprocess.run([CAMSIM, '--factory'], check=True, capture_output=True)
         session, refused = [], []
         settings = [row for row in self.results('list') if row['kind'] == 'setting']
         for row in settings[part::3]:
@@ -286,7 +250,7 @@ class CamctlTest(unittest.TestCase):
         record = bytes((7 * i + 3) % 251 for i in range(880))
         (CONFIG / 'all.conf').write_bytes(record)
         self.check(camctl('config', 'save', 'saved.txt'), 0)
-        store()
+        store(SETTINGS)
         self.check(camctl('config', 'restore', 'saved.txt'), 0)
         self.assertEqual((CONFIG / 'all.conf').read_bytes(), record)
         self.check(camctl('config', 'set', 'wb-mode=indoor', 'saturation=6'), 0)
@@ -434,7 +398,7 @@ class CamctlTest(unittest.TestCase):
 
 def run_in_a_world_of_its_own(name):
     """Most of a test is the library's own waits, so many can run at a time."""
-    return subprocess.run([SOURCE / 'tests/world.sh', BUILD, sys.executable, __file__, SOURCE, BUILD, name],
+    return subprocess.run([sys.executable, __file__, SOURCE, BUILD, name],
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
 
 
@@ -448,9 +412,7 @@ def run_all():
 
 
 if __name__ == '__main__':
-    if 'CAMERA_TEST_WORLD' not in os.environ:
+    if len(sys.argv) == 3:
         sys.exit(run_all())
-    os.chdir('/tmp')
-    CONFIG.mkdir()
-    os.environ['IPCAM_CONFIG_DIR'] = str(CONFIG)
+    enter_world()
     unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

@@ -1,0 +1,11 @@
+# manual_page(<name>): builds docs/<name>.1.scd, and installs the page, where scdoc is there.
+find_program(SCDOC scdoc)
+function(manual_page name)
+  if(NOT SCDOC)
+    return()
+  endif()
+  set(source ${PROJECT_SOURCE_DIR}/docs/${name}.1.scd)
+  add_custom_command(OUTPUT ${name}.1 COMMAND ${SCDOC} < ${source} > ${name}.1 DEPENDS ${source} VERBATIM)
+  add_custom_target(${name}_page ALL DEPENDS ${name}.1)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endfunction()
