@@ -1,4 +1,5 @@
-# Installation: libraries, headers, CMake packages, pkg-config files and tools.
+# Installation: libraries, headers, CMake packages and pkg-config files. Each library is a component of its own; what
+# only building against them needs is the component development.
 include(CMakePackageConfigHelpers)
 
 # The pkg-config files find their prefix from where they lie, so that an installed tree can be moved.
@@ -6,20 +7,23 @@ file(RELATIVE_PATH pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 
 # install_library(<target> <namespace> <header folder>): the library, its headers and what finds it again.
 function(install_library target namespace headers)
-  install(TARGETS ${target} EXPORT ${target} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  install(DIRECTORY ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(TARGETS ${target} EXPORT ${target}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${target} NAMELINK_COMPONENT development)
+  install(DIRECTORY ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
   set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${target})
-  install(EXPORT ${target} FILE ${target}Targets.cmake NAMESPACE "${namespace}" DESTINATION ${package_dir})
+  install(EXPORT ${target} FILE ${target}Targets.cmake NAMESPACE "${namespace}" DESTINATION ${package_dir}
+    COMPONENT development)
   configure_package_config_file(
     cmake/${target}Config.cmake.in ${PROJECT_BINARY_DIR}/${target}Config.cmake INSTALL_DESTINATION ${package_dir})
   write_basic_package_version_file(
     ${PROJECT_BINARY_DIR}/${target}ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
   install(FILES ${PROJECT_BINARY_DIR}/${target}Config.cmake ${PROJECT_BINARY_DIR}/${target}ConfigVersion.cmake
-    DESTINATION ${package_dir})
+    DESTINATION ${package_dir} COMPONENT development)
 
   configure_file(cmake/${target}.pc.in ${PROJECT_BINARY_DIR}/${target}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT development)
 endfunction()
 
 install_library(camera_ctrl camera_ctrl:: include/ipcam)
