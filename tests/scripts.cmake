@@ -13,5 +13,6 @@ endif()
 if(NOT CAMERA_CTRL_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release")
   add_test(NAME exported_symbols_test COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-symbols $<TARGET_FILE:camera_ctrl>)
   add_test(NAME exported_layout_test COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-layout $<TARGET_FILE:camera_ctrl>)
-  add_test(NAME binaries_test COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/binaries_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+  add_test(NAME binaries_test COMMAND
+    ${CMAKE_CURRENT_SOURCE_DIR}/binaries_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
 endif()
