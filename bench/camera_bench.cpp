@@ -1,17 +1,17 @@
-// Benchmarks: bare primitives, exchanges, tables, texts, and requests through the control thread.
+// Benchmarks: bare primitives, exchanges, tables, texts, requests through the control thread, and other roads. Prints
+// Google Benchmark's JSON; scripts/bench turns it into a table of ratios.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <atomic>
+#include <barrier>
+#include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -19,6 +19,9 @@
 #include <vector>
 
 #include "bench/comm_peer.h"
+#include "bench/isolate.h"
+#include "bench/other_roads.h"
+#include "dsp/command_text.h"
 #include "ipcam/camera/camera_interface.h"
 #include "ipcam/camera/camera_request.h"
 #include "ipcam/camera/dsp_command.h"
@@ -70,120 +73,165 @@ void shutter_gain_mode_1(benchmark::State& state) {
 }
 BENCHMARK(shutter_gain_mode_1)->UseRealTime();
 
-// Sixteen entries that fail at the seventeenth: all of the parsing, nothing of the exchange.
-void parse_16_entries(benchmark::State& state) {
+constexpr char kSixteenEntries[] =
+    "14,140,255,1;14,141,0xff,2;14,142,255,3;14,143,255,4;14,144,255,5;14,145,255,6;14,146,255,7;14,147,255,8;"
+    "11,20,15,16;11,21,15,17;11,22,15,18;11,23,15,19;11,24,15,20;11,25,15,21;11,26,15,22;11,27,0x0f,23";
+
+// A command text up to the packet that would be sent.
+void parse(benchmark::State& state) {
   DspCommand dsp;
-  const std::string text =
-      "r,14,140;14,141;14,142;14,143;14,140;14,141;14,142;14,143;14,140;14,141;14,142;14,143;"
-      "14,140;14,141;14,142;14,143;14,x";
-  char copy[257];
-  char result[32];
+  packet_info packet;
+  char text[sizeof kSixteenEntries];
   for (auto _ : state) {
-    std::memcpy(copy, text.c_str(), text.size() + 1);
-    benchmark::DoNotOptimize(dsp.do_debug(copy, result));
+    std::memcpy(text, kSixteenEntries, sizeof text);
+    dsp.clear_packet_info(&packet);
+    char* rest = text;
+    while (char* entry_text = ipcam::camera::next_piece(&rest, ';')) {
+      ipcam::camera::param_info entry;
+      if (!ipcam::camera::parse_entry(2, entry_text, entry)) state.SkipWithError("refused");
+      dsp.add_cmd_packet(2, entry, &packet);
+    }
+    benchmark::DoNotOptimize(packet);
   }
 }
-BENCHMARK(parse_16_entries);
+BENCHMARK(parse);
 
-void parse_16_entries_bare(benchmark::State& state) {
-  const std::string text =
-      "14,140;14,141;14,142;14,143;14,140;14,141;14,142;14,143;14,140;14,141;14,142;14,143;"
-      "14,140;14,141;14,142;14,143;14,x";
+void bare_strtol(benchmark::State& state) {
+  char text[sizeof kSixteenEntries];
   for (auto _ : state) {
-    char* rest = const_cast<char*>(text.c_str());
-    for (int i = 0; i < 33; ++i) {
+    std::memcpy(text, kSixteenEntries, sizeof text);
+    for (char* rest = text; *rest != '\0';) {
       benchmark::DoNotOptimize(std::strtol(rest, &rest, 0));
-      ++rest;
+      if (*rest != '\0') ++rest;
     }
   }
 }
-BENCHMARK(parse_16_entries_bare);
+BENCHMARK(bare_strtol);
 
-// Two exchanges through the control thread, from this many callers at once; one iteration is one request of each.
-void request(benchmark::State& state) {
+using Clock = std::chrono::steady_clock;
+
+double microseconds(Clock::duration time) { return std::chrono::duration<double, std::micro>(time).count(); }
+
+bool start_library(benchmark::State& state) {
   static ipcam::comm::s_port_inf port{};
-  if (ipcam::camera::new_camera_ctrl(&port) != 0) {
-    state.SkipWithError("control thread not started");
-    return;
-  }
-  const auto callers = static_cast<std::size_t>(state.range(0));
-  const auto serve = [](std::atomic<int>& failures) {
+  if (ipcam::camera::new_camera_ctrl(&port) == 0) return true;
+  state.SkipWithError("control thread not started");
+  return false;
+}
+
+// Requests of one caller, one after the other, and how long each took.
+void call(int requests, std::vector<double>& latencies_us, std::atomic<int>& failures) {
+  for (int i = 0; i < requests; ++i) {
     ipcam::camera::s_cam_cgi_cmd command{};
     command.code = ipcam::camera::REQUEST_SATURATION;
     command.value = 3;
+    const Clock::time_point begin = Clock::now();
     if (ipcam::camera::cam_cgi_command(&command) != 0 || command.result != 0) ++failures;
-  };
+    latencies_us.push_back(microseconds(Clock::now() - begin));
+  }
+}
+
+// Requests of two exchanges through the control thread, from this many callers at once. One iteration is kRequests
+// requests, timed from the moment when all callers are there.
+void request(benchmark::State& state) {
+  constexpr int kRequests = 2560;
+  const auto callers = static_cast<int>(state.range(0));
+  if (!start_library(state)) return;
   std::atomic<int> failures{0};
-  if (callers == 1) {
-    for (auto _ : state) serve(failures);
-  } else {
-    // The threads live through the whole measurement; each round is as long as its iterations.
-    const auto rounds = static_cast<int>(state.max_iterations);
+  std::vector<double> all_us;
+  for (auto _ : state) {
+    std::vector<std::vector<double>> latencies_us(static_cast<std::size_t>(callers));
     std::vector<std::thread> threads;
-    std::atomic<bool> go{false};
-    for (std::size_t i = 0; i < callers; ++i) {
+    std::barrier ready(callers + 1);
+    for (std::vector<double>& own : latencies_us) {
+      own.reserve(kRequests);
       threads.emplace_back([&] {
-        go.wait(false);
-        for (int k = 0; k < rounds; ++k) serve(failures);
+        ready.arrive_and_wait();
+        call(kRequests / callers, own, failures);
       });
     }
-    bool begun = false;
-    for (auto _ : state) {
-      if (begun) continue;
-      begun = true;
-      go = true;
-      go.notify_all();
-      for (std::thread& thread : threads) thread.join();
-    }
+    ready.arrive_and_wait();
+    const Clock::time_point begin = Clock::now();
+    for (std::thread& thread : threads) thread.join();
+    state.SetIterationTime(microseconds(Clock::now() - begin) / 1e6);
+    for (const std::vector<double>& own : latencies_us) all_us.insert(all_us.end(), own.begin(), own.end());
   }
   ipcam::camera::delete_camera_IF(nullptr);
   if (failures != 0) state.SkipWithError("failed request");
-  state.SetItemsProcessed(state.iterations() * state.range(0));
+  if (all_us.empty()) return;
+  std::ranges::sort(all_us);
+  state.counters["median_us"] = all_us[all_us.size() / 2];
+  state.counters["p99_us"] = all_us[all_us.size() * 99 / 100];
+  state.SetItemsProcessed(static_cast<std::int64_t>(all_us.size()));
 }
-BENCHMARK(request)->Arg(1)->Arg(10)->Arg(64)->Arg(256)->UseRealTime();
+BENCHMARK(request)->Arg(1)->Arg(10)->Arg(64)->Arg(256)->Iterations(1)->UseManualTime();
 
-// Own shared objects, files and configuration, so that nothing of the machine is touched.
-void isolate() {
-  const uid_t user = getuid();
-  if (unshare(CLONE_NEWNS | CLONE_NEWIPC | (user == 0 ? 0 : CLONE_NEWUSER)) != 0 ||
-      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0) {
-    std::perror("camera_bench: namespaces");
-    std::exit(1);
+// Context switches of all threads but the calling one.
+long context_switches() {
+  long sum = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    if (std::stoi(task.path().filename()) == gettid()) continue;
+    std::ifstream status(task.path() / "status");
+    for (std::string word; status >> word;) {
+      if (word != "voluntary_ctxt_switches:" && word != "nonvoluntary_ctxt_switches:") continue;
+      long count = 0;
+      status >> count;
+      sum += count;
+    }
   }
-  std::array<unsigned char, 880> settings{};
-  settings[68] = 1;
-  settings[140] = 1;
-  const int file = open("/tmp/all.conf", O_CREAT | O_WRONLY, 0600);
-  if (file < 0 || write(file, settings.data(), settings.size()) != static_cast<ssize_t>(settings.size())) {
-    std::perror("camera_bench: /tmp/all.conf");
-    std::exit(1);
-  }
-  close(file);
-  setenv("IPCAM_CONFIG_DIR", "/tmp", 1);
+  return sum;
 }
+
+// The library's threads with nothing to do and the EVR worker off: how often they wake in ten seconds.
+void idle_10_s(benchmark::State& state) {
+  if (!start_library(state)) return;
+  std::atomic<int> failures{0};
+  std::vector<double> latencies_us;
+  call(1, latencies_us, failures);  // answered: the start is over
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  const long before = context_switches();
+  for (auto _ : state) std::this_thread::sleep_for(std::chrono::seconds(10));
+  state.counters["wakeups"] = static_cast<double>(context_switches() - before);
+  ipcam::camera::delete_camera_IF(nullptr);
+}
+BENCHMARK(idle_10_s)->Iterations(1)->UseRealTime();
+
+template <class Peer>
+void other_road(benchmark::State& state) {
+  Peer peer;
+  for (auto _ : state) {
+    if (!peer.exchange()) state.SkipWithError("no answer");
+  }
+}
+BENCHMARK(other_road<ipcam::bench::SocketPeer>)->Name("unix_socket")->UseRealTime();
+BENCHMARK(other_road<ipcam::bench::BusPeer>)->Name("d_bus")->UseRealTime();
 
 }  // namespace
 
-// The results go to the standard output that the program was started with; the library's own lines are dropped.
+// The library's own lines are dropped: results go to the standard output that the program was started with, through a
+// saved descriptor.
 int main(int argc, char** argv) {
-  std::ofstream results("/dev/fd/" + std::to_string(dup(STDOUT_FILENO)));
+  const int results = dup(STDOUT_FILENO);
+  const int errors = dup(STDERR_FILENO);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+
   const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
   dup2(nowhere, STDOUT_FILENO);
   dup2(nowhere, STDERR_FILENO);
+  std::ofstream output("/dev/fd/" + std::to_string(results));
+  std::ofstream error_output("/dev/fd/" + std::to_string(errors));
 
-  benchmark::Initialize(&argc, argv);
-  isolate();
+  ipcam::bench::isolate();
   g_peer = std::make_unique<CommPeer>();
   sigset_t doorbell;
   sigemptyset(&doorbell);
   sigaddset(&doorbell, SIGUSR1);
   sigprocmask(SIG_BLOCK, &doorbell, nullptr);
-
-  benchmark::ConsoleReporter display(benchmark::ConsoleReporter::OO_Tabular);
-  display.SetOutputStream(&results);
-  display.SetErrorStream(&results);
-  benchmark::RunSpecifiedBenchmarks(&display);
+  benchmark::JSONReporter reporter;
+  reporter.SetOutputStream(&output);
+  reporter.SetErrorStream(&error_output);
+  benchmark::RunSpecifiedBenchmarks(&reporter);
   g_peer.reset();
   return 0;
 }

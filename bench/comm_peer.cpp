@@ -110,14 +110,19 @@ CommPeer::~CommPeer() {
 bool CommPeer::bare_exchange() {
   const sigset_t doorbell = doorbell_set();
   const timespec limit{.tv_sec = 1, .tv_nsec = 0};
+  const timespec at_once{};
   change_semaphore(sem_, -1);
+  // Blocking the doorbell and taking what an earlier exchange left belong to the primitives: without them a reply is
+  // lost to another thread, or taken for the wrong one.
+  sigprocmask(SIG_BLOCK, &doorbell, nullptr);
+  sigtimedwait(&doorbell, nullptr, &at_once);
   record_->status = 1;
   record_->req_pid = getpid();
   kill(record_->comm_pid, SIGUSR1);
   change_semaphore(sem_, +1);
   const bool is_rung = sigtimedwait(&doorbell, nullptr, &limit) == SIGUSR1;
   change_semaphore(sem_, -1);
-  const bool is_answered = record_->status == 2;
+  const bool is_answered = record_->status == 2 && record_->req_pid == getpid();
   record_->status = 0;
   record_->req_pid = 0;
   change_semaphore(sem_, +1);

@@ -70,21 +70,23 @@ class ControlThread {
   int blcomp(int value);
   int expcomp(int level);
 
-  // --- Exposure, day/night and binning (exposure_handlers.cpp) ---
+  // --- Exposure and day/night (exposure_handlers.cpp) ---
   int exposure_mode(int value);
   int gain(int level);
   int no_operation(int value);
   int agc_max_gain(int level);
   int hold_iris_open(int value);
   int hold_iris_state(std::int32_t* answer);
-  int binning_mode(int value);
-  int binning(int value);
-  int force_binning(int value);
-  int binning_function(int value);
   int daynight_mode(int value);
   int daynight_hysteresis(int value);
   int binning_time(int value);
   int binning_level(int value);
+
+  // --- Binning (binning_engine.cpp) ---
+  int binning_mode(int value);
+  int binning(int value);
+  int force_binning(int value);
+  int binning_function(int value);
 
   const SettingsSnapshot& snapshot() const { return snapshot_; }
 

@@ -29,10 +29,7 @@ void mark_not_served(s_ccdlsi_dbg& request) {
   request.reply_len = 0;
 }
 
-extern "C" void* control_thread_main(void* library) {
-  ControlThread::instance().run(*static_cast<LibraryObjects*>(library));
-  pthread_exit(reinterpret_cast<void*>(1));
-}
+extern "C" void* control_thread_main(void* /*argument*/);
 
 // One per process, never destroyed: callers may still be on their way out of it when the process exits.
 //
@@ -54,6 +51,7 @@ class RequestPath {
   bool receive(Message& message);
   void post(int slot) { ipcam::comm::WitEnd_post(slot, &replies_); }
   void close();
+  LibraryObjects& library() { return library_; }
 
  private:
   bool enter() IPCAM_EXCLUDES(state_lock_);
@@ -92,6 +90,11 @@ class RequestPath {
   // before it posts the slot, so the slot's waiter reads its own entry.
   std::array<bool, kReplySlots> not_served_{};
 };
+
+extern "C" void* control_thread_main(void* /*argument*/) {
+  ControlThread::instance().run(RequestPath::instance().library());
+  pthread_exit(reinterpret_cast<void*>(1));
+}
 
 template <class Record>
 int RequestPath::submit(e_message type, Record* record) {
@@ -173,7 +176,7 @@ int RequestPath::start(ipcam::comm::s_port_inf* port) {
   const DoorbellBlock doorbell_block;  // the control thread inherits it
   LockGuard lifecycle(lifecycle_lock_);
   if (started_) return -1;
-  if (release() != 0) return -1;  // what an earlier start left behind when it failed
+  release();  // what an earlier start left behind when it failed; what cannot be released is made anew all the same
 
   port_ = port;
   if (ipcam::comm::WitEnd_new(reply_sems_, kReplySlots, &replies_) != 0) return -1;
@@ -193,7 +196,7 @@ int RequestPath::start(ipcam::comm::s_port_inf* port) {
   LockGuard state(state_lock_);
   not_served_ = {};
   queued_.store(0);
-  if (pthread_create(&thread_, nullptr, control_thread_main, &library_) != 0) return -1;
+  if (pthread_create(&thread_, nullptr, control_thread_main, nullptr) != 0) return -1;
   started_ = true;
   accepting_ = true;
   return 0;

@@ -35,10 +35,14 @@ constexpr int kAttachMode = 0444;
 constexpr long kReplyLimitSeconds = 1;
 constexpr std::int64_t kLockLimitNs = 5 * kNsPerSecond;  // a holder needs microseconds; after this it is stuck
 
-// Between two looks at g_signal_flg: short at first, since most replies come within a fraction of a millisecond,
-// and never so long that a doorbell taken by another thread costs the caller a noticeable delay.
-constexpr std::int64_t kFirstLookNs = 100'000;
+// Between two looks at g_signal_flg: never so long that a doorbell taken by another thread costs the caller a
+// noticeable delay. Short only while that happens: a timer that is due before the kernel's next tick must be set up and
+// taken back in hardware, which costs more than all else that the library adds to an exchange.
 constexpr std::int64_t kLongestLookNs = 5'000'000;
+constexpr std::int64_t kFirstLookWhileStrayingNs = 100'000;
+
+// Whether the last doorbell that this process waited for was taken by a thread that did not wait for it.
+constinit std::atomic<bool> g_doorbell_strays{false};
 
 enum e_record_status : std::int32_t { RECORD_IDLE = 0, RECORD_POSTED = 1, RECORD_REPLY = 2, RECORD_FAILED = 255 };
 
@@ -155,35 +159,39 @@ int DspCommand::getinfo_ipc(int* sem_id_out, int* shm_id_out, int size, std::int
 
 int DspCommand::sem_operation(int op, short flags) {
   sem_op = {.sem_num = 0, .sem_op = static_cast<short>(op), .sem_flg = flags};
-  const Deadline deadline(kLockLimitNs);
-  for (;;) {
-    const timespec left = to_timespec(deadline.remaining_ns());
-    if (semtimedop(sem_id, &sem_op, 1, &left) == 0) return 0;
-    if (errno != EINTR) break;
+  int failed = 0;
+  if (op > 0) {
+    failed = semop(sem_id, &sem_op, 1);  // giving back never blocks
+  } else {
+    const Deadline deadline(kLockLimitNs);
+    timespec left = to_timespec(kLockLimitNs);
+    while ((failed = semtimedop(sem_id, &sem_op, 1, &left)) != 0 && errno == EINTR) {
+      left = to_timespec(deadline.remaining_ns());
+    }
   }
+  if (failed == 0) return 0;
   std::fprintf(stderr, "%s: [ERROR] semop failed!\n", g_prgname);
   return -1;
 }
 
 int DspCommand::check_ipc(shm_info* record, int phase) {
-  if (record == nullptr) return report_not_attached();
-  switch (phase) {
-    case 0:
-      if (record->status == RECORD_IDLE && record->req_pid == 0) return 0;
-      std::printf("%s: other process using now!\n", g_prgname);
-      return -1;
-    case 2:
-      if (record->status == RECORD_FAILED) {
-        std::fprintf(stderr, "%s: [ERROR] communication with comm application error!\n", g_prgname);
-        return -1;
-      }
-      if (record->status == RECORD_REPLY && record->req_pid == getpid()) return 0;
-      std::fprintf(stderr, "%s: [ERROR] shared memory status error!\n", g_prgname);
-      return -1;
-    default:
-      std::fprintf(stderr, "%s: [ERROR] invalid status!\n", g_prgname);
-      return -1;
+  if (phase != 0 && phase != 2) {
+    std::fprintf(stderr, "%s: [ERROR] invalid status!\n", g_prgname);
+    return -1;
   }
+  if (record == nullptr) return report_not_attached();
+  if (phase == 0) {
+    if (record->status == RECORD_IDLE && record->req_pid == 0) return 0;
+    std::printf("%s: other process using now!\n", g_prgname);
+    return -1;
+  }
+  if (record->status == RECORD_FAILED) {
+    std::fprintf(stderr, "%s: [ERROR] communication with comm application error!\n", g_prgname);
+    return -1;
+  }
+  if (record->status == RECORD_REPLY && record->req_pid == getpid()) return 0;
+  std::fprintf(stderr, "%s: [ERROR] shared memory status error!\n", g_prgname);
+  return -1;
 }
 
 void DspCommand::clean_ipc(shm_info* record) {
@@ -214,16 +222,20 @@ int DspCommand::wait_sigusr2(long seconds) {
   // The signal is sent to the process: a thread of the host program that does not block it may take it instead,
   // and then only the flag tells. Other signals that interrupt the wait do not shorten it.
   const Deadline deadline(seconds_to_ns(seconds));
-  std::int64_t look_ns = kFirstLookNs;
+  std::int64_t look_ns = g_doorbell_strays.load() ? kFirstLookWhileStrayingNs : kLongestLookNs;
   while (g_signal_flg.load() == 0) {
     const std::int64_t left_ns = deadline.remaining_ns();
     const timespec look = to_timespec(std::min(look_ns, left_ns));
     const int signal = sigtimedwait(&doorbell, nullptr, &look);
-    if (signal >= 0) return signal;
-    if (errno != EAGAIN && errno != EINTR) break;
-    if (left_ns == 0) break;
+    if (signal >= 0) {
+      g_doorbell_strays.store(false);
+      return signal;
+    }
+    if (errno != EAGAIN && errno != EINTR) return -1;
+    if (left_ns == 0) return -1;
     look_ns = std::min(2 * look_ns, kLongestLookNs);
   }
+  g_doorbell_strays.store(true);
   return -1;
 }
 

@@ -4,21 +4,20 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "sim/comm_application.h"
 #include "sim/devices.h"
-#include "sim/exchange_text.h"
+#include "sim/input_text.h"
+#include "sim/namespaces.h"
+#include "sim/run_command.h"
 
 namespace {
 
@@ -29,7 +28,7 @@ enum ExitCode { kDone = 0, kFailedToRun = 1, kUsage = 2, kNotExecutable = 126, k
 
 constexpr char kFooter[] =
     "Example:\n"
-    "  camsim run --trace --set 14/140=0x42 --fault no_reply:3\n\n"
+    "  camsim --trace --set measured_red_gain_lo=0x42 --fault no_reply:3\n\n"
     "Exit codes:\n"
     "  0    done\n"
     "  1    failed: another comm application runs, or a file or device could not be made\n"
@@ -37,110 +36,6 @@ constexpr char kFooter[] =
     "  126  exec: the command could not be run\n"
     "  127  exec: the command was not found\n"
     "  Once its command runs, `camsim exec` ends with the command's own exit code.";
-
-struct UsageError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
-
-// A number in decimal, or in hexadecimal with "0x".
-std::uint32_t parse_number(const std::string& tried, std::string_view text, std::uint32_t maximum) {
-  const bool hexadecimal = text.starts_with("0x");
-  const std::string_view digits = hexadecimal ? text.substr(2) : text;
-  std::uint32_t value = 0;
-  const auto [end, error] = std::from_chars(digits.begin(), digits.end(), value, hexadecimal ? 16 : 10);
-  if (error != std::errc() || end != digits.end() || value > maximum) {
-    throw UsageError(tried + ": bad number (" + std::string(text) + ", 0 to " + std::to_string(maximum) + ")");
-  }
-  return value;
-}
-
-// "12/0x7c=5"
-void set_register(Switchboard& board, const std::string& tried, std::string_view text) {
-  const std::size_t slash = text.find('/');
-  const std::size_t equals = text.find('=');
-  if (slash == text.npos || equals == text.npos || equals < slash) {
-    throw UsageError(tried + ": not a register (" + std::string(text) + ", category/byte=value)");
-  }
-  board.set_reg(parse_number(tried, text.substr(0, slash), 255),
-                parse_number(tried, text.substr(slash + 1, equals - slash - 1), 65535),
-                parse_number(tried, text.substr(equals + 1), 255));
-}
-
-// One register a line; blank lines and what follows a '#' are skipped.
-void load_registers(Switchboard& board, const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw UsageError("--registers: cannot be read (" + path + ")");
-  int number = 0;
-  for (std::string line; std::getline(file, line);) {
-    ++number;
-    line.erase(std::min(line.find('#'), line.size()));
-    std::erase_if(line, [](unsigned char c) { return std::isspace(c) != 0; });
-    if (!line.empty()) set_register(board, path + " line " + std::to_string(number), line);
-  }
-}
-
-// "no_reply:3:2"
-void arm_fault(Switchboard& board, std::string_view text) {
-  std::vector<std::string_view> words;
-  for (std::size_t colon = text.find(':'); colon != text.npos; colon = text.find(':')) {
-    words.push_back(text.substr(0, colon));
-    text.remove_prefix(colon + 1);
-  }
-  words.push_back(text);
-
-  const std::optional<Fault> fault = fault_from_name(words[0]);
-  if (!fault || *fault == Fault::none || words.size() > 4) {
-    std::string names;
-    for (const std::string_view name : kFaultNames) {
-      if (name != "none") names.append(names.empty() ? "" : " ").append(name);
-    }
-    throw UsageError("--fault: no such fault (" + std::string(words[0]) + ", NAME[:EXCHANGE[:COUNT[:ENTRY]]] with " +
-                     names + ")");
-  }
-  FaultPlan plan;
-  if (words.size() > 1) plan.exchange = parse_number("--fault", words[1], 1000000);
-  if (words.size() > 2) plan.count = parse_number("--fault", words[2], 1000000);
-  if (words.size() > 3) plan.entry = parse_number("--fault", words[3], 15);
-  if (!board.arm(*fault, plan)) {
-    throw UsageError("--fault: too many faults (at most " + std::to_string(Switchboard::kFaultSlots) + ")");
-  }
-}
-
-void print_exchange(const Exchange& exchange, bool json) {
-  if (json) {
-    const nlohmann::ordered_json line = {{"command", command_text({exchange.command, {}, Fault::none})},
-                                         {"reply", reply_text(exchange)},
-                                         {"fault", fault_name(exchange.fault)}};
-    std::printf("%s\n", line.dump().c_str());
-  } else {
-    std::printf("%s -> %s\n", command_text(exchange).c_str(), reply_text(exchange).c_str());
-  }
-  std::fflush(stdout);
-}
-
-struct RunOptions {
-  bool trace = false;
-  bool json = false;
-  bool keep = false;
-  std::string registers;
-  std::vector<std::string> settings;
-  std::vector<std::string> faults;
-};
-
-void run(const RunOptions& options) {
-  SharedSwitchboard board;
-  if (!options.registers.empty()) load_registers(*board, options.registers);
-  for (const std::string& setting : options.settings) set_register(*board, "--set", setting);
-  for (const std::string& fault : options.faults) arm_fault(*board, fault);
-
-  CommApplication application(*board);
-  if (options.keep) application.leave_objects();
-  if (options.trace || options.json) {
-    application.on_exchange([&](const Exchange& exchange) { print_exchange(exchange, options.json); });
-  }
-  std::fprintf(stderr, "camsim: serving requests, process %d\n", static_cast<int>(getpid()));
-  application.run();
-}
 
 std::string default_device_directory() {
   const char* runtime = std::getenv("XDG_RUNTIME_DIR");
@@ -171,7 +66,9 @@ fs::path preload_library() {
   throw std::runtime_error("libcamsim_devices.so: not found beside " + here.string());
 }
 
-int execute(const std::string& directory, std::vector<std::string> command) {
+int execute(const std::string& directory, std::optional<int> camera, std::vector<std::string> command) {
+  if (!camera) camera = find_own_simulator();
+  if (camera) join_namespaces(*camera);
   make_device_directory(directory);
   std::string preload = preload_library().string();
   if (const char* others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0') {
@@ -213,48 +110,87 @@ void write_factory_files(const std::string& directory) {
                      {1, 0, 0x42, 0x0e, 0x00, 0x10, 0xf0, 0x07, 0, 0, 0, 0});
 }
 
+void add_run_options(CLI::App& app, RunOptions& options) {
+  app.add_flag("--trace", options.trace, "Print every exchange (default: off)");
+  app.add_flag("--json", options.json, "Print every exchange as a JSON object, one a line (default: off)");
+  app.add_flag("--keep", options.keep, "Leave key file, semaphore and segment behind (default: remove)");
+  app.add_option("--set", options.settings, "Registers before the first request (default: 0)")
+      ->type_name("REGISTER=VALUE");
+  app.add_option("--registers", options.registers, "File of such registers, one a line (default: none)")
+      ->type_name("FILE");
+  app.add_option("--save-registers", options.save_registers, "Write such a file at the end (default: none)")
+      ->type_name("FILE");
+  app.add_option("--scenario", options.scenario, "File of what happens when (default: none)")->type_name("FILE");
+  app.add_flag("--steps", options.steps_from_input,
+               "Take such steps, without their time, from the standard input (default: off)");
+  app.add_flag("--private", options.own_namespaces,
+               "Serve in namespaces of its own: nobody but `camsim exec` reaches it (default: off)");
+  app.add_option("--picture", options.picture, "Keep a PNG file of what the registers show (default: none)")
+      ->type_name("FILE");
+  app.add_option("--fault", options.faults, "What goes wrong, and with which exchange (default: 0:1:0)")
+      ->type_name("NAME[:EXCHANGE[:COUNT[:ENTRY]]]");
+}
+
 int dispatch(int argc, char** argv) {
   CLI::App app("Simulated camera: a comm application with a register file, and stand-ins for the camera's devices.",
                "camsim");
   app.footer(kFooter);
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
 
   RunOptions options;
-  CLI::App* run_command = app.add_subcommand("run", "Serve register requests until SIGINT or SIGTERM.");
-  run_command->add_flag("--trace", options.trace, "Print every exchange (default: off)");
-  run_command->add_flag("--json", options.json, "Print every exchange as a JSON object, one a line (default: off)");
-  run_command->add_flag("--keep", options.keep, "Leave key file, semaphore and segment behind (default: remove)");
-  run_command->add_option("--set", options.settings, "Register before the first request (default: 0)")
-      ->type_name("CATEGORY/BYTE=VALUE");
-  run_command->add_option("--registers", options.registers, "File of such registers, one a line (default: none)")
-      ->type_name("FILE");
-  run_command->add_option("--fault", options.faults, "What goes wrong, and with which exchange (default: 0:1:0)")
-      ->type_name("NAME[:EXCHANGE[:COUNT[:ENTRY]]]");
+  add_run_options(app, options);
+  std::string factory;
+  CLI::Option* factory_option =
+      app.add_option("--factory", factory, "Write sample factory adjustment files and end (default: /var/tmp)")
+          ->type_name("[DIR]")
+          ->expected(0, 1);
+
+  CLI::App* run_command = app.add_subcommand("run", "Serve register requests until SIGINT or SIGTERM; the default.");
+  add_run_options(*run_command, options);
 
   std::string devices = default_device_directory();
+  std::optional<int> camera;
   std::vector<std::string> command;
-  CLI::App* exec_command = app.add_subcommand("exec", "Run a command with stand-ins for the camera's devices.");
+  CLI::App* exec_command = app.add_subcommand(
+      "exec",
+      "Run a command with stand-ins for the camera's devices, in the namespaces of a simulator that has its own.");
+  exec_command->add_option("--camera", camera, "Process of that simulator (default: the one that there is)")
+      ->type_name("PID");
   exec_command->add_option("--devices", devices, "Directory of the stand-ins")->type_name("DIR")->capture_default_str();
   exec_command->add_option("command", command, "Command and its arguments")->type_name("COMMAND")->required();
   exec_command->positionals_at_end();
   exec_command->prefix_command();
-
-  std::string factory = "/var/tmp";
-  CLI::App* factory_command = app.add_subcommand("factory", "Write sample factory adjustment files.");
-  factory_command->add_option("directory", factory, "Where to write them")->type_name("DIR")->capture_default_str();
 
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {
     return app.exit(help);
   } catch (const CLI::ParseError& error) {
-    std::fprintf(stderr, "camsim: command line: %s\n", error.what());
-    return kUsage;
+    throw UsageError(std::string("command line: ") + error.what());
   }
 
-  if (run_command->parsed()) run(options);
-  if (factory_command->parsed()) write_factory_files(factory);
-  if (exec_command->parsed()) return execute(devices, command);
+  const std::vector<CLI::App*> commands = app.get_subcommands();
+  std::vector<std::string> others;  // what stands beside --factory
+  for (const CLI::Option* option : app.get_options()) {
+    if (option->count() > 0 && option != factory_option) others.push_back(option->get_name());
+  }
+  if (!others.empty() && !commands.empty()) {
+    throw UsageError("command line: " + others[0] + " before " + commands[0]->get_name() +
+                     " (the options of a command go behind it)");
+  }
+  const bool writes_factory_files = factory_option->count() > 0;
+  if (!commands.empty()) others.push_back(commands[0]->get_name());
+  if (writes_factory_files && !others.empty()) {
+    throw UsageError("command line: --factory and " + others[0] + " exclude each other");
+  }
+
+  if (writes_factory_files) {
+    write_factory_files(factory.empty() ? "/var/tmp" : factory);
+  } else if (exec_command->parsed()) {
+    return execute(devices, camera, command);
+  } else {
+    run(options);
+  }
   return kDone;
 }
 

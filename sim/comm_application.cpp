@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <ctime>
 #include <stdexcept>
 #include <string>
 
@@ -166,12 +167,19 @@ void CommApplication::open_objects() {
   if (state.sem_otime == 0 && semctl(sem_id_, 0, SETVAL, 1) != 0) fail("semaphore");
 }
 
+CommApplication::Event CommApplication::serve_one(int limit_ms) {
+  const timespec limit{.tv_sec = limit_ms / 1000, .tv_nsec = limit_ms % 1000 * 1000000L};
+  // A process that fakes its clock fakes sigtimedwait() too, which its child must not depend on.
+  const int signal = limit_ms < 0 ? sigwaitinfo(&signals_, nullptr) : sigtimedwait(&signals_, nullptr, &limit);
+  if (signal < 0 && errno != EINTR && errno != EAGAIN) fail("wait for the doorbell");
+  if (signal == SIGINT || signal == SIGTERM) return Event::stop;
+  if (signal != kDoorbell) return Event::quiet;
+  serve_doorbell();
+  return Event::doorbell;
+}
+
 void CommApplication::run() {
-  for (;;) {
-    const int signal = sigwaitinfo(&signals_, nullptr);
-    if (signal == SIGINT || signal == SIGTERM) return;
-    if (signal == kDoorbell) serve_doorbell();
-    if (signal < 0 && errno != EINTR) fail("wait for the doorbell");
+  while (serve_one(-1) != Event::stop) {
   }
 }
 

@@ -24,6 +24,13 @@ class CommApplication {
   // Called with every exchange when it has been traced.
   void on_exchange(std::function<void(const Exchange&)> observer) { observer_ = std::move(observer); }
 
+  enum class Event {
+    doorbell,  // a request, if there was one, has been served
+    quiet,     // none came within the limit
+    stop,      // SIGINT or SIGTERM
+  };
+  // Waits for one event, at most `limit_ms` (negative: without a limit), and serves it.
+  Event serve_one(int limit_ms);
   // Serves requests until SIGINT or SIGTERM.
   void run();
 

@@ -1,4 +1,4 @@
-// Exchanges and fault names as text.
+// Exchanges taken apart, and exchanges and fault names as text.
 #include "sim/exchange_text.h"
 
 #include <algorithm>
@@ -38,9 +38,25 @@ bool all_single(Bytes bytes, std::uint8_t type) {
   return true;
 }
 
-std::string address(Bytes entry) {
+std::vector<CommandEntry> single_entries(Bytes bytes, bool written) {
+  std::vector<CommandEntry> entries;
+  for (std::size_t i = 0; i < bytes.size(); i += kSingleEntryBytes) {
+    const auto byte = static_cast<std::uint16_t>(bytes[i + 3] << 8 | bytes[i + 4]);
+    entries.push_back({bytes[i + 2], byte, written ? bytes[i + 5] : std::uint8_t{0}});
+  }
+  return entries;
+}
+
+std::vector<CommandEntry> block_entries(Bytes bytes) {
+  std::vector<CommandEntry> entries;
+  auto byte = static_cast<std::uint16_t>(bytes[3] << 8 | bytes[4]);
+  for (const std::uint8_t value : bytes.subspan(kSingleEntryBytes - 1)) entries.push_back({bytes[2], byte++, value});
+  return entries;
+}
+
+std::string address(const CommandEntry& entry) {
   char word[16];
-  std::snprintf(word, sizeof(word), " %d/0x%02x", entry[2], entry[3] << 8 | entry[4]);
+  std::snprintf(word, sizeof(word), " %d/0x%02x", entry.category, entry.byte);
   return word;
 }
 
@@ -50,31 +66,39 @@ std::string value(const char* format, std::uint8_t byte) {
   return word;
 }
 
-std::string entries_text(Bytes bytes) {
-  if (all_single(bytes, kRead)) {
-    std::string text = "r";
-    for (std::size_t i = 0; i < bytes.size(); i += kSingleEntryBytes) text += address(bytes.subspan(i));
-    return text;
-  }
-  if (all_single(bytes, kWrite)) {
-    std::string text = "w";
-    for (std::size_t i = 0; i < bytes.size(); i += kSingleEntryBytes) {
-      text += address(bytes.subspan(i)) + value("=0x%02x", bytes[i + 5]);
-    }
-    return text;
-  }
-  if (bytes.size() > kSingleEntryBytes && bytes[0] == bytes.size() && bytes[1] == kWrite) {
-    std::string text = "b" + address(bytes) + value("=0x%02x", bytes[5]);
-    for (const std::uint8_t byte : bytes.subspan(kSingleEntryBytes)) text += value(" 0x%02x", byte);
-    return text;
-  }
-  return bytes.empty() ? "x" : "x " + hex_bytes(bytes);
-}
-
 }  // namespace
 
+Command decode_command(const Packet& command) {
+  const Bytes bytes = used_bytes(command);
+  if (all_single(bytes, kRead)) return {Access::read, single_entries(bytes, false)};
+  if (all_single(bytes, kWrite)) return {Access::write, single_entries(bytes, true)};
+  if (bytes.size() > kSingleEntryBytes && bytes[0] == bytes.size() && bytes[1] == kWrite) {
+    return {Access::block, block_entries(bytes)};
+  }
+  return {};
+}
+
+std::vector<ReplyEntry> decode_reply(const Packet& reply) {
+  std::vector<ReplyEntry> entries;
+  for (Bytes bytes = used_bytes(reply); !bytes.empty(); bytes = bytes.subspan(bytes[0])) {
+    if ((bytes[0] != 2 && bytes[0] != 3) || bytes[0] > bytes.size()) break;
+    entries.push_back({bytes[1], bytes[0] == 3 ? std::optional(bytes[2]) : std::nullopt});
+  }
+  return entries;
+}
+
 std::string command_text(const Exchange& exchange) {
-  std::string text = entries_text(used_bytes(exchange.command));
+  const Command command = decode_command(exchange.command);
+  std::string text(1, "rwbx"[static_cast<std::size_t>(command.access)]);
+  for (std::size_t i = 0; i < command.entries.size(); ++i) {
+    const CommandEntry& entry = command.entries[i];
+    const bool follows = command.access == Access::block && i > 0;
+    if (!follows) text += address(entry);
+    if (command.access != Access::read) text += value(follows ? " 0x%02x" : "=0x%02x", entry.value);
+  }
+  if (const Bytes bytes = used_bytes(exchange.command); command.access == Access::other && !bytes.empty()) {
+    text += " " + hex_bytes(bytes);
+  }
   if (exchange.fault != Fault::none) text += " !" + std::string(fault_name(exchange.fault));
   return text;
 }

@@ -1,5 +1,4 @@
 """Uses camctl against a running camsim, as a person would. Arguments: source directory, build directory."""
-import ctypes
 import json
 import os
 import pathlib
@@ -11,9 +10,8 @@ import sys
 import time
 import unittest
 
-SOURCE, BUILD = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
-CAMCTL, CAMSIM = str(BUILD / 'bin/camctl'), str(BUILD / 'bin/camsim')
-CONFIG = pathlib.Path('/tmp/config')
+from camera_world import CAMCTL, CAMSIM, CONFIG, SOURCE, Camera, camctl, enter_world, store
+
 SETTINGS = """color = color
 wb_mode = onepush
 saturation = 3
@@ -25,30 +23,6 @@ exposure_mode = 3
 agc_max_gain = 3
 binning_mode = manual
 """
-
-
-def enter_world():
-    """Namespaces, /tmp and /var/tmp of the test's own; a source or build folder below them stays where it is."""
-    if os.environ.get('CAMCTL_TEST_WORLD') != '1':
-        rights = [] if os.geteuid() == 0 else ['--map-root-user']
-        command = ['unshare', '--mount', '--ipc', *rights, sys.executable, *sys.argv]
-        os.execvpe('unshare', command, {**os.environ, 'CAMCTL_TEST_WORLD': '1'})
-    kept = [(path, os.open(path, os.O_PATH)) for path in (SOURCE, BUILD)]
-    for folder in ('/tmp', '/var/tmp'):
-        subprocess.run(['mount', '-t', 'tmpfs', 'tests', folder], check=True)
-    for path, fd in kept:
-        if path.is_relative_to('/tmp') or path.is_relative_to('/var/tmp'):
-            path.mkdir(parents=True)
-            # The system call, since mount(8) would follow the link to the empty folder.
-            bind = 4096
-            assert ctypes.CDLL(None).mount(f'/proc/self/fd/{fd}'.encode(), bytes(path), None, bind, None) == 0
-    os.chdir('/tmp')
-    CONFIG.mkdir()
-    os.environ['IPCAM_CONFIG_DIR'] = str(CONFIG)
-
-
-def camctl(*arguments, text_in='', under=()):
-    return subprocess.run([*under, CAMCTL, *arguments], input=text_in, capture_output=True, text=True, timeout=60)
 
 
 def on_terminal(command, answer='', **environment):
@@ -66,39 +40,8 @@ def on_terminal(command, answer='', **environment):
     return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), output.decode()
 
 
-def store(text=SETTINGS):
-    (CONFIG / 'all.conf').write_bytes(bytes(880))
-    pathlib.Path('settings.txt').write_text(text)
-    assert camctl('config', 'restore', 'settings.txt').returncode == 0
-
-
-class Camera:
-    """A running camsim; `trace` is every exchange so far, as it prints them."""
-
-    def __init__(self, *options):
-        self.options = options
-
-    def __enter__(self):
-        self.process = subprocess.Popen([CAMSIM, 'run', '--trace', *self.options], stdout=subprocess.PIPE,
-                                        stderr=subprocess.PIPE, text=True)
-        assert 'serving requests' in self.process.stderr.readline()
-        return self
-
-    def __exit__(self, *_):
-        self.send(signal.SIGCONT)
-        self.stop()
-
-    def send(self, number):
-        if self.process.poll() is None:
-            self.process.send_signal(number)
-
-    def stop(self, number=signal.SIGTERM):
-        self.send(number)
-        self.trace = self.process.communicate()[0].splitlines()
-
-
 def traffic_of(*arguments):
-    store()
+    store(SETTINGS)
     with Camera() as camera:
         result = camctl(*arguments)
     return result, camera.trace
@@ -106,7 +49,7 @@ def traffic_of(*arguments):
 
 class CamctlTest(unittest.TestCase):
     def setUp(self):
-        store()
+        store(SETTINGS)
         for file in pathlib.Path('/var/tmp').iterdir():
             file.unlink()
 
@@ -129,7 +72,7 @@ class CamctlTest(unittest.TestCase):
         self.assertEqual(trace[-3:], ['r 10/0x09 -> 03 01 80', 'w 10/0x09=0xa0 -> 02 01', 'r 10/0x09 -> 03 01 a0'])
 
     def test_what_a_worker_writes_meanwhile_is_not_the_requests(self):
-        subprocess.run([CAMSIM, 'factory'], check=True, capture_output=True)  # starts the worker of register 9/3
+        subprocess.run([CAMSIM, '--factory'], check=True, capture_output=True)  # starts the worker of register 9/3
         result, trace = traffic_of('set', 'contrast=0', 'dnmode=on', 'contrast=1')
         self.assertEqual(re.findall(r'^(\S+=\S+)$', self.check(result, 0).stdout, re.M),
                          ['contrast=0', 'dnmode=on', 'contrast=1'])
@@ -149,7 +92,7 @@ class CamctlTest(unittest.TestCase):
         self.assertEqual([(w['mask'], w['old'], w['new']) for w in shown[0]['registers']], [(3, 2, 3)])
 
     def test_every_value_of_every_setting_is_accepted_and_those_beside_are_not(self):
-        subprocess.run([CAMSIM, 'factory'], check=True, capture_output=True)
+        subprocess.run([CAMSIM, '--factory'], check=True, capture_output=True)
         session, refused = [], []
         for row in self.results('list'):
             if row['kind'] != 'setting':
@@ -286,7 +229,7 @@ class CamctlTest(unittest.TestCase):
         record = bytes((7 * i + 3) % 251 for i in range(880))
         (CONFIG / 'all.conf').write_bytes(record)
         self.check(camctl('config', 'save', 'saved.txt'), 0)
-        store()
+        store(SETTINGS)
         self.check(camctl('config', 'restore', 'saved.txt'), 0)
         self.assertEqual((CONFIG / 'all.conf').read_bytes(), record)
         self.check(camctl('config', 'set', 'wb-mode=indoor', 'saturation=6'), 0)

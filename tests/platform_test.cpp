@@ -76,14 +76,12 @@ TEST_F(RequestPathTest, CallersBeyondThePoolWaitAndAreServedInTurn) {
   EXPECT_EQ(WitEnd_post(9, &pool), 0);
   EXPECT_EQ(eleventh.get(), 4);
   EXPECT_EQ(twelfth.wait_for(20ms), std::future_status::timeout);
-  // A caller that comes back again and again passes the one that waits, but not for ever.
+  // A caller that comes back passes the one that waits, but only once.
   EXPECT_EQ(WitEnd_wait_put(9, &pool), 0);
-  for (int i = 0; i < 16; ++i) {
-    EXPECT_EQ(get(), 9);
-    EXPECT_EQ(WitEnd_post(9, &pool), 0);
-    EXPECT_EQ(twelfth.wait_for(0s), std::future_status::timeout);
-    EXPECT_EQ(WitEnd_wait_put(9, &pool), 0);
-  }
+  EXPECT_EQ(get(), 9);
+  EXPECT_EQ(WitEnd_post(9, &pool), 0);
+  EXPECT_EQ(twelfth.wait_for(0s), std::future_status::timeout);
+  EXPECT_EQ(WitEnd_wait_put(9, &pool), 0);
   EXPECT_EQ(twelfth.get(), 9);
 }
 

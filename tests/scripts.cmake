@@ -1,14 +1,17 @@
 # Checks by script: of the documents, the installed tree and the exported symbols.
-find_program(PYTHON3 python3 REQUIRED)
-add_test(NAME messages_test COMMAND ${PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/messages_test.py ${PROJECT_SOURCE_DIR})
+# Debian's own, which sees Debian's packages.
+find_program(DEBIAN_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
+add_test(NAME messages_test COMMAND ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/messages_test.py ${PROJECT_SOURCE_DIR})
 
 # For what users get: a plain build for this machine.
 if(NOT CAMERA_CTRL_SANITIZE AND NOT CMAKE_CROSSCOMPILING AND CAMERA_CTRL_TOOLS)
   add_test(NAME install_test COMMAND
     ${CMAKE_CURRENT_SOURCE_DIR}/install_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${CMAKE_CXX_COMPILER})
   add_test(NAME camctl_test COMMAND
-    ${PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/camctl_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
-  set_tests_properties(camctl_test PROPERTIES TIMEOUT 180)
+    ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/camctl_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+  add_test(NAME camsim_test COMMAND
+    ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/camsim_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+  set_tests_properties(camctl_test camsim_test PROPERTIES TIMEOUT 180 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
 endif()
 if(NOT CAMERA_CTRL_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release")
   add_test(NAME exported_symbols_test COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-symbols $<TARGET_FILE:camera_ctrl>)

@@ -17,10 +17,6 @@ constexpr int kPosted = 2;
 
 constexpr int kNone = -1;
 
-// Newcomers that may pass the waiting callers in a row: enough to spare most requests the second sleep, few enough to
-// keep the longest wait near that of a strict queue.
-constexpr int kMaxPassed = 16;
-
 // A caller that waits for a free semaphore; lives on that caller's stack. Each has a semaphore of its own to sleep on,
 // so that a freed one wakes exactly one caller.
 struct Waiter {
@@ -31,15 +27,16 @@ struct Waiter {
 
 // Most callers come back at once with their next request. Handing every freed semaphore to the caller that has waited
 // longest would put each of them to sleep twice per request, once for a semaphore and once for the answer. So one freed
-// semaphore may lie for whoever comes first, until the next post or put, and until kMaxPassed callers in a row have
-// passed those who wait; the others go straight to the one that has waited longest.
+// semaphore may lie for whoever comes first, until the next post or put; when a newcomer has passed those who wait, the
+// next ones go straight to the one that has waited longest. That spares every other request the second sleep and keeps
+// the longest wait near that of a strict queue.
 //
 // Nobody waits for ever: a semaphore lies only while another one is reserved, whose post or put is still to come.
 struct Pool {
   std::mutex mutex;
   int first_free = kNone;  // a stack, linked through `next_free`
   int free_count = 0;
-  int passed = 0;
+  bool is_passed = false;  // a newcomer has passed the first waiter
   Waiter* first_waiter = nullptr;
   Waiter* last_waiter = nullptr;
 };
@@ -84,7 +81,7 @@ void push_free(Pool& pool, s_witEnd_sem* sems, int number) {
 int reserve(Pool& pool, s_witEnd_sem* sems) {
   std::unique_lock lock(pool.mutex);
   if (pool.first_free != kNone) {
-    if (pool.first_waiter != nullptr) ++pool.passed;
+    if (pool.first_waiter != nullptr) pool.is_passed = true;
     return pop_free(pool, sems);
   }
   Waiter self{.handed_over = {}, .number = kNone, .next = nullptr};
@@ -104,7 +101,7 @@ void hand_over(Pool& pool, s_witEnd_sem* sems, int spare) {
     Waiter* waiter = pool.first_waiter;
     pool.first_waiter = waiter->next;
     if (pool.first_waiter == nullptr) pool.last_waiter = nullptr;
-    pool.passed = 0;
+    pool.is_passed = false;
     waiter->number = pop_free(pool, sems);
     // The last use of the waiter: it leaves its stack frame as soon as it sees the post.
     sem_post(&waiter->handed_over);
@@ -114,7 +111,7 @@ void hand_over(Pool& pool, s_witEnd_sem* sems, int spare) {
 void put_back(Pool& pool, s_witEnd_ctl& ctl, int number) {
   const std::lock_guard lock(pool.mutex);
   push_free(pool, ctl.sems, number);
-  hand_over(pool, ctl.sems, pool.passed < kMaxPassed && pool.free_count < ctl.count ? 1 : 0);
+  hand_over(pool, ctl.sems, !pool.is_passed && pool.free_count < ctl.count ? 1 : 0);
 }
 
 }  // namespace

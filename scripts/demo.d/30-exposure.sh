@@ -1,7 +1,7 @@
 # Start-up with factory files, exposure patterns, and switching the sensor's readout.
 
 heading "Start-up: factory files first, then the stored settings"
-camsim factory /var/tmp
+camsim --factory
 stored_settings color=color wb_mode=atwpro saturation=3 contrast=3 sharpness=3 expcomp=9 \
   exposure_mode=1 auto_shutter=on agc_max_gain=2
 start_camera

@@ -1,7 +1,7 @@
 # Workers and devices: one-push white balance, EVR, day/night with its filter pulse, iris hold, flash.
 
 heading "One-push white balance; EVR following a long shutter; night and day; iris held open and released"
-camsim factory /var/tmp
+camsim --factory
 stored_settings color=color wb_mode=atwpro saturation=3 exposure_mode=1 auto_shutter=on
 start_camera
 on_camera_briefly camctl shell < <(

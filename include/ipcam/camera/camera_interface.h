@@ -181,7 +181,7 @@ class IPCAM_CAMERA_API CameraInterface {
   // remembered and the result is -1.
   virtual int BinningFunc(int /*value*/) { return -1; }
 
-  // Day/night: 61, 69, 71 on (night), 62, 70, 72 off (day); another value counts as off and leaves the IR-cut
+  // Day/night: 61, 69, 71 on, 62, 70, 72 off; another value counts as off and leaves the IR-cut
   // filter where it is. Takes a second, in which nothing else is served. Always 0 when served.
   virtual int DnMode(int /*mode*/) { return -1; }
   // Hysteresis of the automatic day/night switch: 0 to 65535. Switches binning off first. Returns -1 for another

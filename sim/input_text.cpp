@@ -1,0 +1,77 @@
+// What users of the simulated camera write: numbers, registers and faults.
+#include "sim/input_text.h"
+
+#include <charconv>
+
+#include "sim/exchange_text.h"
+#include "tools/values.h"
+
+namespace ipcam::sim {
+namespace {
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+  std::vector<std::string_view> words;
+  for (std::size_t end = text.find(separator); end != text.npos; end = text.find(separator)) {
+    words.push_back(text.substr(0, end));
+    text.remove_prefix(end + 1);
+  }
+  words.push_back(text);
+  return words;
+}
+
+}  // namespace
+
+std::uint32_t parse_number(const std::string& tried, std::string_view text, std::uint32_t maximum) {
+  const bool hexadecimal = text.starts_with("0x");
+  const std::string_view digits = hexadecimal ? text.substr(2) : text;
+  std::uint32_t value = 0;
+  const auto [end, error] = std::from_chars(digits.begin(), digits.end(), value, hexadecimal ? 16 : 10);
+  if (error != std::errc() || end != digits.end() || value > maximum) {
+    throw UsageError(tried + ": bad number (" + std::string(text) + ", 0 to " + std::to_string(maximum) + ")");
+  }
+  return value;
+}
+
+tools::Address parse_register(const std::string& tried, std::string_view text) {
+  if (const auto address = tools::parse_address(text)) return *address;
+  const std::vector<std::string> names = tools::register_names();
+  throw UsageError(tried + ": no such register (" + std::string(text) +
+                   tools::did_you_mean(text, {names.begin(), names.end()}) +
+                   ", CATEGORY/BYTE up to 255/65535 or a register's name)");
+}
+
+RegisterValues parse_register_values(const std::string& tried, std::string_view text) {
+  const std::size_t equals = text.find('=');
+  if (equals == text.npos) throw UsageError(tried + ": no value (" + std::string(text) + ", REGISTER=VALUE)");
+  RegisterValues result{parse_register(tried, text.substr(0, equals)), {}};
+  for (const std::string_view word : split(text.substr(equals + 1), ',')) {
+    result.values.push_back(static_cast<std::uint8_t>(parse_number(tried, word, 255)));
+  }
+  return result;
+}
+
+RegisterValues parse_register_value(const std::string& tried, std::string_view text) {
+  RegisterValues result = parse_register_values(tried, text);
+  if (result.values.size() > 1) throw UsageError(tried + ": more than one value (" + std::string(text) + ")");
+  return result;
+}
+
+FaultText parse_fault(const std::string& tried, std::string_view text) {
+  const std::vector<std::string_view> words = split(text, ':');
+  const std::optional<Fault> fault = fault_from_name(words[0]);
+  if (!fault || *fault == Fault::none || words.size() > 4) {
+    std::string names;
+    for (const std::string_view name : kFaultNames) {
+      if (name != "none") names.append(names.empty() ? "" : " ").append(name);
+    }
+    throw UsageError(tried + ": no such fault (" + std::string(text) + ", NAME[:EXCHANGE[:COUNT[:ENTRY]]] with " +
+                     names + ")");
+  }
+  FaultText result{*fault, {}};
+  if (words.size() > 1) result.plan.exchange = parse_number(tried, words[1], 1000000);
+  if (words.size() > 2) result.plan.count = parse_number(tried, words[2], 1000000);
+  if (words.size() > 3) result.plan.entry = parse_number(tried, words[3], 15);
+  return result;
+}
+
+}  // namespace ipcam::sim

@@ -1,0 +1,132 @@
+// Namespaces of the simulator's own: /tmp, /var/tmp and System V objects that nobody else on the machine sees.
+#include "sim/namespaces.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace ipcam::sim {
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void fail(const std::string& what) {
+  throw std::runtime_error("namespaces: " + what + ": " + std::strerror(errno));
+}
+
+void write_map(const char* path, const std::string& text) {
+  std::ofstream file(path);
+  file << text;
+  file.close();
+  if (!file) fail(path);
+}
+
+// The user stays who it is.
+void map_user(uid_t user, gid_t group) {
+  write_map("/proc/self/setgroups", "deny");
+  write_map("/proc/self/uid_map", std::to_string(user) + " " + std::to_string(user) + " 1");
+  write_map("/proc/self/gid_map", std::to_string(group) + " " + std::to_string(group) + " 1");
+}
+
+// A folder that is to be seen again when something has been mounted over its path.
+struct KeptFolder {
+  fs::path path;
+  int descriptor;
+};
+
+std::vector<KeptFolder> open_folders_below(const fs::path& directory) {
+  std::vector<KeptFolder> kept;
+  for (const fs::path& path : {fs::current_path(), fs::read_symlink("/proc/self/exe").parent_path()}) {
+    if (path.string().starts_with(directory.string() + "/")) {
+      kept.push_back({path, open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)});
+    }
+  }
+  return kept;
+}
+
+// Puts an empty directory over a shared one.
+void cover(const fs::path& directory) {
+  const std::vector<KeptFolder> kept = open_folders_below(directory);
+  if (mount("camsim", directory.c_str(), "tmpfs", 0, "mode=1777") != 0) fail(directory);
+  for (const KeptFolder& folder : kept) {
+    fs::create_directories(folder.path);
+    const std::string source = "/proc/self/fd/" + std::to_string(folder.descriptor);
+    if (mount(source.c_str(), folder.path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) fail(folder.path);
+    close(folder.descriptor);
+  }
+}
+
+// "ipc:[4026531839]"; empty for a process that is gone, or another user's.
+std::string namespace_of(const std::string& process, const char* kind) {
+  std::error_code error;
+  return fs::read_symlink("/proc/" + process + "/ns/" + kind, error).string();
+}
+
+// Whether the process has come from the caller's namespaces into its own: such a simulator keeps the ones it left open.
+bool is_simulator_from_here(const fs::path& process, const std::string& here) {
+  std::ifstream file(process / "comm");
+  std::string name;
+  if (!std::getline(file, name) || name != "camsim") return false;
+  std::error_code error;
+  for (const fs::directory_entry& descriptor : fs::directory_iterator(process / "fd", error)) {
+    if (fs::read_symlink(descriptor.path(), error).string() == here) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+void enter_own_namespaces() {
+  const fs::path here = fs::current_path();
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  // Stays open as long as the process lives: `camsim exec` knows by it which simulator is meant.
+  if (open("/proc/self/ns/ipc", O_RDONLY | O_CLOEXEC) < 0) fail("/proc/self/ns/ipc");
+  if (unshare(CLONE_NEWNS | CLONE_NEWIPC | (user != 0 ? CLONE_NEWUSER : 0)) != 0) fail("unshare");
+  if (user != 0) map_user(user, group);
+  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) fail("private mounts");
+  cover("/tmp");
+  cover("/var/tmp");
+  fs::current_path(here);
+}
+
+void join_namespaces(pid_t pid) {
+  const fs::path here = fs::current_path();
+  const bool same_user = namespace_of(std::to_string(pid), "user") == namespace_of("self", "user");
+  const auto process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+  if (process < 0) fail("process " + std::to_string(pid));
+  const int joined = setns(process, CLONE_NEWNS | CLONE_NEWIPC | (same_user ? 0 : CLONE_NEWUSER));
+  if (joined != 0) fail("joining process " + std::to_string(pid));
+  close(process);
+  fs::current_path(here);
+}
+
+std::optional<pid_t> find_own_simulator() {
+  const std::string here = namespace_of("self", "ipc");
+  std::optional<pid_t> found;
+  for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
+    const std::string process = entry.path().filename();
+    if (process.find_first_not_of("0123456789") != process.npos || namespace_of(process, "ipc") == here ||
+        !is_simulator_from_here(entry.path(), here)) {
+      continue;
+    }
+    if (found) {
+      throw std::runtime_error("namespaces: several simulators (processes " + std::to_string(*found) + " and " +
+                               process + "): choose one with --camera");
+    }
+    found = static_cast<pid_t>(std::stol(process));
+  }
+  return found;
+}
+
+}  // namespace ipcam::sim

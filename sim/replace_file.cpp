@@ -1,0 +1,39 @@
+// Files that are replaced as a whole.
+#include "sim/replace_file.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+namespace ipcam::sim {
+
+void check_replaceable(const std::string& path) {
+  std::error_code ignored;
+  if (std::filesystem::exists(path, ignored) && !std::filesystem::is_regular_file(path, ignored)) {
+    throw std::runtime_error(path + ": cannot be written: not a file");
+  }
+  const std::string folder = std::filesystem::path(path).parent_path().string();
+  if (access(folder.empty() ? "." : folder.c_str(), W_OK) != 0) {
+    throw std::runtime_error(path + ": cannot be written: " + std::strerror(errno));
+  }
+}
+
+void replace_file(const std::string& path, const std::function<void(const std::string&)>& write) {
+  check_replaceable(path);
+  const std::string temporary = path + "." + std::to_string(getpid());
+  try {
+    write(temporary);
+    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+      throw std::runtime_error(path + ": cannot be written: " + std::strerror(errno));
+    }
+  } catch (...) {
+    unlink(temporary.c_str());
+    throw;
+  }
+}
+
+}  // namespace ipcam::sim

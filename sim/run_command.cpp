@@ -1,0 +1,197 @@
+// `camsim run`: a comm application with whatever its options bring about.
+#include "sim/run_command.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <optional>
+
+#include "sim/comm_application.h"
+#include "sim/input_text.h"
+#include "sim/namespaces.h"
+#include "sim/picture.h"
+#include "sim/register_file.h"
+#include "sim/replace_file.h"
+#include "sim/scenario.h"
+#include "sim/trace_line.h"
+
+namespace ipcam::sim {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Long enough for the writes of one setting to be over, short enough to seem immediate.
+constexpr std::chrono::milliseconds kPictureDelay{200};
+
+// Between two looks at the standard input, whose steps are written by hand or by a script.
+constexpr int kInputLook_ms = 20;
+
+class Run {
+ public:
+  explicit Run(const RunOptions& options);
+  void serve();
+
+ private:
+  void begin_to_serve();
+  void print(const Exchange& exchange) const;
+
+  // When the next step is due, if its exchanges have been seen.
+  std::optional<Clock::time_point> step_time() const;
+  void play(const ScenarioStep& step);
+  void play_input();
+  void restart(int down_ms);
+
+  void look_at_picture();
+  void draw_picture();
+
+  // Until the next step, picture or look at the input is due; -1 when none is.
+  int limit_ms() const;
+
+  const RunOptions& options_;
+  SharedSwitchboard board_;
+  std::optional<CommApplication> application_;
+  std::vector<ScenarioStep> steps_;
+  std::size_t next_step_ = 0;
+  Clock::time_point quiet_since_;
+  bool input_is_open_;
+  std::string input_;                              // what has been read of the next line
+  std::optional<PictureSettings> shown_;           // as the registers were at the last look
+  std::optional<Clock::time_point> picture_time_;  // when they are to be drawn, if they have not been
+};
+
+Run::Run(const RunOptions& options) : options_(options), input_is_open_(options.steps_from_input) {
+  if (!options.registers.empty()) load_registers(*board_, options.registers);
+  for (const std::string& text : options.settings) {
+    const RegisterValues row = parse_register_value("--set", text);
+    board_->set_reg(row.address.category, row.address.byte, row.values[0]);
+  }
+  for (const std::string& text : options.faults) {
+    const FaultText fault = parse_fault("--fault", text);
+    if (board_->arm(fault.fault, fault.plan)) continue;
+    throw UsageError("--fault: too many faults (at most " + std::to_string(Switchboard::kFaultSlots) + ")");
+  }
+  if (!options.scenario.empty()) steps_ = load_scenario(options.scenario);
+  // Better now than at the end of a long session.
+  if (!options.save_registers.empty()) check_replaceable(options.save_registers);
+}
+
+void Run::begin_to_serve() {
+  application_.emplace(*board_);
+  if (options_.keep) application_->leave_objects();
+  if (options_.trace || options_.json) {
+    application_->on_exchange([this](const Exchange& exchange) { print(exchange); });
+  }
+  quiet_since_ = Clock::now();
+  std::fprintf(stderr, "camsim: serving requests, process %d\n", static_cast<int>(getpid()));
+}
+
+void Run::print(const Exchange& exchange) const {
+  const std::uint32_t number = board_->trace_end - 1;
+  std::printf("%s\n", (options_.json ? trace_json(exchange, number) : trace_line(exchange)).c_str());
+  std::fflush(stdout);
+}
+
+std::optional<Clock::time_point> Run::step_time() const {
+  if (next_step_ == steps_.size() || board_->trace_end < steps_[next_step_].exchanges) return std::nullopt;
+  return quiet_since_ + std::chrono::milliseconds(steps_[next_step_].pause_ms);
+}
+
+void Run::play(const ScenarioStep& step) {
+  using Action = ScenarioStep::Action;
+  std::fprintf(stderr, "camsim: after %u exchanges: %s\n", board_->trace_end.load(), step.text.c_str());
+  for (const RegisterValues& row : step.registers) {
+    if (step.action == Action::set) {
+      board_->set_reg(row.address.category, row.address.byte, row.values[0]);
+    } else if (!board_->script(row.address.category, row.address.byte, row.values)) {
+      throw std::runtime_error(step.where + ": too many values or scripts (at most 256, " +
+                               std::to_string(Switchboard::kScriptSlots) + ")");
+    }
+  }
+  for (const FaultText& fault : step.faults) {
+    if (board_->arm(fault.fault, fault.plan)) continue;
+    throw std::runtime_error(step.where + ": too many faults at a time (at most " +
+                             std::to_string(Switchboard::kFaultSlots) + ")");
+  }
+  if (step.action == Action::restart) restart(step.down_ms);
+}
+
+// A line that is no step is reported and skipped: whoever writes them wants the camera to go on.
+void Run::play_input() {
+  pollfd input{.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};
+  if (!input_is_open_ || poll(&input, 1, 0) <= 0) return;
+  char bytes[512];
+  const ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes);
+  input_is_open_ = count > 0;
+  if (count > 0) input_.append(bytes, static_cast<std::size_t>(count));
+  for (std::size_t end = input_.find('\n'); end != std::string::npos; end = input_.find('\n')) {
+    try {
+      play(parse_step_now("standard input", input_.substr(0, end)));
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "camsim: %s\n", error.what());
+    }
+    input_.erase(0, end + 1);
+  }
+}
+
+void Run::restart(int down_ms) {
+  application_->leave_objects();
+  application_.reset();
+  poll(nullptr, 0, down_ms);
+  begin_to_serve();
+}
+
+void Run::look_at_picture() {
+  if (options_.picture.empty()) return;
+  const PictureSettings now = picture_settings(*board_);
+  if (shown_ == now) return;
+  shown_ = now;
+  picture_time_ = Clock::now() + kPictureDelay;
+}
+
+void Run::draw_picture() {
+  write_picture(*shown_, options_.picture);
+  picture_time_.reset();
+}
+
+int Run::limit_ms() const {
+  const auto step = step_time();
+  const int look_ms = input_is_open_ ? kInputLook_ms : -1;
+  if (!step && !picture_time_) return look_ms;
+  const Clock::time_point next =
+      std::min(step.value_or(Clock::time_point::max()), picture_time_.value_or(Clock::time_point::max()));
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
+  const int wait_ms = static_cast<int>(std::max<std::int64_t>(wait.count(), 0));
+  return input_is_open_ ? std::min(wait_ms, look_ms) : wait_ms;
+}
+
+void Run::serve() {
+  look_at_picture();
+  if (picture_time_) draw_picture();  // before anybody is told that the camera is there
+
+  begin_to_serve();
+  CommApplication::Event event{};
+  do {
+    while (step_time() && *step_time() <= Clock::now()) play(steps_[next_step_++]);
+    play_input();
+    look_at_picture();
+    if (picture_time_ && *picture_time_ <= Clock::now()) draw_picture();
+    event = application_->serve_one(limit_ms());
+    if (event == CommApplication::Event::doorbell) quiet_since_ = Clock::now();
+  } while (event != CommApplication::Event::stop);
+  application_.reset();
+
+  if (picture_time_) draw_picture();
+  if (!options_.save_registers.empty()) save_registers(*board_, options_.save_registers);
+}
+
+}  // namespace
+
+void run(const RunOptions& options) {
+  if (options.own_namespaces) enter_own_namespaces();
+  Run(options).serve();
+}
+
+}  // namespace ipcam::sim

@@ -1,0 +1,28 @@
+// `camsim run`: a comm application with whatever its options bring about.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ipcam::sim {
+
+// Empty texts: not wanted.
+struct RunOptions {
+  bool trace = false;
+  bool json = false;
+  bool keep = false;
+  bool steps_from_input = false;
+  bool own_namespaces = false;
+  std::string registers;
+  std::string save_registers;
+  std::string scenario;
+  std::string picture;
+  std::vector<std::string> settings;
+  std::vector<std::string> faults;
+};
+
+// Serves requests until SIGINT or SIGTERM. Throws UsageError before anything has been made or written, and
+// std::runtime_error when the system refuses something.
+void run(const RunOptions& options);
+
+}  // namespace ipcam::sim
