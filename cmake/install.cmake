@@ -1,12 +1,16 @@
-# Installation: libraries, headers, CMake packages, pkg-config files and tools.
+# Installation: libraries, headers, CMake packages and pkg-config files. Each library is a component of its own; what
+# only building against them needs is the component development.
 include(CMakePackageConfigHelpers)
+include(cmake/manual_page.cmake)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
 
 # The pkg-config files find their prefix from where they lie, so that an installed tree can be moved.
 file(RELATIVE_PATH pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 
 # install_library(<target> <namespace> <header folder>): the library, its headers and what finds it again.
 function(install_library target namespace headers)
-  install(TARGETS ${target} EXPORT ${target} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(TARGETS ${target} EXPORT ${target}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${target} NAMELINK_COMPONENT development)
   install(DIRECTORY ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
   set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${target})
@@ -23,6 +27,7 @@ function(install_library target namespace headers)
 endfunction()
 
 install_library(camera_ctrl camera_ctrl:: include/ipcam)
+manual_page(camera_ctrl SECTION 3 EXAMPLE ${PROJECT_SOURCE_DIR}/examples/first_steps.cpp)
 if(CAMERA_CTRL_HOST_PLATFORM)
   install_library(ipcam_platform "" platform/include/ipcam)
 endif()

@@ -1,11 +1,23 @@
-# manual_page(<name>): builds docs/<name>.1.scd, and installs the page, where scdoc is there.
+# manual_page(<name> [SECTION <number>] [EXAMPLE <file>]): builds docs/<name>.<section>.scd, section 1 by default, and
+# installs the page, where scdoc is there. The text @EXAMPLE@ in it stands for the contents of the file.
 find_program(SCDOC scdoc)
 function(manual_page name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "SECTION;EXAMPLE" "")
   if(NOT SCDOC)
     return()
   endif()
-  set(source ${PROJECT_SOURCE_DIR}/docs/${name}.1.scd)
-  add_custom_command(OUTPUT ${name}.1 COMMAND ${SCDOC} < ${source} > ${name}.1 DEPENDS ${source} VERBATIM)
-  add_custom_target(${name}_page ALL DEPENDS ${name}.1)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  if(NOT arg_SECTION)
+    set(arg_SECTION 1)
+  endif()
+  if(arg_EXAMPLE)
+    file(READ ${arg_EXAMPLE} EXAMPLE)
+    string(REPLACE "\\" "\\\\" EXAMPLE "${EXAMPLE}")  # scdoc takes one of two
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${arg_EXAMPLE})
+  endif()
+  set(page ${name}.${arg_SECTION})
+  set(source ${CMAKE_CURRENT_BINARY_DIR}/${page}.scd)
+  configure_file(${PROJECT_SOURCE_DIR}/docs/${page}.scd ${source} @ONLY)
+  add_custom_command(OUTPUT ${page} COMMAND ${SCDOC} < ${source} > ${page} DEPENDS ${source} VERBATIM)
+  add_custom_target(${name}_page ALL DEPENDS ${page})
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${arg_SECTION})
 endfunction()

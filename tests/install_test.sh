@@ -20,7 +20,8 @@ find_package(camera_ctrl 1.0 REQUIRED)
 add_executable(with_cmake example.cpp)
 target_link_libraries(with_cmake PRIVATE camera_ctrl::camera_ctrl)
 CMAKE
-cmake -S "$work" -B "$work" -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" >"$work/configure.log"
+cmake -G Ninja -S "$work" -B "$work" \
+  -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" >"$work/configure.log"
 cmake --build "$work" >"$work/build.log"
 
 packages=$(dirname "$(find "$prefix" -name camera_ctrl.pc)")

@@ -23,6 +23,9 @@ if(NOT CAMERA_CTRL_SANITIZE AND NOT CMAKE_CROSSCOMPILING AND CAMERA_CTRL_TOOLS)
 endif()
 if(NOT CAMERA_CTRL_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release")
   add_test(NAME exported_symbols_test COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-symbols $<TARGET_FILE:camera_ctrl>)
+  add_test(NAME exported_layout_test COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-layout $<TARGET_FILE:camera_ctrl>)
+  add_test(NAME binaries_test COMMAND
+    ${CMAKE_CURRENT_SOURCE_DIR}/binaries_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
 endif()
 if(CMAKE_CROSSCOMPILING AND CMAKE_SIZEOF_VOID_P EQUAL 4 AND CAMERA_CTRL_TOOLS)
   add_test(NAME mixed_widths_test COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/mixed_widths_test.sh
