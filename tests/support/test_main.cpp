@@ -1,11 +1,31 @@
-// Runs the tests of one program, but only in a world of their own.
+// Runs the tests of one program, in a world of their own.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <vector>
+
+namespace {
+
+// Replaces the program by itself in such a world; returns when that cannot be done.
+void enter_world(char** arguments) {
+  char script[] = TEST_SOURCE_DIR "/tests/world.sh";
+  char build[] = TEST_BINARY_DIR;
+  char program[] = "/proc/self/exe";
+  char path[4096] = {};
+  if (readlink(program, path, sizeof path - 1) < 0) return;
+  std::vector<char*> command = {script, build, path};
+  for (char** argument = arguments + 1; *argument != nullptr; ++argument) command.push_back(*argument);
+  command.push_back(nullptr);
+  execv(script, command.data());
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   if (std::getenv("CAMERA_TEST_WORLD") == nullptr) {
+    enter_world(argv);
     std::fprintf(stderr, "%s: run it by tests/world.sh\n", argv[0]);
     return 1;
   }
