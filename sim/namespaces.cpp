@@ -46,7 +46,9 @@ struct KeptFolder {
 
 std::vector<KeptFolder> open_folders_below(const fs::path& directory) {
   std::vector<KeptFolder> kept;
-  for (const fs::path& path : {fs::current_path(), fs::read_symlink("/proc/self/exe").parent_path()}) {
+  // Beside bin/ there is lib/, which `camsim exec` and what it runs need.
+  const fs::path programs = fs::read_symlink("/proc/self/exe").parent_path();
+  for (const fs::path& path : {fs::current_path(), programs.parent_path()}) {
     if (path.string().starts_with(directory.string() + "/")) {
       kept.push_back({path, open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)});
     }

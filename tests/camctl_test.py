@@ -220,6 +220,11 @@ class CamctlTest(unittest.TestCase):
             # The sensor itself sets the readout field.
             self.check(camctl('reg', 'write', '2/0=0x10'), 1,
                        'reg write: register 2/0x00 holds 0x08, not 0x10 under mask 0x1c')
+        # Somebody else writes between a request and the look at its registers, its last exchange.
+        _, trace = traffic_of('set', 'saturation=4')
+        pathlib.Path('scenario').write_text(f'at {len(trace) - 1} set saturation=1\n')
+        with Camera('--scenario', 'scenario'):
+            self.check(camctl('set', 'saturation=4'), 1, 'set saturation=4: register 10/0x09 holds 1, not 160')
 
     def test_watch_shows_the_state_then_each_change_at_once(self):
         with Camera():
