@@ -126,9 +126,7 @@ CommApplication::CommApplication(Switchboard& board) : board_(board) {
   board_.posted_seen = board_.posted.load();
   board_.comm_pid = static_cast<std::uint32_t>(getpid());
   board_.running = 1;
-  record_->status = kIdle;
-  record_->req_pid = 0;
-  copy_to(record_->packet, {});
+  clear_record();
   record_->comm_pid = getpid();
   unlock();
   ++board_.starts;
@@ -181,6 +179,19 @@ CommApplication::Event CommApplication::serve_one(int limit_ms) {
 void CommApplication::run() {
   while (serve_one(-1) != Event::stop) {
   }
+}
+
+void CommApplication::clear_record() {
+  record_->status = kIdle;
+  record_->req_pid = 0;
+  copy_to(record_->packet, {});
+}
+
+void CommApplication::clear_abandoned() {
+  lock();
+  const pid_t requester = record_->req_pid;
+  if (record_->status != kIdle && requester > 0 && kill(requester, 0) != 0 && errno == ESRCH) clear_record();
+  unlock();
 }
 
 void CommApplication::serve_doorbell() {

@@ -34,6 +34,9 @@ class CommApplication {
   // Serves requests until SIGINT or SIGTERM.
   void run();
 
+  // Makes the record idle when the requester that has posted in it, or has been answered, is gone.
+  void clear_abandoned();
+
  private:
   struct Request {
     std::uint32_t posted;  // the switchboard's count when the doorbell came
@@ -43,6 +46,7 @@ class CommApplication {
   };
 
   void open_objects();
+  void clear_record();
   void serve_doorbell();
   // Puts the reply into the record, lets go of it and rings, as far as the fault allows. The lock is held.
   void deliver(const Request& request, const Packet& reply);

@@ -26,8 +26,10 @@ using Clock = std::chrono::steady_clock;
 // Long enough for the writes of one setting to be over, short enough to seem immediate.
 constexpr std::chrono::milliseconds kPictureDelay{200};
 
-// Between two looks at the standard input, whose steps are written by hand or by a script.
+// Between two looks at the standard input, whose steps are written by hand or by a script; and, without it, whether a
+// requester was killed, which would leave the record busy for everyone.
 constexpr int kInputLook_ms = 20;
+constexpr int kRecordLook_ms = 200;
 
 class Run {
  public:
@@ -47,7 +49,7 @@ class Run {
   void look_at_picture();
   void draw_picture();
 
-  // Until the next step, picture or look at the input is due; -1 when none is.
+  // Until the next step, picture or look is due.
   int limit_ms() const;
 
   const RunOptions& options_;
@@ -157,14 +159,12 @@ void Run::draw_picture() {
 }
 
 int Run::limit_ms() const {
-  const auto step = step_time();
-  const int look_ms = input_is_open_ ? kInputLook_ms : -1;
-  if (!step && !picture_time_) return look_ms;
   const Clock::time_point next =
-      std::min(step.value_or(Clock::time_point::max()), picture_time_.value_or(Clock::time_point::max()));
+      std::min(step_time().value_or(Clock::time_point::max()), picture_time_.value_or(Clock::time_point::max()));
+  const int look_ms = input_is_open_ ? kInputLook_ms : kRecordLook_ms;
+  if (next == Clock::time_point::max()) return look_ms;
   const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
-  const int wait_ms = static_cast<int>(std::max<std::int64_t>(wait.count(), 0));
-  return input_is_open_ ? std::min(wait_ms, look_ms) : wait_ms;
+  return static_cast<int>(std::clamp<std::int64_t>(wait.count(), 0, look_ms));
 }
 
 void Run::serve() {
@@ -180,6 +180,7 @@ void Run::serve() {
     if (picture_time_ && *picture_time_ <= Clock::now()) draw_picture();
     event = application_->serve_one(limit_ms());
     if (event == CommApplication::Event::doorbell) quiet_since_ = Clock::now();
+    if (event == CommApplication::Event::quiet) application_->clear_abandoned();
   } while (event != CommApplication::Event::stop);
   application_.reset();
 

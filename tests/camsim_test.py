@@ -256,6 +256,15 @@ class RefusalTest(unittest.TestCase):
         self.assertIn('held by another comm application', result.stderr)
 
 
+class AbandonedRequestTest(unittest.TestCase):
+    def test_a_requester_that_was_killed_does_not_keep_the_others_out(self):
+        with Camera('--fault', 'no_reply') as camera:
+            with subprocess.Popen([CAMCTL, 'reg', 'read', 'saturation'], stderr=subprocess.DEVNULL) as victim:
+                camera.wait_for('!no_reply')
+                victim.kill()
+            self.assertEqual(camctl('reg', 'read', 'saturation').returncode, 0)
+
+
 class OwnNamespacesTest(unittest.TestCase):
     """A private camsim, which takes its steps while it runs."""
 
