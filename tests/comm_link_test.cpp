@@ -81,6 +81,9 @@ TEST_F(CommLink, SignalsNoProcessGroup) {
 TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
   shm_info record{};
   packet_info packet{.count = 1, .length = 129, .data = {}};
+  packet_info negative{.count = 0, .length = -12, .data = {}};
+  int id = 0;
+  std::intptr_t address = 0;
   const struct {
     std::function<int()> call;
     std::string err;
@@ -88,6 +91,12 @@ TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
       {[&] { return dsp.check_ipc(&record, 1); }, "dspset: [ERROR] invalid status!\n"},
       {[&] { return dsp.check_ipc(&record, 2); }, "dspset: [ERROR] shared memory status error!\n"},
       {[&] { return dsp.check_ipc(nullptr, 0); }, "dspset: [ERROR] shared memory is not attached!\n"},
+      {[&] { return dsp.check_ipc(nullptr, 3); }, "dspset: [ERROR] invalid status!\n"},
+      {[&] { return dsp.get_key(nullptr); }, "dspset: [ERROR] ftok failed!\n"},
+      {[&] { return dsp.getinfo_ipc(&id, nullptr, 1, &address); }, "dspset: [ERROR] argument error!\n"},
+      {[&] { return dsp.getinfo_ipc(&id, &id, -1, &address); }, "dspset: [ERROR] shmget failed!\n"},
+      {[&] { return dsp.add_cmd_packet(1, {}, nullptr); }, "dspset: [ERROR] argument error!\n"},
+      {[&] { return dsp.add_cmd_packet(1, {}, &negative); }, "dspset: [ERROR] too many commands! cmd:1 bytes:-6\n"},
       {[&] { return dsp.send_to_comm(&packet); }, "dspset: [ERROR] too many parameter!\n"},
       {[&] { return packet.length = -1, dsp.send_to_comm(&packet); }, "dspset: [ERROR] too many parameter!\n"},
       {[&] { return dsp.send_to_comm(nullptr); }, "dspset: [ERROR] too many parameter!\n"},
@@ -96,7 +105,10 @@ TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
     const Output output = capture([&] { EXPECT_EQ(c.call(), -1); });
     EXPECT_EQ(output.err, c.err);
   }
+  EXPECT_EQ(address, 0) << "nothing is attached";
   EXPECT_EQ(dsp.check_ipc(&record, 0), 0);
+  record.req_pid = 9;
+  EXPECT_EQ(dsp.check_ipc(&record, 0), -1);
   record = {.status = 2, .comm_pid = 9, .req_pid = getpid(), .count = 3, .length = 4, .data = {1, 2}};
   EXPECT_EQ(dsp.check_ipc(&record, 2), 0);
   dsp.clean_ipc(&record);

@@ -79,7 +79,7 @@ int CameraTest::request(int code, int value) {
   camera::s_cam_cgi_cmd command{};
   command.code = code;
   command.value = value;
-  return camera::cam_cgi_command(&command) == 0 ? command.result : -1000;
+  return camera::cam_cgi_command(&command) == 0 ? command.result : kNotServed;
 }
 
 int CameraTest::inquire(int code) {

@@ -53,7 +53,8 @@ class CameraTest : public ::testing::Test {
   // Does nothing when it does not run. Also called at the end of the test.
   void stop_control_thread();
 
-  // One request to the control thread: its result, or -1000 when it was not served.
+  static constexpr int kNotServed = -1000;
+  // One request to the control thread: its result, or kNotServed.
   int request(int code, int value = 0);
   // One query: its answer.
   int inquire(int code);

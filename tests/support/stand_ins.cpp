@@ -19,6 +19,8 @@
 #include <mutex>
 #include <new>
 
+#include "ipcam/comm/thd_if.h"
+#include "ipcam/comm/wit_end.h"
 #include "tests/support/interpose.h"
 
 namespace ipcam::test {
@@ -158,6 +160,30 @@ STAND_IN int semtimedop(int id, sembuf* operations, std::size_t count, const tim
 STAND_IN int semop(int id, sembuf* operations, std::size_t count) noexcept {
   return semtimedop(id, operations, count, nullptr);
 }
+
+// --- Queues and reply semaphores of the camera's own libraries ---
+
+// What the platform's library would be asked for by this name.
+#define FAILING_PLATFORM_CALL(name, symbol, parameters, arguments)                                    \
+  __attribute__((visibility("default"))) int ipcam::comm::name parameters {                           \
+    static auto* const kReal = reinterpret_cast<decltype(&ipcam::comm::name)>(real_function(symbol)); \
+    long result = 0;                                                                                  \
+    return fails(#name, result) ? static_cast<int>(result) : kReal arguments;                         \
+  }
+
+// clang-format off
+FAILING_PLATFORM_CALL(ThdIf_new, "_ZN5ipcam4comm9ThdIf_newEPvjPFiiS1_ES3_PNS0_11s_thdIf_ctlE",
+    (void* storage, unsigned int size, int (*first)(int, void*), int (*second)(int, void*), s_thdIf_ctl* ctl),
+    (storage, size, first, second, ctl))
+FAILING_PLATFORM_CALL(ThdIf_send, "_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE",
+    (int type, void* message, s_thdIf_ctl* ctl), (type, message, ctl))
+FAILING_PLATFORM_CALL(ThdIf_delete, "_ZN5ipcam4comm12ThdIf_deleteEPNS0_11s_thdIf_ctlE", (s_thdIf_ctl* ctl), (ctl))
+FAILING_PLATFORM_CALL(WitEnd_new, "_ZN5ipcam4comm10WitEnd_newEPNS0_12s_witEnd_semEiPNS0_12s_witEnd_ctlE",
+    (s_witEnd_sem* sems, int count, s_witEnd_ctl* ctl), (sems, count, ctl))
+FAILING_PLATFORM_CALL(WitEnd_get, "_ZN5ipcam4comm10WitEnd_getEPiPNS0_12s_witEnd_ctlE", (int* number, s_witEnd_ctl* ctl),
+    (number, ctl))
+FAILING_PLATFORM_CALL(WitEnd_delete, "_ZN5ipcam4comm13WitEnd_deleteEPNS0_12s_witEnd_ctlE", (s_witEnd_ctl* ctl), (ctl))
+// clang-format on
 
 // --- Files and devices ---
 
