@@ -97,9 +97,7 @@ int DspCommand::apply_table(param_info* table, int n) {
   }
 
   clear_packets();
-  for (int i = 0; i < n; ++i) {
-    if (add_cmd_packet(ACCESS_WRITE, table[i], &command_packet) < 0) return -1;
-  }
+  for (int i = 0; i < n; ++i) add_cmd_packet(ACCESS_WRITE, table[i], &command_packet);  // as many as were read
   if (exchange() < 0) return -1;
 
   if (!reply_matches(reply_packet, n, kWriteReplySize)) return report_bad_reply();
@@ -182,7 +180,7 @@ int DspCommand::run_list(int mode, char* list, unsigned char* result) {
 
   clear_packets();
   for (int i = 0; i < n; ++i) {
-    if (add_cmd_packet(ACCESS_WRITE, entries[static_cast<std::size_t>(i)], &command_packet) < 0) return -1;
+    add_cmd_packet(ACCESS_WRITE, entries[static_cast<std::size_t>(i)], &command_packet);  // as many as were read
   }
   if (exchange() < 0) return -1;
 
