@@ -74,6 +74,9 @@ __attribute__((visibility("default"))) void* shmat(int /*id*/, const void* /*add
   return &ipcam::fuzz::g_record;
 }
 __attribute__((visibility("default"))) int shmdt(const void* /*address*/) { return 0; }
+__attribute__((visibility("default"))) int semop(int /*id*/, struct sembuf* /*operations*/, size_t /*count*/) {
+  return 0;
+}
 __attribute__((visibility("default"))) int semtimedop(int /*id*/, struct sembuf* /*operations*/, size_t /*count*/,
                                                       const struct timespec* /*limit*/) {
   return 0;
