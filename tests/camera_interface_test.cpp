@@ -1,13 +1,10 @@
 // The camera interface as its callers see it: slots, requests, answers, stubs, and the life of the control thread.
 #include "ipcam/camera/camera_interface.h"
 
-#include <dlfcn.h>
-
 #include <bit>
 #include <functional>
 #include <utility>
 
-#include "ipcam/comm/thd_if.h"
 #include "tests/support/camera_fixture.h"
 
 namespace {
@@ -17,23 +14,20 @@ constexpr int kStub = 0;     // nothing sent
 constexpr int kRaw = 2;      // a raw register command; all other numbers are request codes
 constexpr int kCodeWithoutHandler = 200;
 
-// While not null, the requests' codes and values are noted here, and setting requests go on without effect.
-std::vector<std::pair<int, int>>* g_sent = nullptr;
+std::vector<std::pair<int, int>> g_sent;
+
+// Notes the requests' codes and values, and lets setting requests go on without effect.
+void note_request(int type, void* message) {
+  if (type == 1) {
+    auto& request = *static_cast<ipcam::camera::s_cam_cgi_cmd*>(message);
+    g_sent.emplace_back(request.code, request.value);
+    request.code = kCodeWithoutHandler;
+  } else {
+    g_sent.emplace_back(kRaw, 0);
+  }
+}
 
 }  // namespace
-
-// Takes the place of the platform's function for the whole process.
-__attribute__((visibility("default"))) int ipcam::comm::ThdIf_send(int type, void* message, s_thdIf_ctl* ctl) {
-  static void* const send = dlsym(RTLD_NEXT, "_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE");
-  if (g_sent != nullptr && type == 1) {
-    auto& request = *static_cast<ipcam::camera::s_cam_cgi_cmd*>(message);
-    g_sent->emplace_back(request.code, request.value);
-    request.code = kCodeWithoutHandler;
-  } else if (g_sent != nullptr) {
-    g_sent->emplace_back(kRaw, 0);
-  }
-  return reinterpret_cast<int (*)(int, void*, s_thdIf_ctl*)>(send)(type, message, ctl);
-}
 
 namespace ipcam::test {
 namespace {
@@ -124,18 +118,17 @@ TEST_F(CameraInterfaceTest, OperationsFollowTheDestructorInTheAgreedOrder) {
 
 TEST_F(CameraInterfaceTest, EachOperationSendsItsOwnRequestOrNothing) {
   start();
-  std::vector<std::pair<int, int>> sent;
+  observe_messages(note_request);
   for (const Operation& operation : all_operations()) {
     SCOPED_TRACE("slot " + std::to_string(operation.slot));
-    g_sent = &sent;
     EXPECT_EQ(operation.kind == kAbsent ? -1 : 0, operation.call(*camera_if_));
-    g_sent = nullptr;
     const bool has_value =
         operation.kind != kRaw && operation.kind != 51 && operation.kind != 78 && operation.kind != 79;
     std::vector<std::pair<int, int>> expected;
     if (operation.kind > kStub) expected.emplace_back(operation.kind, has_value ? kArgument : 0);
-    EXPECT_EQ(expected, std::exchange(sent, {}));
+    EXPECT_EQ(expected, std::exchange(g_sent, {}));
   }
+  observe_messages(nullptr);
 }
 
 TEST_F(CameraInterfaceTest, NothingIsServedWithoutAControlThread) {

@@ -163,6 +163,19 @@ STAND_IN int semop(int id, sembuf* operations, std::size_t count) noexcept {
 
 // --- Queues and reply semaphores of the camera's own libraries ---
 
+namespace {
+
+std::atomic<MessageObserver> g_message_observer{nullptr};
+
+void* observed(int type, void* message) {
+  if (const MessageObserver observer = g_message_observer; observer != nullptr) observer(type, message);
+  return message;
+}
+
+}  // namespace
+
+void ipcam::test::observe_messages(MessageObserver observer) { g_message_observer = observer; }
+
 // What the platform's library would be asked for by this name.
 #define FAILING_PLATFORM_CALL(name, symbol, parameters, arguments)                                    \
   __attribute__((visibility("default"))) int ipcam::comm::name parameters {                           \
@@ -176,7 +189,7 @@ FAILING_PLATFORM_CALL(ThdIf_new, "_ZN5ipcam4comm9ThdIf_newEPvjPFiiS1_ES3_PNS0_11
     (void* storage, unsigned int size, int (*first)(int, void*), int (*second)(int, void*), s_thdIf_ctl* ctl),
     (storage, size, first, second, ctl))
 FAILING_PLATFORM_CALL(ThdIf_send, "_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE",
-    (int type, void* message, s_thdIf_ctl* ctl), (type, message, ctl))
+    (int type, void* message, s_thdIf_ctl* ctl), (type, observed(type, message), ctl))
 FAILING_PLATFORM_CALL(ThdIf_delete, "_ZN5ipcam4comm12ThdIf_deleteEPNS0_11s_thdIf_ctlE", (s_thdIf_ctl* ctl), (ctl))
 FAILING_PLATFORM_CALL(WitEnd_new, "_ZN5ipcam4comm10WitEnd_newEPNS0_12s_witEnd_semEiPNS0_12s_witEnd_ctlE",
     (s_witEnd_sem* sems, int count, s_witEnd_ctl* ctl), (sems, count, ctl))

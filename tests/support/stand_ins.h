@@ -66,4 +66,8 @@ int failures_left();
 // send the doorbell or wait for it. Each seed gives delays of its own.
 void shake_schedules(std::uint32_t seed);
 
+// Called with every message of a request before it is queued; null: nobody.
+using MessageObserver = void (*)(int type, void* message);
+void observe_messages(MessageObserver observer);
+
 }  // namespace ipcam::test
