@@ -128,6 +128,7 @@ void Run::play_input() {
   const ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes);
   input_is_open_ = count > 0;
   if (count > 0) input_.append(bytes, static_cast<std::size_t>(count));
+  if (!input_is_open_ && !input_.empty()) input_ += '\n';  // the last line may lack its end
   for (std::size_t end = input_.find('\n'); end != std::string::npos; end = input_.find('\n')) {
     try {
       play(parse_step_now("standard input", input_.substr(0, end)));

@@ -317,6 +317,11 @@ class OwnNamespacesTest(unittest.TestCase):
         self.step('restart')
         self.assertIn('serving requests', self.camera.stderr.readline())
         self.assertEqual(self.saturation(), '0x07')
+        self.camera.stdin.write('set saturation=8')  # the last line may lack its end
+        self.camera.stdin.close()
+        self.camera.stdin = None  # communicate() would flush it
+        self.assertIn('saturation=8', self.camera.stderr.readline())
+        self.assertEqual(self.saturation(), '0x08')
 
 
 class PictureTest(unittest.TestCase):
