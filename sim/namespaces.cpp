@@ -107,8 +107,14 @@ void join_namespaces(pid_t pid) {
   const bool same_user = namespace_of(std::to_string(pid), "user") == namespace_of("self", "user");
   const auto process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
   if (process < 0) fail("process " + std::to_string(pid));
+  const std::string root_path = "/proc/" + std::to_string(pid) + "/root";
+  const int root = open(root_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (root < 0) fail(root_path);
   const int joined = setns(process, CLONE_NEWNS | CLONE_NEWIPC | (same_user ? 0 : CLONE_NEWUSER));
   if (joined != 0) fail("joining process " + std::to_string(pid));
+  // Joining leads to the root of the whole mount namespace, which is another one where both run under chroot.
+  if (fchdir(root) != 0 || chroot(".") != 0) fail(root_path);
+  close(root);
   close(process);
   fs::current_path(here);
 }
