@@ -107,13 +107,13 @@ void join_namespaces(pid_t pid) {
   const bool same_user = namespace_of(std::to_string(pid), "user") == namespace_of("self", "user");
   const auto process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
   if (process < 0) fail("process " + std::to_string(pid));
-  const std::string root_path = "/proc/" + std::to_string(pid) + "/root";
-  const int root = open(root_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  if (root < 0) fail(root_path);
+  const std::string tried = "joining process " + std::to_string(pid);
+  const int root = open(("/proc/" + std::to_string(pid) + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (root < 0) fail(tried);
   const int joined = setns(process, CLONE_NEWNS | CLONE_NEWIPC | (same_user ? 0 : CLONE_NEWUSER));
-  if (joined != 0) fail("joining process " + std::to_string(pid));
+  if (joined != 0) fail(tried);
   // Joining leads to the root of the whole mount namespace, which is another one where both run under chroot.
-  if (fchdir(root) != 0 || chroot(".") != 0) fail(root_path);
+  if (fchdir(root) != 0 || chroot(".") != 0) fail(tried);
   close(root);
   close(process);
   fs::current_path(here);
