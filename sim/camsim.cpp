@@ -67,10 +67,10 @@ fs::path preload_library() {
 }
 
 int execute(const std::string& directory, std::optional<int> camera, std::vector<std::string> command) {
+  std::string preload = preload_library().string();  // before, since the way to this program may look different then
   if (!camera) camera = find_own_simulator();
   if (camera) join_namespaces(*camera);
   make_device_directory(directory);
-  std::string preload = preload_library().string();
   if (const char* others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0') {
     preload.append(":").append(others);
   }

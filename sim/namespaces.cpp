@@ -108,14 +108,10 @@ void join_namespaces(pid_t pid) {
   const auto process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
   if (process < 0) fail("process " + std::to_string(pid));
   const std::string tried = "joining process " + std::to_string(pid);
-  const int root = open(("/proc/" + std::to_string(pid) + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  if (root < 0) fail(tried);
-  const int joined = setns(process, CLONE_NEWNS | CLONE_NEWIPC | (same_user ? 0 : CLONE_NEWUSER));
-  if (joined != 0) fail(tried);
-  // Joining leads to the root of the whole mount namespace, which is another one where both run under chroot.
-  if (fchdir(root) != 0 || chroot(".") != 0) fail(tried);
-  close(root);
+  if (setns(process, CLONE_NEWNS | CLONE_NEWIPC | (same_user ? 0 : CLONE_NEWUSER)) != 0) fail(tried);
   close(process);
+  // That leads to the root of the whole mount namespace, which is not the process's own where it runs under chroot.
+  if (chroot(("/proc/" + std::to_string(pid) + "/root").c_str()) != 0) fail(tried);
   fs::current_path(here);
 }
 

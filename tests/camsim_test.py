@@ -298,13 +298,16 @@ class OwnNamespacesTest(unittest.TestCase):
         self.assertRegex(result.stderr, '^camsim: namespaces: joining process 1: ')
 
     def test_two_of_them_must_be_told_apart(self):
-        with subprocess.Popen([CAMSIM, '--private'], stderr=subprocess.PIPE, text=True) as other:
+        other = subprocess.Popen([CAMSIM, '--private'], stderr=subprocess.PIPE, text=True)
+        try:
             self.assertIn('serving requests', other.stderr.readline())
             result = camsim('exec', 'true')
             self.assertEqual(result.returncode, 1)
             self.assertIn('choose one with --camera', result.stderr)
             self.assertEqual(camsim('exec', '--camera', str(other.pid), 'true').returncode, 0)
+        finally:
             other.terminate()
+            other.communicate(timeout=20)
 
     def test_steps_take_place_at_once_and_bad_ones_change_nothing(self):
         self.assertIn('after 0 exchanges: fault no_reply', self.step('fault no_reply'))
