@@ -224,6 +224,7 @@ int main(int argc, char** argv) {
 
   ipcam::bench::isolate();
   g_peer = std::make_unique<CommPeer>();
+  // As in a well-behaved server program: no thread takes the doorbell from the one that waits for it.
   sigset_t doorbell;
   sigemptyset(&doorbell);
   sigaddset(&doorbell, SIGUSR1);

@@ -16,8 +16,8 @@ class CommPeer {
   CommPeer(const CommPeer&) = delete;
   CommPeer& operator=(const CommPeer&) = delete;
 
-  // One exchange on the bare primitives: lock, post, doorbell, unlock, wait, lock, check, clear, unlock.
-  // Signal 10 must be blocked in the calling thread. Returns whether it was answered.
+  // One exchange on the bare primitives: lock, block and drain signal 10, post, doorbell, unlock, wait, lock, check,
+  // clear, unlock. Signal 10 must be blocked in all other threads. Returns whether it was answered.
   bool bare_exchange();
 
  private:

@@ -7,8 +7,8 @@
 
 namespace ipcam::sim {
 
-// Both are for a process with one thread, need no root rights, and keep the working directory and the program's own
-// folder in place, even below /tmp. They throw std::runtime_error.
+// Entering and joining are for a process with one thread and need no root rights. The working directory and the
+// program's own tree stay in place, even below /tmp. Failures throw std::runtime_error.
 
 // Makes such namespaces and enters them.
 void enter_own_namespaces();
@@ -16,8 +16,7 @@ void enter_own_namespaces();
 // Enters those of another process of this user.
 void join_namespaces(pid_t pid);
 
-// The simulator that has left the caller's namespaces for its own; empty when there is none. Throws std::runtime_error
-// when there are several.
+// The simulator that has left the caller's namespaces for its own; empty when there is none. Several throw as well.
 std::optional<pid_t> find_own_simulator();
 
 }  // namespace ipcam::sim

@@ -133,6 +133,7 @@ void Run::play_input() {
     try {
       play(parse_step_now("standard input", input_.substr(0, end)));
     } catch (const std::exception& error) {
+      if (!application_) throw;  // a restart that did not succeed
       std::fprintf(stderr, "camsim: %s\n", error.what());
     }
     input_.erase(0, end + 1);
