@@ -3,6 +3,7 @@
 
 #include <mutex>
 
+#include "dsp/cancellation.h"
 #include "ipcam/camera/export.h"
 #include "ipcam/comm/mutex.h"
 
@@ -23,16 +24,17 @@ class IPCAM_CAPABILITY("mutex") LibraryMutex {
   std::mutex mutex_;
 };
 
-// Holds a mutex from construction to the end of the scope.
+// Holds a mutex from construction to the end of the scope; its thread cannot be cancelled meanwhile.
 template <class M>
 class IPCAM_SCOPED_CAPABILITY LockGuard {
  public:
   explicit LockGuard(M& mutex) IPCAM_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
-  ~LockGuard() IPCAM_RELEASE() { mutex_.unlock(); }
+  ~LockGuard() noexcept(false) IPCAM_RELEASE() { mutex_.unlock(); }
   LockGuard(const LockGuard&) = delete;
   LockGuard& operator=(const LockGuard&) = delete;
 
  private:
+  CancellationBlock cancellation_block_;
   M& mutex_;
 };
 
