@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "dsp/cancellation.h"
 #include "dsp/deadline.h"
 #include "dsp/locking.h"
 #include "ipcam/camera/dsp_command.h"
@@ -158,6 +159,7 @@ int DspCommand::getinfo_ipc(int* sem_id_out, int* shm_id_out, int size, std::int
 }
 
 int DspCommand::sem_operation(int op, short flags) {
+  CancellationBlock no_cancellation;
   sem_op = {.sem_num = 0, .sem_op = static_cast<short>(op), .sem_flg = flags};
   int failed = 0;
   if (op > 0) {
@@ -169,7 +171,10 @@ int DspCommand::sem_operation(int op, short flags) {
       left = to_timespec(deadline.remaining_ns());
     }
   }
-  if (failed == 0) return 0;
+  if (failed == 0) {
+    if (op < 0) no_cancellation.leave_pending();
+    return 0;
+  }
   std::fprintf(stderr, "%s: [ERROR] semop failed!\n", g_prgname);
   return -1;
 }
@@ -244,6 +249,7 @@ int DspCommand::send_to_comm(packet_info* packet) {
     std::fprintf(stderr, "%s: [ERROR] too many parameter!\n", g_prgname);
     return -1;
   }
+  CancellationBlock no_cancellation;
   if (sem_operation(-1, SEM_UNDO) < 0) return -1;
 
   if (shm != nullptr && g_segment_left.load() == shm_id) {
@@ -264,12 +270,16 @@ int DspCommand::send_to_comm(packet_info* packet) {
     result = send_sigusr2(shm->comm_pid);
   }
 
-  if (sem_operation(+1, SEM_UNDO) == 0) return result;
+  if (sem_operation(+1, SEM_UNDO) == 0) {
+    if (result == 0) no_cancellation.leave_pending();  // the record is taken until the reply has been fetched
+    return result;
+  }
   if (result == 0) g_segment_left.store(shm_id);  // rung, but nobody is going to fetch the reply
   return -1;
 }
 
 int DspCommand::get_from_comm(packet_info* packet) {
+  const CancellationBlock no_cancellation;
   int result = 0;
   if (wait_sigusr2(kReplyLimitSeconds) < 0 && g_signal_flg.exchange(0) == 0) {
     std::fprintf(stderr, "%s: [ERROR] wait sigusr2 failed!\n", g_prgname);

@@ -136,6 +136,7 @@ int DspCommand::do_aereference(unsigned char* text) {
 }
 
 int DspCommand::do_shutter_gain(s_ae_ptn pattern) {
+  const CancellationBlock no_cancellation;  // the mode belongs to the tables
   if (!within_tables(pattern)) {
     std::fprintf(stderr, "%s: [ERROR] invalid value! Shutter:%d\n", g_prgname, pattern.shutter);
     return -1;

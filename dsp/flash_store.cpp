@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "dsp/cancellation.h"
 #include "dsp/locking.h"
 #include "ipcam/camera/dsp_command.h"
 
@@ -158,6 +159,7 @@ int copy_parameters(unsigned char flag) {
 }  // namespace
 
 int DspCommand::do_flash(unsigned char flag) {
+  const CancellationBlock no_cancellation;  // half a copy is worse than a late end
   if (copy_parameters(flag) != 0) {
     std::fprintf(stderr, "%s: [ERROR]  ... failed!\n", g_prgname);
     return -1;

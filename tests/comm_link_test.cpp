@@ -13,6 +13,7 @@ namespace ipcam::camera {
 namespace {
 
 using test::capture;
+using test::eventually;
 using test::fail_next;
 using test::Output;
 
@@ -136,6 +137,31 @@ TEST_F(CommLink, WaitsForTheSignalAndLeavesItBlocked) {
     const Output output = capture([&] { EXPECT_LT(dsp.wait_sigusr2(0), 0); });
     EXPECT_EQ(output.err, "dspset: [ERROR] sigwaitinfo failed!\n");
   }).join();
+}
+
+TEST_F(CommLink, AThreadIsCancelledBehindItsExchangeAndNotWithin) {
+  clock.reset();
+  const std::function<void()> exchanges[] = {[&] { read_register(dsp); },
+                                             [&] {
+                                               packet_info packet{};
+                                               dsp.send_to_comm(&packet);
+                                               dsp.get_from_comm(&packet);
+                                             }};
+  for (const auto& exchange : exchanges) {
+    const auto run_exchange = [](void* what) -> void* {
+      return (*static_cast<const std::function<void()>*>(what))(), nullptr;
+    };
+    const std::uint32_t traced = camera.board().trace_end;
+    camera.fault(sim::Fault::late_reply, {.delay_ms = 100});
+    pthread_t thread{};
+    void* end = nullptr;
+    pthread_create(&thread, nullptr, run_exchange, const_cast<std::function<void()>*>(&exchange));
+    EXPECT_TRUE(eventually([&] { return camera.board().trace_end != traced; }));
+    pthread_cancel(thread);
+    pthread_join(thread, &end);
+    EXPECT_EQ(end, PTHREAD_CANCELED);
+    EXPECT_EQ(read_register(dsp), 1);
+  }
 }
 
 // The main thread stays open for the signal and takes most doorbells; none may cost the caller a second.

@@ -1,4 +1,6 @@
 // Flash copy of the parameter area, and the all-to-SDRAM request.
+#include <pthread.h>
+
 #include <filesystem>
 #include <fstream>
 
@@ -67,10 +69,18 @@ TEST_F(FlashTest, LoadsTheAreaAndLaysTheVariantBlockOverIt) {
             (Lines{"corvo2_gpio-0 out 0", "corvo2_gpio-0 in 1f/1f", "corvo2_gpio-0 out 0", "corvo2_gpio-0 in 1f/1f"}));
 }
 
-TEST_F(FlashTest, StoresTheAreaAndItsStartInTheVariantBlock) {
+TEST_F(FlashTest, StoresTheAreaAndItsStartInTheVariantBlockAlsoWhenCancelled) {
   fill(3);
   const std::string before = flash_block(2), after = flash_block(4);
-  EXPECT_EQ(dsp.do_flash(1), 0);
+  const auto store = [](void* link) -> void* {
+    pthread_cancel(pthread_self());
+    return static_cast<camera::DspCommand*>(link)->do_flash(1), nullptr;
+  };
+  pthread_t thread{};
+  void* end = nullptr;
+  pthread_create(&thread, nullptr, store, &dsp);
+  pthread_join(thread, &end);
+  EXPECT_EQ(end, PTHREAD_CANCELED);
   EXPECT_TRUE(flash_area() == pattern(kAreaSize, 3));
   EXPECT_TRUE(flash_block(3) == pattern(kBlockSize, 3));
   EXPECT_TRUE(flash_block(2) == before && flash_block(4) == after);

@@ -83,6 +83,11 @@ static_assert(sizeof(g_signal_flg) == 1 && std::atomic<unsigned char>::is_always
 // (from get_key() on) take no lock: they are for a program that drives the link by itself, one thread at a
 // time and no command beside it. Lock order: docs/architecture.md.
 //
+// A thread is not cancelled while it is inside an operation that takes a lock or the semaphore, or copies the flash: a
+// cancellation takes effect at the operation's return. One that returns with something taken, sem_operation(-1, ...)
+// or send_to_comm(), leaves it to the thread's next cancellation point. wait_sigusr2() may be cancelled: it holds
+// nothing.
+//
 // An object attaches to the shared record when it is constructed and never again: after the comm application
 // has created its semaphore and segment anew, a new object is needed.
 class IPCAM_CAMERA_API DspCommand {
