@@ -55,6 +55,23 @@ constinit LibraryMutex g_prgname_lock;
 // request and no other.
 constinit std::atomic<std::int32_t> g_segment_left{-1};
 
+// Segment whose record holds the request that waits for its doorbell, from before it is posted until its reply has been
+// fetched; -1 for none. Of two, the newer one: the comm application of the other has gone.
+constinit std::atomic<std::int32_t> g_segment_awaited{-1};
+constinit LibraryMutex g_awaited_lock;  // no wait begins between the look at it and the clearing of g_signal_flg
+
+void clear_flag_unless_awaited() {
+  const LockGuard lock(g_awaited_lock);
+  if (g_segment_awaited.load() == -1) g_signal_flg.store(0);
+}
+
+void begin_wait(std::int32_t segment) {
+  const LockGuard lock(g_awaited_lock);
+  g_segment_awaited.store(segment);
+}
+
+void end_wait(std::int32_t segment) { g_segment_awaited.compare_exchange_strong(segment, -1); }
+
 // After a reply that came too late its doorbell is still due: the comm application rings when it has given the
 // semaphore back. Waiting this long for it costs a request that has failed already, and saves the next one.
 constexpr timespec kLateDoorbellLimit = to_timespec(10'000'000);
@@ -97,7 +114,7 @@ int report_not_attached() {
 }  // namespace
 
 DspCommand::DspCommand() {
-  g_signal_flg.store(0);
+  clear_flag_unless_awaited();
   set_program_name();
   if (std::signal(kDoorbell, sigusr2_handle) == SIG_ERR) {
     std::fprintf(stderr, "%s: [ERROR] failed to set signal handle!\n", g_prgname);
@@ -259,6 +276,7 @@ int DspCommand::send_to_comm(packet_info* packet) {
   int result = check_ipc(shm, 0);
   if (result == 0) {
     // The record is idle, so whatever is pending now was meant for nobody any more.
+    begin_wait(shm_id);
     block_doorbell();
     drain_doorbell();
     shm->status = RECORD_POSTED;
@@ -268,13 +286,17 @@ int DspCommand::send_to_comm(packet_info* packet) {
     std::memcpy(shm->data, packet->data, static_cast<std::size_t>(packet->length));
     // Rung while the semaphore is held: the comm application cannot take the record before it is complete.
     result = send_sigusr2(shm->comm_pid);
+    if (result != 0) end_wait(shm_id);
   }
 
   if (sem_operation(+1, SEM_UNDO) == 0) {
     if (result == 0) no_cancellation.leave_pending();  // the record is taken until the reply has been fetched
     return result;
   }
-  if (result == 0) g_segment_left.store(shm_id);  // rung, but nobody is going to fetch the reply
+  if (result == 0) {  // rung, but nobody is going to fetch the reply
+    g_segment_left.store(shm_id);
+    end_wait(shm_id);
+  }
   return -1;
 }
 
@@ -287,6 +309,7 @@ int DspCommand::get_from_comm(packet_info* packet) {
   }
   if (sem_operation(-1, SEM_UNDO) < 0) {
     g_segment_left.store(shm_id);
+    end_wait(shm_id);
     return -1;
   }
 
@@ -311,6 +334,7 @@ int DspCommand::get_from_comm(packet_info* packet) {
 
   // Whatever happened, the record is free for the next request and a late reply finds nobody waiting.
   clean_ipc(shm);
+  end_wait(shm_id);
   if (sem_operation(+1, SEM_UNDO) < 0) result = -1;
   if (is_late) {
     const sigset_t doorbell = doorbell_set();

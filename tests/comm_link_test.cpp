@@ -164,6 +164,23 @@ TEST_F(CommLink, AThreadIsCancelledBehindItsExchangeAndNotWithin) {
   }
 }
 
+TEST_F(CommLink, AnObjectMadeMeanwhileLeavesADoorbellToItsExchange) {
+  std::thread([&] {
+    packet_info packet{};
+    ASSERT_EQ(dsp.send_to_comm(&packet), 0);
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_UNBLOCK, &all, nullptr);  // here or in the main thread the handler takes it
+    EXPECT_TRUE(eventually([] { return g_signal_flg == 1; }));
+    { const DspCommand other; }
+    EXPECT_EQ(dsp.get_from_comm(&packet), 0);
+    EXPECT_EQ(g_signal_flg, 0);
+    g_signal_flg = 1;
+    { const DspCommand other; }
+    EXPECT_EQ(g_signal_flg, 0);
+  }).join();
+}
+
 // The main thread stays open for the signal and takes most doorbells; none may cost the caller a second.
 TEST_F(CommLink, NoExchangeWaitsForADoorbellThatAnotherThreadTook) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)
