@@ -73,7 +73,8 @@ void begin_wait(std::int32_t segment) {
 void end_wait(std::int32_t segment) { g_segment_awaited.compare_exchange_strong(segment, -1); }
 
 // After a reply that came too late its doorbell is still due: the comm application rings when it has given the
-// semaphore back. Waiting this long for it costs a request that has failed already, and saves the next one.
+// semaphore back. Waiting this long for it costs a request that has failed already, and saves the next one. Before the
+// semaphore is given back: later, the doorbell that comes may be another object's.
 constexpr timespec kLateDoorbellLimit = to_timespec(10'000'000);
 
 // Several objects may be constructed while others print: the name is written only when it is not there yet.
@@ -335,11 +336,11 @@ int DspCommand::get_from_comm(packet_info* packet) {
   // Whatever happened, the record is free for the next request and a late reply finds nobody waiting.
   clean_ipc(shm);
   end_wait(shm_id);
-  if (sem_operation(+1, SEM_UNDO) < 0) result = -1;
   if (is_late) {
     const sigset_t doorbell = doorbell_set();
     sigtimedwait(&doorbell, nullptr, &kLateDoorbellLimit);
   }
+  if (sem_operation(+1, SEM_UNDO) < 0) result = -1;
   return result;
 }
 

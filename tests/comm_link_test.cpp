@@ -181,6 +181,19 @@ TEST_F(CommLink, AnObjectMadeMeanwhileLeavesADoorbellToItsExchange) {
   }).join();
 }
 
+TEST_F(CommLink, TheWaitForALateDoorbellTakesNoOtherObjects) {
+  clock.reset();
+  DspCommand other;
+  camera.fault(sim::Fault::reply_without_signal);
+  const Output output = capture([&] {
+    std::thread late([&] { EXPECT_EQ(read_register(dsp), -1); });
+    EXPECT_TRUE(eventually([&] { return !camera.record_is_clean(); }));
+    EXPECT_TRUE(eventually([&] { return read_register(other) == 1; }));
+    late.join();
+  });
+  EXPECT_EQ(output.err, "dspset: [ERROR] wait sigusr2 failed!\n");
+}
+
 // The main thread stays open for the signal and takes most doorbells; none may cost the caller a second.
 TEST_F(CommLink, NoExchangeWaitsForADoorbellThatAnotherThreadTook) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)
