@@ -168,14 +168,14 @@ int DspCommand::run_list(int mode, char* list, unsigned char* result) {
   if (exchange() < 0) return -1;
 
   std::printf("%s: read result:\n", g_prgname);
-  if (!reply_matches(reply_packet, n, kReadReplySize)) return report_failed_read(entries[0], reply_packet.data[1]);
   for (int i = 0; i < n; ++i) {
     param_info& entry = entries[static_cast<std::size_t>(i)];
     const std::uint8_t* reply = reply_entry(reply_packet, i, kReadReplySize);
-    if (!is_success(reply, kReadReplySize)) return report_failed_read(entry, reply[1]);
+    if (!is_success(reply, kReadReplySize)) return report_failed_read(entry, status_of(reply));
     result[i] = reply[2];
     entry.data = merge(entry, reply[2]);
   }
+  if (reply_packet.count != n) return report_bad_reply();
   if (mode == 1) return n;
 
   clear_packets();
@@ -186,13 +186,13 @@ int DspCommand::run_list(int mode, char* list, unsigned char* result) {
 
   std::printf("%s: write result:\n", g_prgname);
   if (reply_packet.count == 0) return 0;
-  if (!reply_matches(reply_packet, n, kWriteReplySize)) return report_failed_write(entries[0], reply_packet.data[1]);
   for (int i = 0; i < n; ++i) {
     const param_info& entry = entries[static_cast<std::size_t>(i)];
     const std::uint8_t* reply = reply_entry(reply_packet, i, kWriteReplySize);
-    if (!is_success(reply, kWriteReplySize)) return report_failed_write(entry, reply[1]);
+    if (!is_success(reply, kWriteReplySize)) return report_failed_write(entry, status_of(reply));
     report_write(entry);
   }
+  if (reply_packet.count != n) return report_bad_reply();
   return 1;
 }
 
