@@ -246,20 +246,23 @@ int DspCommand::wait_sigusr2(long seconds) {
   // and then only the flag tells. Other signals that interrupt the wait do not shorten it.
   const Deadline deadline(seconds_to_ns(seconds));
   std::int64_t look_ns = g_doorbell_strays.load() ? kFirstLookWhileStrayingNs : kLongestLookNs;
-  while (g_signal_flg.load() == 0) {
-    const std::int64_t left_ns = deadline.remaining_ns();
+  for (;;) {
+    // Also with the flag set one look, without waiting: a signal that is pending would be taken for the next reply.
+    const bool has_strayed = g_signal_flg.load() != 0;
+    const std::int64_t left_ns = has_strayed ? 0 : deadline.remaining_ns();
     const timespec look = to_timespec(std::min(look_ns, left_ns));
     const int signal = sigtimedwait(&doorbell, nullptr, &look);
     if (signal >= 0) {
       g_doorbell_strays.store(false);
       return signal;
     }
-    if (errno != EAGAIN && errno != EINTR) return -1;
-    if (left_ns == 0) return -1;
+    if (has_strayed) {
+      g_doorbell_strays.store(true);
+      return -1;
+    }
+    if (left_ns == 0 || (errno != EAGAIN && errno != EINTR)) return -1;
     look_ns = std::min(2 * look_ns, kLongestLookNs);
   }
-  g_doorbell_strays.store(true);
-  return -1;
 }
 
 int DspCommand::send_to_comm(packet_info* packet) {

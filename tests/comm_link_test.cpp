@@ -130,7 +130,9 @@ TEST_F(CommLink, WaitsForTheSignalAndLeavesItBlocked) {
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
     EXPECT_EQ(sigismember(&mask, SIGUSR1), 1);
-    g_signal_flg = 1;  // as if another thread had taken it
+    g_signal_flg = 1;  // as if another thread had taken one, while this one is pending
+    pthread_kill(pthread_self(), SIGUSR1);
+    EXPECT_EQ(dsp.wait_sigusr2(1), 10);
     EXPECT_LT(dsp.wait_sigusr2(1), 0);
     EXPECT_EQ(g_signal_flg, 1);
     fail_next("sigwaitinfo", EINTR);

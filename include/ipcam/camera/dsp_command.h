@@ -218,7 +218,8 @@ class IPCAM_CAMERA_API DspCommand {
   // Sends signal 10 to one process. Returns 0 or -1.
   int send_sigusr2(int pid);
   // Waits for signal 10, 0 without limit, and leaves it blocked in the calling thread. Returns the signal number;
-  // negative at the limit, on failure, or when the signal has reached the handler instead (g_signal_flg is 1).
+  // negative at the limit, on failure, or when the signal has reached the handler instead (g_signal_flg is 1) and
+  // none is pending.
   int wait_sigusr2(long seconds);
   // Posts one request and rings the doorbell. Returns 0 or -1. A doorbell that could not be rung leaves the
   // record posted. Signal 10 stays blocked in the calling thread.
