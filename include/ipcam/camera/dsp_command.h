@@ -75,17 +75,22 @@ static_assert(sizeof(g_signal_flg) == 1 && std::atomic<unsigned char>::is_always
 
 // Access to the image processor's registers.
 //
-// Every operation prints what went wrong on standard error, led by g_prgname, and returns -1 for a failure;
-// nothing is retried, and a request that is refused before it is sent changes nothing.
+// Every operation prints what went wrong, led by g_prgname, and returns -1 for a failure; nothing is retried, and a
+// request that is refused before it is sent changes nothing. Messages go to standard error, but to standard output that
+// another process is using the record, and which register of a command text has failed. do_debug(char*, ...) alone
+// says nothing of a text that is too long.
 //
 // Threads: the command operations and the setters may be called from any thread; each holds the
 // object's mutex from its first packet to its last, so their exchanges never interleave. The link operations
 // (from get_key() on) take no lock: they are for a program that drives the link by itself, one thread at a
 // time and no command beside it. Lock order: docs/architecture.md.
 //
-// A thread is not cancelled while it is inside an operation that takes a lock or the semaphore, or copies the flash: a
-// cancellation takes effect at the operation's return. One that returns with something taken, sem_operation(-1, ...)
-// or send_to_comm(), leaves it to the thread's next cancellation point. wait_sigusr2() may be cancelled: it holds
+// Signals: an operation that makes an exchange leaves signal 10 blocked in the calling thread. A program should block
+// it in main() before it starts a thread: camera_ctrl(3).
+//
+// Cancellation: a thread that holds a lock or the semaphore, has a request in the record or copies the flash is not
+// cancelled before the operation returns. Where it returns with something taken, from sem_operation(-1, ...) or
+// send_to_comm(), the cancellation waits for the thread's next cancellation point. wait_sigusr2() is one: it holds
 // nothing.
 //
 // An object attaches to the shared record when it is constructed and never again: after the comm application
@@ -193,16 +198,14 @@ class IPCAM_CAMERA_API DspCommand {
   // Sends the iris modifier and scale tables as stored; the arguments are only printed.
   int do_iris_modifier(int shutter, int exp, int reserved, bool lf);
 
-  // --- Sensor, day/night
-  // ------------------------------------------------------------------------------------------------
+  // --- Sensor, day/night ---
 
   int do_binning(bool on);
   int do_sensormode(unsigned char* text);  // "quadvga" or "vga"
   int do_dnmode(unsigned char* text);      // "disable", "auto", "on" or "off"
   int do_dnlevel(unsigned char* text);     // "high" or "low"
 
-  // --- Link
-  // ---------------------------------------------------------------------------------------------------------------
+  // --- Link ---
 
   // Key of the shared objects, from the file "/tmp/comm.log". Returns 0 or -1.
   int get_key(int* key);
