@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -107,6 +108,16 @@ void drain_doorbell() {
   g_signal_flg.store(0);
 }
 
+// A field of the shared record: loaded just once, so that what has been checked is what is used, whatever the other
+// process writes meanwhile.
+std::int32_t read_once(std::int32_t& field) { return std::atomic_ref(field).load(std::memory_order_relaxed); }
+
+// Whether the request of this process has been answered, well or not.
+bool holds_reply(shm_info& record) {
+  const std::int32_t status = read_once(record.status);
+  return (status == RECORD_REPLY || status == RECORD_FAILED) && read_once(record.req_pid) == getpid();
+}
+
 int report_not_attached() {
   std::fprintf(stderr, "%s: [ERROR] shared memory is not attached!\n", g_prgname);
   return -1;
@@ -203,16 +214,18 @@ int DspCommand::check_ipc(shm_info* record, int phase) {
     return -1;
   }
   if (record == nullptr) return report_not_attached();
+  const std::int32_t status = read_once(record->status);
+  const std::int32_t requester = read_once(record->req_pid);
   if (phase == 0) {
-    if (record->status == RECORD_IDLE && record->req_pid == 0) return 0;
+    if (status == RECORD_IDLE && requester == 0) return 0;
     std::printf("%s: other process using now!\n", g_prgname);
     return -1;
   }
-  if (record->status == RECORD_FAILED) {
+  if (status == RECORD_FAILED) {
     std::fprintf(stderr, "%s: [ERROR] communication with comm application error!\n", g_prgname);
     return -1;
   }
-  if (record->status == RECORD_REPLY && record->req_pid == getpid()) return 0;
+  if (status == RECORD_REPLY && requester == getpid()) return 0;
   std::fprintf(stderr, "%s: [ERROR] shared memory status error!\n", g_prgname);
   return -1;
 }
@@ -275,7 +288,7 @@ int DspCommand::send_to_comm(packet_info* packet) {
 
   if (shm != nullptr && g_segment_left.load() == shm_id) {
     g_segment_left.store(-1);
-    if (shm->req_pid == getpid()) clean_ipc(shm);
+    if (read_once(shm->req_pid) == getpid()) clean_ipc(shm);
   }
   int result = check_ipc(shm, 0);
   if (result == 0) {
@@ -289,7 +302,7 @@ int DspCommand::send_to_comm(packet_info* packet) {
     shm->length = packet->length;
     std::memcpy(shm->data, packet->data, static_cast<std::size_t>(packet->length));
     // Rung while the semaphore is held: the comm application cannot take the record before it is complete.
-    result = send_sigusr2(shm->comm_pid);
+    result = send_sigusr2(read_once(shm->comm_pid));
     if (result != 0) end_wait(shm_id);
   }
 
@@ -317,11 +330,10 @@ int DspCommand::get_from_comm(packet_info* packet) {
     return -1;
   }
 
-  const bool is_late = result != 0 && shm != nullptr && shm->req_pid == getpid() &&
-                       (shm->status == RECORD_REPLY || shm->status == RECORD_FAILED);
+  const bool is_late = result != 0 && shm != nullptr && holds_reply(*shm);
   if (result == 0) result = check_ipc(shm, 2);
   if (result == 0) {
-    const std::int32_t length = shm->length;
+    const std::int32_t length = read_once(shm->length);
     if (length < 0 || length > static_cast<int>(sizeof shm->data)) {
       std::fprintf(stderr, "%s: [ERROR] reply too long (%d, maximum length: %d)!\n", g_prgname, length,
                    static_cast<int>(sizeof shm->data));
@@ -330,7 +342,7 @@ int DspCommand::get_from_comm(packet_info* packet) {
       std::fprintf(stderr, "%s: [ERROR] argument error!\n", g_prgname);
       result = -1;
     } else {
-      packet->count = shm->count;
+      packet->count = read_once(shm->count);
       packet->length = length;
       std::memcpy(packet->data, shm->data, static_cast<std::size_t>(length));
     }
