@@ -112,15 +112,124 @@ void drain_doorbell() {
 // process writes meanwhile.
 std::int32_t read_once(std::int32_t& field) { return std::atomic_ref(field).load(std::memory_order_relaxed); }
 
-// Whether the request of this process has been answered, well or not.
-bool holds_reply(shm_info& record) {
-  const std::int32_t status = read_once(record.status);
-  return (status == RECORD_REPLY || status == RECORD_FAILED) && read_once(record.req_pid) == getpid();
+// What is wrong with an exchange.
+enum class Failure : std::uint8_t {
+  none,
+  not_attached,
+  busy,
+  not_rung,
+  no_reply,
+  comm_failed,
+  wrong_status,
+  too_long,
+  no_packet,
+};
+
+// Found while the semaphore is held, told when it has been given back: whoever reads this program's messages may be
+// slow, and no other process is to wait for him.
+struct Finding {
+  Failure failure = Failure::none;
+  std::int32_t value = 0;  // the process that could not be rung, or the length
+
+  explicit operator bool() const { return failure != Failure::none; }
+};
+
+// Prints what was found. Returns 0 when that is nothing, else -1.
+int tell(const Finding& finding) {
+  switch (finding.failure) {
+    case Failure::none:
+      return 0;
+    case Failure::not_attached:
+      std::fprintf(stderr, "%s: [ERROR] shared memory is not attached!\n", g_prgname);
+      break;
+    case Failure::busy:
+      std::printf("%s: other process using now!\n", g_prgname);
+      break;
+    case Failure::not_rung:
+      std::fprintf(stderr, "%s: [ERROR] send user signal1 to pid %d failed!\n", g_prgname, finding.value);
+      break;
+    case Failure::no_reply:
+      std::fprintf(stderr, "%s: [ERROR] wait sigusr2 failed!\n", g_prgname);
+      break;
+    case Failure::comm_failed:
+      std::fprintf(stderr, "%s: [ERROR] communication with comm application error!\n", g_prgname);
+      break;
+    case Failure::wrong_status:
+      std::fprintf(stderr, "%s: [ERROR] shared memory status error!\n", g_prgname);
+      break;
+    case Failure::too_long:
+      std::fprintf(stderr, "%s: [ERROR] reply too long (%d, maximum length: %d)!\n", g_prgname, finding.value,
+                   static_cast<int>(sizeof shm_info::data));
+      break;
+    case Failure::no_packet:
+      std::fprintf(stderr, "%s: [ERROR] argument error!\n", g_prgname);
+      break;
+  }
+  return -1;
 }
 
-int report_not_attached() {
-  std::fprintf(stderr, "%s: [ERROR] shared memory is not attached!\n", g_prgname);
+int report_semaphore() {
+  std::fprintf(stderr, "%s: [ERROR] semop failed!\n", g_prgname);
   return -1;
+}
+
+Finding check_free(shm_info* record) {
+  if (record == nullptr) return {Failure::not_attached};
+  const bool is_free = read_once(record->status) == RECORD_IDLE && read_once(record->req_pid) == 0;
+  return {is_free ? Failure::none : Failure::busy};
+}
+
+Finding check_reply(shm_info* record) {
+  if (record == nullptr) return {Failure::not_attached};
+  const std::int32_t status = read_once(record->status);
+  if (status == RECORD_FAILED) return {Failure::comm_failed};
+  const bool is_ours = status == RECORD_REPLY && read_once(record->req_pid) == getpid();
+  return {is_ours ? Failure::none : Failure::wrong_status};
+}
+
+Finding ring(std::int32_t pid) {
+  // 0 and below name process groups, which must never be signalled.
+  if (pid > 0 && kill(pid, kDoorbell) == 0) return {};
+  return {Failure::not_rung, pid};
+}
+
+// The steps of an exchange on the record, which the caller has locked.
+
+Finding post(shm_info* record, std::int32_t segment, const packet_info& packet) {
+  if (const Finding finding = check_free(record)) return finding;
+
+  // The record is idle, so whatever is pending now was meant for nobody any more.
+  begin_wait(segment);
+  block_doorbell();
+  drain_doorbell();
+  record->status = RECORD_POSTED;
+  record->req_pid = getpid();
+  record->count = packet.count;
+  record->length = packet.length;
+  std::memcpy(record->data, packet.data, static_cast<std::size_t>(packet.length));
+  // Rung while the semaphore is held: the comm application cannot take the record before it is complete.
+  const Finding finding = ring(read_once(record->comm_pid));
+  if (finding) end_wait(segment);
+  return finding;
+}
+
+Finding fetch(shm_info* record, packet_info* packet) {
+  if (const Finding finding = check_reply(record)) return finding;
+
+  const std::int32_t length = read_once(record->length);
+  if (length < 0 || length > static_cast<int>(sizeof record->data)) return {Failure::too_long, length};
+  if (packet == nullptr) return {Failure::no_packet};
+  packet->count = read_once(record->count);
+  packet->length = length;
+  std::memcpy(packet->data, record->data, static_cast<std::size_t>(length));
+  return {};
+}
+
+// Whether the request of this process has been answered, well or not.
+bool holds_reply(shm_info* record) {
+  if (record == nullptr) return false;
+  const std::int32_t status = read_once(record->status);
+  return (status == RECORD_REPLY || status == RECORD_FAILED) && read_once(record->req_pid) == getpid();
 }
 
 }  // namespace
@@ -189,44 +298,28 @@ int DspCommand::getinfo_ipc(int* sem_id_out, int* shm_id_out, int size, std::int
 
 int DspCommand::sem_operation(int op, short flags) {
   CancellationBlock no_cancellation;
+  if (!operate_semaphore(op, flags)) return report_semaphore();
+  if (op < 0) no_cancellation.leave_pending();
+  return 0;
+}
+
+bool DspCommand::operate_semaphore(int op, short flags) {
   sem_op = {.sem_num = 0, .sem_op = static_cast<short>(op), .sem_flg = flags};
+  if (op > 0) return semop(sem_id, &sem_op, 1) == 0;  // giving back never blocks
+
+  const Deadline deadline(kLockLimitNs);
+  timespec left = to_timespec(kLockLimitNs);
   int failed = 0;
-  if (op > 0) {
-    failed = semop(sem_id, &sem_op, 1);  // giving back never blocks
-  } else {
-    const Deadline deadline(kLockLimitNs);
-    timespec left = to_timespec(kLockLimitNs);
-    while ((failed = semtimedop(sem_id, &sem_op, 1, &left)) != 0 && errno == EINTR) {
-      left = to_timespec(deadline.remaining_ns());
-    }
+  while ((failed = semtimedop(sem_id, &sem_op, 1, &left)) != 0 && errno == EINTR) {
+    left = to_timespec(deadline.remaining_ns());
   }
-  if (failed == 0) {
-    if (op < 0) no_cancellation.leave_pending();
-    return 0;
-  }
-  std::fprintf(stderr, "%s: [ERROR] semop failed!\n", g_prgname);
-  return -1;
+  return failed == 0;
 }
 
 int DspCommand::check_ipc(shm_info* record, int phase) {
-  if (phase != 0 && phase != 2) {
-    std::fprintf(stderr, "%s: [ERROR] invalid status!\n", g_prgname);
-    return -1;
-  }
-  if (record == nullptr) return report_not_attached();
-  const std::int32_t status = read_once(record->status);
-  const std::int32_t requester = read_once(record->req_pid);
-  if (phase == 0) {
-    if (status == RECORD_IDLE && requester == 0) return 0;
-    std::printf("%s: other process using now!\n", g_prgname);
-    return -1;
-  }
-  if (status == RECORD_FAILED) {
-    std::fprintf(stderr, "%s: [ERROR] communication with comm application error!\n", g_prgname);
-    return -1;
-  }
-  if (status == RECORD_REPLY && requester == getpid()) return 0;
-  std::fprintf(stderr, "%s: [ERROR] shared memory status error!\n", g_prgname);
+  if (phase == 0) return tell(check_free(record));
+  if (phase == 2) return tell(check_reply(record));
+  std::fprintf(stderr, "%s: [ERROR] invalid status!\n", g_prgname);
   return -1;
 }
 
@@ -239,12 +332,7 @@ void DspCommand::clean_ipc(shm_info* record) {
   std::memset(record->data, 0, sizeof record->data);
 }
 
-int DspCommand::send_sigusr2(int pid) {
-  // 0 and below name process groups, which must never be signalled.
-  if (pid > 0 && kill(pid, kDoorbell) == 0) return 0;
-  std::fprintf(stderr, "%s: [ERROR] send user signal1 to pid %d failed!\n", g_prgname, pid);
-  return -1;
-}
+int DspCommand::send_sigusr2(int pid) { return tell(ring(pid)); }
 
 int DspCommand::wait_sigusr2(long seconds) {
   block_doorbell();
@@ -284,29 +372,17 @@ int DspCommand::send_to_comm(packet_info* packet) {
     return -1;
   }
   CancellationBlock no_cancellation;
-  if (sem_operation(-1, SEM_UNDO) < 0) return -1;
+  if (!operate_semaphore(-1, SEM_UNDO)) return report_semaphore();
 
   if (shm != nullptr && g_segment_left.load() == shm_id) {
     g_segment_left.store(-1);
     if (read_once(shm->req_pid) == getpid()) clean_ipc(shm);
   }
-  int result = check_ipc(shm, 0);
-  if (result == 0) {
-    // The record is idle, so whatever is pending now was meant for nobody any more.
-    begin_wait(shm_id);
-    block_doorbell();
-    drain_doorbell();
-    shm->status = RECORD_POSTED;
-    shm->req_pid = getpid();
-    shm->count = packet->count;
-    shm->length = packet->length;
-    std::memcpy(shm->data, packet->data, static_cast<std::size_t>(packet->length));
-    // Rung while the semaphore is held: the comm application cannot take the record before it is complete.
-    result = send_sigusr2(read_once(shm->comm_pid));
-    if (result != 0) end_wait(shm_id);
-  }
+  const Finding finding = post(shm, shm_id, *packet);
+  const bool is_unlocked = operate_semaphore(+1, SEM_UNDO);
 
-  if (sem_operation(+1, SEM_UNDO) == 0) {
+  const int result = tell(finding);
+  if (is_unlocked) {
     if (result == 0) no_cancellation.leave_pending();  // the record is taken until the reply has been fetched
     return result;
   }
@@ -314,40 +390,22 @@ int DspCommand::send_to_comm(packet_info* packet) {
     g_segment_left.store(shm_id);
     end_wait(shm_id);
   }
-  return -1;
+  return report_semaphore();
 }
 
 int DspCommand::get_from_comm(packet_info* packet) {
   const CancellationBlock no_cancellation;
-  int result = 0;
-  if (wait_sigusr2(kReplyLimitSeconds) < 0 && g_signal_flg.exchange(0) == 0) {
-    std::fprintf(stderr, "%s: [ERROR] wait sigusr2 failed!\n", g_prgname);
-    result = -1;
-  }
-  if (sem_operation(-1, SEM_UNDO) < 0) {
+  const bool is_rung = wait_sigusr2(kReplyLimitSeconds) >= 0 || g_signal_flg.exchange(0) != 0;
+  Finding finding = {is_rung ? Failure::none : Failure::no_reply};
+  if (!operate_semaphore(-1, SEM_UNDO)) {
     g_segment_left.store(shm_id);
     end_wait(shm_id);
-    return -1;
+    tell(finding);
+    return report_semaphore();
   }
 
-  const bool is_late = result != 0 && shm != nullptr && holds_reply(*shm);
-  if (result == 0) result = check_ipc(shm, 2);
-  if (result == 0) {
-    const std::int32_t length = read_once(shm->length);
-    if (length < 0 || length > static_cast<int>(sizeof shm->data)) {
-      std::fprintf(stderr, "%s: [ERROR] reply too long (%d, maximum length: %d)!\n", g_prgname, length,
-                   static_cast<int>(sizeof shm->data));
-      result = -1;
-    } else if (packet == nullptr) {
-      std::fprintf(stderr, "%s: [ERROR] argument error!\n", g_prgname);
-      result = -1;
-    } else {
-      packet->count = read_once(shm->count);
-      packet->length = length;
-      std::memcpy(packet->data, shm->data, static_cast<std::size_t>(length));
-    }
-  }
-
+  const bool is_late = !is_rung && holds_reply(shm);
+  if (is_rung) finding = fetch(shm, packet);
   // Whatever happened, the record is free for the next request and a late reply finds nobody waiting.
   clean_ipc(shm);
   end_wait(shm_id);
@@ -355,8 +413,10 @@ int DspCommand::get_from_comm(packet_info* packet) {
     const sigset_t doorbell = doorbell_set();
     sigtimedwait(&doorbell, nullptr, &kLateDoorbellLimit);
   }
-  if (sem_operation(+1, SEM_UNDO) < 0) result = -1;
-  return result;
+  const bool is_unlocked = operate_semaphore(+1, SEM_UNDO);
+
+  const int result = tell(finding);
+  return is_unlocked ? result : report_semaphore();
 }
 
 int DspCommand::setSyRevision(int revision) {

@@ -1,4 +1,7 @@
 // The link to the comm application: attaching, each fault of the other side, signals, lost peers.
+#include <fcntl.h>
+#include <sys/sem.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -194,6 +197,29 @@ TEST_F(CommLink, TheWaitForALateDoorbellTakesNoOtherObjects) {
     late.join();
   });
   EXPECT_EQ(output.err, "dspset: [ERROR] wait sigusr2 failed!\n");
+}
+
+TEST_F(CommLink, WhoCannotPrintHoldsNoSemaphore) {
+  packet_info packet{};
+  ASSERT_EQ(dsp.send_to_comm(&packet), 0);
+  int key = 0, pipe_ends[2];
+  ASSERT_EQ(dsp.get_key(&key), 0);
+  ASSERT_EQ(pipe2(pipe_ends, O_NONBLOCK), 0);
+  while (write(pipe_ends[1], &packet, 1) == 1) continue;
+  fcntl(pipe_ends[1], F_SETFL, 0);
+  const pid_t other = fork();
+  if (other == 0) {
+    dup2(pipe_ends[1], STDOUT_FILENO);
+    setvbuf(stdout, nullptr, _IONBF, 0);
+    _exit(dsp.send_to_comm(&packet));
+  }
+  EXPECT_TRUE(eventually([&] { return semctl(semget(key, 1, 0), 0, GETPID) == other; }));
+  EXPECT_EQ(dsp.sem_operation(-1, SEM_UNDO), 0);
+  EXPECT_EQ(dsp.sem_operation(+1, SEM_UNDO), 0);
+  kill(other, SIGKILL);
+  waitpid(other, nullptr, 0);
+  for (const int end : pipe_ends) close(end);
+  EXPECT_EQ(dsp.get_from_comm(&packet), 0);
 }
 
 // The main thread stays open for the signal and takes most doorbells; none may cost the caller a second.
