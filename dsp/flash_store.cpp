@@ -87,14 +87,19 @@ int seek_both(const Device& flash, off_t flash_offset, const Device& memory) {
   return 0;
 }
 
-// Repeats a read or write that a signal interrupted before it moved a byte.
-template <class Transfer>
-ssize_t uninterrupted(Transfer transfer) {
-  ssize_t moved = -1;
+int report_write() {
+  std::fprintf(stderr, "%s: [ERROR] file write error!\n", g_prgname);
+  return -1;
+}
+
+// Repeats a call that a signal interrupted before it did anything.
+template <class Call>
+ssize_t uninterrupted(Call call) {
+  ssize_t result = -1;
   do {
-    moved = transfer();
-  } while (moved < 0 && errno == EINTR);
-  return moved;
+    result = call();
+  } while (result < 0 && errno == EINTR);
+  return result;
 }
 
 int copy(const Device& source, const Device& destination, std::size_t size) {
@@ -109,10 +114,7 @@ int copy(const Device& source, const Device& destination, std::size_t size) {
     }
     const auto filled = static_cast<std::size_t>(got);
     const ssize_t written = uninterrupted([&] { return write(destination.fd(), chunk, filled); });
-    if (written < 0) {
-      std::fprintf(stderr, "%s: [ERROR] file write error!\n", g_prgname);
-      return -1;
-    }
+    if (written < 0) return report_write();
     if (written < got) {
       std::fprintf(stderr, "%s: [ERROR] read %d byte but only write %d byte!\n", g_prgname, static_cast<int>(got),
                    static_cast<int>(written));
@@ -121,6 +123,13 @@ int copy(const Device& source, const Device& destination, std::size_t size) {
     size -= filled;
   }
   return 0;
+}
+
+// The flash driver keeps the last block in memory until it is told to write it, and only then says whether it could:
+// when the device is closed nobody hears of it. A device that keeps nothing refuses, which is no failure.
+int flush(const Device& flash) {
+  if (uninterrupted([&] { return fsync(flash.fd()); }) == 0) return 0;
+  return errno == EINVAL || errno == ENOTSUP || errno == EROFS ? 0 : report_write();
 }
 
 int copy_parameters(unsigned char flag) {
@@ -153,7 +162,8 @@ int copy_parameters(unsigned char flag) {
   // The variant block covers the start of the area, so it comes second.
   if (copy(source, destination, kAreaSize) != 0) return -1;
   if (seek_both(flash, kVariantFlashOffset + variant * off_t{kVariantSize}, memory) != 0) return -1;
-  return copy(source, destination, kVariantSize);
+  if (copy(source, destination, kVariantSize) != 0) return -1;
+  return flag == 1 ? flush(flash) : 0;
 }
 
 }  // namespace

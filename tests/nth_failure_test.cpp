@@ -26,6 +26,7 @@ constexpr Call kCalls[] = {
     {"open", EMFILE, "", false},
     {"read", EIO, "", false},
     {"write", ENOSPC, "", false},
+    {"fsync", EIO, "", false},
     {"lseek", EIO, "", false},
     {"ioctl", EIO, "", false},
     {"fopen", EMFILE, "", false},

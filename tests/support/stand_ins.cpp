@@ -227,6 +227,7 @@ STAND_IN int __ioctl_time64(int fd, unsigned long request, ...) noexcept __attri
 // clang-format off
 FAILING(ssize_t, read, "read", (int fd, void* buffer, std::size_t size), (fd, buffer, size), result)
 FAILING(ssize_t, write, "write", (int fd, const void* buffer, std::size_t size), (fd, buffer, size), result)
+FAILING(int, fsync, "fsync", (int fd), (fd), static_cast<int>(result))
 FAILING(off_t, lseek, "lseek", (int fd, off_t offset, int whence) noexcept, (fd, offset, whence), result)
 FAILING(off64_t, lseek64, "lseek", (int fd, off64_t offset, int whence) noexcept, (fd, offset, whence), result)
 FAILING(FILE*, fopen, "fopen", (const char* path, const char* mode), (path, mode), nullptr)

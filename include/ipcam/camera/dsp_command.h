@@ -147,8 +147,8 @@ class IPCAM_CAMERA_API DspCommand {
   int execute_alltosdram();
 
   // Copies the parameter area and its variant block between memory and flash: 1 stores to flash, 0 loads from
-  // flash. Returns 0, or -1 at the first failure; a copy that fails halfway is not undone. It uses the devices alone
-  // and takes no lock: one call at a time.
+  // flash. Returns 0, a store then being on the device, or -1 at the first failure; a copy that fails halfway is not
+  // undone. It uses the devices alone and takes no lock: one call at a time.
   int do_flash(unsigned char flag);
 
   // --- Picture ---
