@@ -398,7 +398,7 @@ int DspCommand::get_from_comm(packet_info* packet) {
   const bool is_rung = wait_sigusr2(kReplyLimitSeconds) >= 0 || g_signal_flg.exchange(0) != 0;
   Finding finding = {is_rung ? Failure::none : Failure::no_reply};
   if (!operate_semaphore(-1, SEM_UNDO)) {
-    g_segment_left.store(shm_id);
+    if (shm != nullptr) g_segment_left.store(shm_id);
     end_wait(shm_id);
     tell(finding);
     return report_semaphore();

@@ -53,6 +53,13 @@ TEST_F(CommLink, EveryFaultCostsOneRequestOnly) {
          DspCommand link;
          return read_register(link);
        }},
+      {"fetch-unattached",
+       [&](const std::string&) {
+         DspCommand link;
+         packet_info packet{};
+         g_signal_flg = 1;
+         return link.get_from_comm(&packet);
+       }},
       {"stop-camera", [&](const std::string&) { return camera.stop(), 0; }},
       {"start-camera", [&](const std::string&) { return camera.start(), 0; }},
   };
