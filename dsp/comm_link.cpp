@@ -4,15 +4,14 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 
 #include "dsp/cancellation.h"
 #include "dsp/deadline.h"
+#include "dsp/doorbell.h"
 #include "dsp/locking.h"
 #include "ipcam/camera/dsp_command.h"
 
@@ -20,31 +19,15 @@ namespace ipcam::camera {
 
 extern "C" {
 constinit char g_prgname[32] = {};
-constinit std::atomic<unsigned char> g_signal_flg{0};
-
-void sigusr2_handle(int /*signal*/) { g_signal_flg.store(1); }
 }
 
 namespace {
-
-constexpr int kDoorbell = 10;
-static_assert(SIGUSR1 == kDoorbell);
 
 constexpr char kKeyFile[] = "/tmp/comm.log";  // used for its identity only
 constexpr int kKeyProject = 'n';
 constexpr int kAttachMode = 0444;
 
-constexpr long kReplyLimitSeconds = 1;
 constexpr std::int64_t kLockLimitNs = 5 * kNsPerSecond;  // a holder needs microseconds; after this it is stuck
-
-// Between two looks at g_signal_flg: never so long that a doorbell taken by another thread costs the caller a
-// noticeable delay. Short only while that happens: a timer that is due before the kernel's next tick must be set up and
-// taken back in hardware, which costs more than all else that the library adds to an exchange.
-constexpr std::int64_t kLongestLookNs = 5'000'000;
-constexpr std::int64_t kFirstLookWhileStrayingNs = 100'000;
-
-// Whether the last doorbell that this process waited for was taken by a thread that did not wait for it.
-constinit std::atomic<bool> g_doorbell_strays{false};
 
 enum e_record_status : std::int32_t { RECORD_IDLE = 0, RECORD_POSTED = 1, RECORD_REPLY = 2, RECORD_FAILED = 255 };
 
@@ -56,56 +39,17 @@ constinit LibraryMutex g_prgname_lock;
 // request and no other.
 constinit std::atomic<std::int32_t> g_segment_left{-1};
 
-// Segment whose record holds the request that waits for its doorbell, from before it is posted until its reply has been
-// fetched; -1 for none. Of two, the newer one: the comm application of the other has gone.
-constinit std::atomic<std::int32_t> g_segment_awaited{-1};
-constinit LibraryMutex g_awaited_lock;  // no wait begins between the look at it and the clearing of g_signal_flg
-
-void clear_flag_unless_awaited() {
-  const LockGuard lock(g_awaited_lock);
-  if (g_segment_awaited.load() == -1) g_signal_flg.store(0);
+// Leaves a request that has been rung for, but whose reply nobody is going to fetch.
+void abandon_reply(std::int32_t segment) {
+  g_segment_left.store(segment);
+  g_doorbell.end_exchange(segment);
 }
-
-void begin_wait(std::int32_t segment) {
-  const LockGuard lock(g_awaited_lock);
-  g_segment_awaited.store(segment);
-}
-
-void end_wait(std::int32_t segment) { g_segment_awaited.compare_exchange_strong(segment, -1); }
-
-// After a reply that came too late its doorbell is still due: the comm application rings when it has given the
-// semaphore back. Waiting this long for it costs a request that has failed already, and saves the next one. Before the
-// semaphore is given back: later, the doorbell that comes may be another object's.
-constexpr timespec kLateDoorbellLimit = to_timespec(10'000'000);
 
 // Several objects may be constructed while others print: the name is written only when it is not there yet.
 void set_program_name() {
   static constexpr char kName[sizeof g_prgname] = "dspset";
   LockGuard lock(g_prgname_lock);
   if (std::memcmp(g_prgname, kName, sizeof kName) != 0) std::memcpy(g_prgname, kName, sizeof kName);
-}
-
-sigset_t doorbell_set() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, kDoorbell);
-  return set;
-}
-
-void block_doorbell() {
-  const sigset_t doorbell = doorbell_set();
-  sigprocmask(SIG_BLOCK, &doorbell, nullptr);
-}
-
-// Takes the doorbells of earlier exchanges that came too late, so that none is taken for the next reply. At most
-// one is pending for the thread and one for the process.
-void drain_doorbell() {
-  const sigset_t doorbell = doorbell_set();
-  const timespec at_once{};
-  for (int pending = 0; pending < 2; ++pending) {
-    if (sigtimedwait(&doorbell, nullptr, &at_once) < 0) break;
-  }
-  g_signal_flg.store(0);
 }
 
 // A field of the shared record: loaded just once, so that what has been checked is what is used, whatever the other
@@ -188,8 +132,7 @@ Finding check_reply(shm_info* record) {
 }
 
 Finding ring(std::int32_t pid) {
-  // 0 and below name process groups, which must never be signalled.
-  if (pid > 0 && kill(pid, kDoorbell) == 0) return {};
+  if (g_doorbell.ring(pid)) return {};
   return {Failure::not_rung, pid};
 }
 
@@ -198,10 +141,8 @@ Finding ring(std::int32_t pid) {
 Finding post(shm_info* record, std::int32_t segment, const packet_info& packet) {
   if (const Finding finding = check_free(record)) return finding;
 
-  // The record is idle, so whatever is pending now was meant for nobody any more.
-  begin_wait(segment);
-  block_doorbell();
-  drain_doorbell();
+  // The record is idle, so what has been rung before was meant for nobody any more.
+  g_doorbell.begin_exchange(segment);
   record->status = RECORD_POSTED;
   record->req_pid = getpid();
   record->count = packet.count;
@@ -209,7 +150,7 @@ Finding post(shm_info* record, std::int32_t segment, const packet_info& packet) 
   std::memcpy(record->data, packet.data, static_cast<std::size_t>(packet.length));
   // Rung while the semaphore is held: the comm application cannot take the record before it is complete.
   const Finding finding = ring(read_once(record->comm_pid));
-  if (finding) end_wait(segment);
+  if (finding) g_doorbell.end_exchange(segment);
   return finding;
 }
 
@@ -235,9 +176,8 @@ bool holds_reply(shm_info* record) {
 }  // namespace
 
 DspCommand::DspCommand() {
-  clear_flag_unless_awaited();
   set_program_name();
-  if (std::signal(kDoorbell, sigusr2_handle) == SIG_ERR) {
+  if (!g_doorbell.install()) {
     std::fprintf(stderr, "%s: [ERROR] failed to set signal handle!\n", g_prgname);
     return;
   }
@@ -335,35 +275,10 @@ void DspCommand::clean_ipc(shm_info* record) {
 int DspCommand::send_sigusr2(int pid) { return tell(ring(pid)); }
 
 int DspCommand::wait_sigusr2(long seconds) {
-  block_doorbell();
-  const sigset_t doorbell = doorbell_set();
-  if (seconds == 0) {
-    const int signal = sigwaitinfo(&doorbell, nullptr);
-    if (signal < 0) std::fprintf(stderr, "%s: [ERROR] sigwaitinfo failed!\n", g_prgname);
-    return signal;
-  }
-
-  // The signal is sent to the process: a thread of the host program that does not block it may take it instead,
-  // and then only the flag tells. Other signals that interrupt the wait do not shorten it.
-  const Deadline deadline(seconds_to_ns(seconds));
-  std::int64_t look_ns = g_doorbell_strays.load() ? kFirstLookWhileStrayingNs : kLongestLookNs;
-  for (;;) {
-    // Also with the flag set one look, without waiting: a signal that is pending would be taken for the next reply.
-    const bool has_strayed = g_signal_flg.load() != 0;
-    const std::int64_t left_ns = has_strayed ? 0 : deadline.remaining_ns();
-    const timespec look = to_timespec(std::min(look_ns, left_ns));
-    const int signal = sigtimedwait(&doorbell, nullptr, &look);
-    if (signal >= 0) {
-      g_doorbell_strays.store(false);
-      return signal;
-    }
-    if (has_strayed) {
-      g_doorbell_strays.store(true);
-      return -1;
-    }
-    if (left_ns == 0 || (errno != EAGAIN && errno != EINTR)) return -1;
-    look_ns = std::min(2 * look_ns, kLongestLookNs);
-  }
+  if (seconds != 0) return g_doorbell.wait(seconds_to_ns(seconds));
+  const int signal = g_doorbell.wait_without_limit();
+  if (signal < 0) std::fprintf(stderr, "%s: [ERROR] sigwaitinfo failed!\n", g_prgname);
+  return signal;
 }
 
 int DspCommand::send_to_comm(packet_info* packet) {
@@ -372,34 +287,36 @@ int DspCommand::send_to_comm(packet_info* packet) {
     return -1;
   }
   CancellationBlock no_cancellation;
+  if (post_request(*packet) < 0) return -1;
+  no_cancellation.leave_pending();  // the record is taken until the reply has been fetched
+  return 0;
+}
+
+int DspCommand::post_request(const packet_info& packet) {
   if (!operate_semaphore(-1, SEM_UNDO)) return report_semaphore();
 
   if (shm != nullptr && g_segment_left.load() == shm_id) {
     g_segment_left.store(-1);
     if (read_once(shm->req_pid) == getpid()) clean_ipc(shm);
   }
-  const Finding finding = post(shm, shm_id, *packet);
+  const Finding finding = post(shm, shm_id, packet);
   const bool is_unlocked = operate_semaphore(+1, SEM_UNDO);
+  if (!is_unlocked && !finding) abandon_reply(shm_id);
 
   const int result = tell(finding);
-  if (is_unlocked) {
-    if (result == 0) no_cancellation.leave_pending();  // the record is taken until the reply has been fetched
-    return result;
-  }
-  if (result == 0) {  // rung, but nobody is going to fetch the reply
-    g_segment_left.store(shm_id);
-    end_wait(shm_id);
-  }
-  return report_semaphore();
+  return is_unlocked ? result : report_semaphore();
 }
 
 int DspCommand::get_from_comm(packet_info* packet) {
   const CancellationBlock no_cancellation;
-  const bool is_rung = wait_sigusr2(kReplyLimitSeconds) >= 0 || g_signal_flg.exchange(0) != 0;
+  return fetch_reply(packet);
+}
+
+int DspCommand::fetch_reply(packet_info* packet) {
+  const bool is_rung = g_doorbell.wait_for_reply();
   Finding finding = {is_rung ? Failure::none : Failure::no_reply};
   if (!operate_semaphore(-1, SEM_UNDO)) {
-    if (shm != nullptr) g_segment_left.store(shm_id);
-    end_wait(shm_id);
+    if (shm != nullptr) abandon_reply(shm_id);
     tell(finding);
     return report_semaphore();
   }
@@ -408,11 +325,8 @@ int DspCommand::get_from_comm(packet_info* packet) {
   if (is_rung) finding = fetch(shm, packet);
   // Whatever happened, the record is free for the next request and a late reply finds nobody waiting.
   clean_ipc(shm);
-  end_wait(shm_id);
-  if (is_late) {
-    const sigset_t doorbell = doorbell_set();
-    sigtimedwait(&doorbell, nullptr, &kLateDoorbellLimit);
-  }
+  g_doorbell.end_exchange(shm_id);
+  if (is_late) g_doorbell.wait_for_late_one();
   const bool is_unlocked = operate_semaphore(+1, SEM_UNDO);
 
   const int result = tell(finding);

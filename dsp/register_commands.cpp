@@ -68,8 +68,8 @@ param_info as_read(param_info entry) {
 
 int DspCommand::exchange() {
   prt_gcmdbuf(0, &command_packet);
-  if (send_to_comm(&command_packet) < 0) return -1;
-  if (get_from_comm(&reply_packet) < 0) return -1;
+  if (post_request(command_packet) < 0) return -1;
+  if (fetch_reply(&reply_packet) < 0) return -1;
   prt_gcmdbuf(1, &reply_packet);
   return 0;
 }

@@ -235,6 +235,8 @@ class IPCAM_CAMERA_API DspCommand {
 
  private:
   IPCAM_CAMERA_LOCAL bool operate_semaphore(int op, short flags);
+  IPCAM_CAMERA_LOCAL int post_request(const packet_info& packet);
+  IPCAM_CAMERA_LOCAL int fetch_reply(packet_info* packet);
   IPCAM_CAMERA_LOCAL int exchange() IPCAM_REQUIRES(mutex);
   IPCAM_CAMERA_LOCAL int apply_table(param_info* table, int n) IPCAM_REQUIRES(mutex);
   IPCAM_CAMERA_LOCAL int write_block(const param_info* table, int n) IPCAM_REQUIRES(mutex);
