@@ -1,8 +1,9 @@
-// Setters of exposure and its compensation, gain limits, iris, sensor readout and day/night levels.
+// Setters of exposure, gain limits, iris, sensor readout and day/night levels.
 #include <cstdio>
 #include <iterator>
 #include <limits>
 
+#include "dsp/cancellation.h"
 #include "dsp/setter.h"
 #include "ipcam/camera/parameter_tables.h"
 
@@ -122,18 +123,6 @@ int send_pattern(DspCommand& dsp, const s_ae_ptn& pattern) IPCAM_EXCLUDES(g_tabl
 }
 
 }  // namespace
-
-int DspCommand::do_blcomp(int value) {
-  if (value != 0 && value != 2 && value != 4) return refuse_value(value);
-  return set_byte(*this, g_blcomp, static_cast<std::uint8_t>(value / 2));
-}
-
-int DspCommand::do_expcomp(unsigned char* text) { return set_number(*this, g_expcomp, text, 0, 255); }
-
-int DspCommand::do_aereference(unsigned char* text) {
-  std::printf("%s: set aereference: %s\n", g_prgname, printable(text));
-  return set_number(*this, g_aereference, text, -9, 9);
-}
 
 int DspCommand::do_shutter_gain(s_ae_ptn pattern) {
   const CancellationBlock no_cancellation;  // the mode belongs to the tables

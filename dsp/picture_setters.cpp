@@ -1,4 +1,5 @@
-// Setters of the picture: saturation, contrast, sharpness, brightness, hue, colour bar, effects and gamma.
+// Setters of the picture: saturation, contrast, sharpness, brightness, hue, colour bar, effects and gamma, backlight
+// and exposure compensation.
 #include <cstdio>
 
 #include "dsp/setter.h"
@@ -98,6 +99,18 @@ int DspCommand::do_ygamma(unsigned char* text) {
 
 int DspCommand::do_cgamma(unsigned char* text) {
   return load_curve(*this, text, g_cgamma, g_ecgamma_val, g_ccgamma_val);
+}
+
+int DspCommand::do_blcomp(int value) {
+  if (value != 0 && value != 2 && value != 4) return refuse_value(value);
+  return set_byte(*this, g_blcomp, static_cast<std::uint8_t>(value / 2));
+}
+
+int DspCommand::do_expcomp(unsigned char* text) { return set_number(*this, g_expcomp, text, 0, 255); }
+
+int DspCommand::do_aereference(unsigned char* text) {
+  std::printf("%s: set aereference: %s\n", g_prgname, printable(text));
+  return set_number(*this, g_aereference, text, -9, 9);
 }
 
 }  // namespace ipcam::camera

@@ -177,11 +177,14 @@ class IPCAM_CAMERA_API DspCommand {
   // Preset 1, as register gains.
   int do_rbgain_preset1(unsigned short red, unsigned short blue);
 
-  // --- Exposure ---
+  // --- Compensation ---
 
   int do_blcomp(int value);                 // backlight compensation: 0, 2 or 4
   int do_expcomp(unsigned char* text);      // offset as a two's-complement byte, 0 to 255
   int do_aereference(unsigned char* text);  // reference level, -9 to 9
+
+  // --- Exposure ---
+
   // Applies one exposure pattern. The mode and maximum frame exposure are sent after the tables; a failure of
   // those two is printed, not returned.
   int do_shutter_gain(s_ae_ptn pattern);
