@@ -154,27 +154,31 @@ TEST_F(CommLink, WaitsForTheSignalAndLeavesItBlocked) {
   }).join();
 }
 
-TEST_F(CommLink, AThreadIsCancelledBehindItsExchangeAndNotWithin) {
+TEST_F(CommLink, AThreadIsCancelledBehindItsOperationAndNotWithin) {
   clock.reset();
-  const std::function<void()> exchanges[] = {[&] { read_register(dsp); },
-                                             [&] {
-                                               packet_info packet{};
-                                               dsp.send_to_comm(&packet);
-                                               dsp.get_from_comm(&packet);
-                                             }};
-  for (const auto& exchange : exchanges) {
-    const auto run_exchange = [](void* what) -> void* {
-      return (*static_cast<const std::function<void()>*>(what))(), nullptr;
-    };
-    const std::uint32_t traced = camera.board().trace_end;
+  const struct Operation {
+    std::function<void()> run;
+    std::size_t exchanges;
+  } operations[] = {{[&] { read_register(dsp); }, 1},
+                    {[&] { dsp.do_shutter_gain({}); }, 6},
+                    {[&] {
+                       packet_info packet{};
+                       dsp.send_to_comm(&packet);
+                       dsp.get_from_comm(&packet);
+                     },
+                     1}};
+  for (const Operation& operation : operations) {
+    const auto run_operation = [](void* what) -> void* { return static_cast<Operation*>(what)->run(), nullptr; };
+    camera.clear_traffic();
     camera.fault(sim::Fault::late_reply, {.delay_ms = 100});
     pthread_t thread{};
     void* end = nullptr;
-    pthread_create(&thread, nullptr, run_exchange, const_cast<std::function<void()>*>(&exchange));
-    EXPECT_TRUE(eventually([&] { return camera.board().trace_end != traced; }));
+    pthread_create(&thread, nullptr, run_operation, const_cast<Operation*>(&operation));
+    EXPECT_TRUE(eventually([&] { return !camera.traffic().empty(); }));
     pthread_cancel(thread);
     pthread_join(thread, &end);
     EXPECT_EQ(end, PTHREAD_CANCELED);
+    EXPECT_EQ(camera.traffic().size(), operation.exchanges);
     EXPECT_EQ(read_register(dsp), 1);
   }
 }
