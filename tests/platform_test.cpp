@@ -98,9 +98,11 @@ struct CountedWorker : ipcam::camera::AutoDaynight {
   CountedWorker() : AutoDaynight(1, nullptr) {}
   int start_thread() override {
     ++entered;
+    held.wait(true);
     AutoDaynight::start_thread();
     return ++left;
   }
+  std::atomic<bool> held = false;
   std::atomic<int> entered = 0;
   std::atomic<int> left = 0;
 };
@@ -125,6 +127,14 @@ TEST(WorkerTest, StopEndsTheRunsBeforeItAndNoLaterOne) {
   EXPECT_EQ(worker.left, 101) << "one of the last two goes on";
   worker.stop_thread();
   wait_for(worker.left, 102);
+
+  worker.held = true;
+  EXPECT_EQ(worker.execute_process(), 0);
+  auto direct = std::async(std::launch::async, [&] { return worker.AutoDaynight::start_thread(); });
+  while (direct.wait_for(1ms) == std::future_status::timeout) worker.stop_thread();
+  worker.held = false;
+  worker.held.notify_all();
+  wait_for(worker.left, 103);  // on its way, it was stopped together with the direct one
 }
 
 TEST(JournalTest, KeepsTheNewestCallsInOrder) {
