@@ -1,5 +1,8 @@
-// The host platform: queue, reply semaphores, worker threads and journal.
+// The host platform: queue, reply semaphores, worker threads, stored record and journal.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -8,8 +11,10 @@
 #include "ipcam/camera/auto_daynight.h"
 #include "ipcam/comm/thd_if.h"
 #include "ipcam/comm/wit_end.h"
+#include "ipcam/config/config_file.h"
 #include "ipcam/platform/journal.h"
 #include "ipcam/system.h"
+#include "tests/support/stand_ins.h"
 
 namespace {
 
@@ -135,6 +140,20 @@ TEST(WorkerTest, StopEndsTheRunsBeforeItAndNoLaterOne) {
   worker.held = false;
   worker.held.notify_all();
   wait_for(worker.left, 103);  // on its way, it was stopped together with the direct one
+}
+
+TEST(ConfigFileTest, GivesUpAnotherWriterAfterFiveSeconds) {
+  setenv("IPCAM_CONFIG_DIR", "/tmp", 1);
+  const int lock = open("/tmp/all.conf.lock", O_RDWR | O_CREAT, 0600);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  const ipcam::test::FakeClock clock;
+  char name[] = "all.conf";
+  ipcam::config::ConfigFile file(name);
+  std::array<char, 880> record{};
+  EXPECT_EQ(file.write_record(record.data(), 3), -1);
+  EXPECT_EQ(clock.advanced_us(), 5'000'000);
+  close(lock);
+  EXPECT_EQ(file.write_record(record.data(), 3), 0);
 }
 
 TEST(JournalTest, KeepsTheNewestCallsInOrder) {
