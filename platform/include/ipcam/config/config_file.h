@@ -13,6 +13,7 @@ class ConfigFile {
   // `path` is a file name inside the configuration directory; it is copied. With a name that is too long every read and
   // write fails.
   explicit ConfigFile(char* path);
+  // The file stays as it is; nothing is held open between two operations.
   virtual ~ConfigFile();
   ConfigFile(const ConfigFile&) = delete;
   ConfigFile& operator=(const ConfigFile&) = delete;
