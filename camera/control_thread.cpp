@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 #include "camera/request_path.h"
 #include "dsp/command_text.h"
@@ -162,8 +163,8 @@ void ControlThread::destroy_objects() {
   dsp_.reset();
   focus_assist_.reset();
   auto_daynight_.reset();
-  onepush_wb_.reset();
-  evr_control_.reset();
+  Worker::dispose(std::move(onepush_wb_));
+  Worker::dispose(std::move(evr_control_));
   for (int* gpio : {&gpio0_, &gpio4_}) {
     if (*gpio >= 0) close(*gpio);
     *gpio = -1;

@@ -4,10 +4,39 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <new>
 #include <sstream>
+#include <utility>
 
 #include "camera/settings_record.h"
 #include "tests/support/call_cases.h"
+#include "tests/support/interpose.h"
+
+namespace ipcam::test {
+namespace {
+
+// What becomes of a start.
+enum class Start { kRuns, kThrows, kIsLate };
+Start g_start = Start::kRuns;
+Thread* g_late = nullptr;  // the worker whose thread is yet to come
+
+}  // namespace
+}  // namespace ipcam::test
+
+// The result says nothing of what has become of it.
+int ipcam::Thread::execute_process() {
+  static auto* const kReal =
+      reinterpret_cast<int (*)(Thread*)>(test::real_function("_ZN5ipcam6Thread15execute_processEv"));
+  switch (std::exchange(test::g_start, test::Start::kRuns)) {
+    case test::Start::kThrows:
+      throw std::bad_alloc();
+    case test::Start::kIsLate:
+      test::g_late = this;
+      return 0;
+    default:
+      return kReal(this) - 1;
+  }
+}
 
 namespace ipcam::test {
 namespace {
@@ -118,29 +147,49 @@ TEST_F(OnepushTest, AppliesNothingAfterAStopDuringTheSave) {
   EXPECT_EQ(camera.traffic(), kStart + readings(5));
 }
 
-// A worker whose thread takes its first step late.
-class LateWorker : public OnepushWB {
- public:
-  using OnepushWB::OnepushWB;
-  int start_thread() override {
-    gate.get_future().wait();
-    return OnepushWB::start_thread();
-  }
-  std::promise<void> gate;
-};
-
 TEST_F(OnepushTest, AStopReachesARunThatHasNotTakenItsFirstStep) {
-  auto worker = std::make_unique<LateWorker>(&dsp);
+  auto worker = std::make_unique<OnepushWB>(&dsp);
+  g_start = Start::kIsLate;
   ASSERT_EQ(worker->start(), 0);
   EXPECT_EQ(worker->start(), -1);
   worker->stop_thread();
   auto idle = std::async(std::launch::async, [&] { worker->wait_until_idle(); });
   real_pause_ms(20);
   EXPECT_EQ(idle.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
-  worker->gate.set_value();
+  EXPECT_EQ(g_late->start_thread(), -1);
   idle.wait();
   worker.reset();
   EXPECT_EQ(camera.traffic(), Lines{});
+}
+
+TEST_F(OnepushTest, ALostRunCostsItsOwnStartOnly) {
+  write_settings(saved(0, 0).i32(16, 3));
+  ASSERT_EQ(start_control_thread(), 0);
+  ASSERT_EQ(request(camera::REQUEST_WB_MODE, 7), 0);
+  camera.clear_traffic();
+  const Lines measured = kStart + readings(5) + kApplied;
+  const auto trigger = [&](Start start) {
+    g_start = start;
+    EXPECT_EQ(request(camera::REQUEST_ONE_PUSH_TRG), 0);
+  };
+  const Output output = capture([&] {
+    trigger(Start::kIsLate);
+    trigger(Start::kRuns);
+    EXPECT_TRUE(eventually([&] { return camera.traffic() == measured; }));
+    EXPECT_EQ(g_late->start_thread(), -1) << "given up";
+    trigger(Start::kIsLate);
+    trigger(Start::kIsLate);
+    EXPECT_EQ(g_late->start_thread(), 0) << "whichever comes first";
+    EXPECT_EQ(g_late->start_thread(), -1);
+    trigger(Start::kThrows);
+    stop_control_thread();
+  });
+  EXPECT_EQ(g_late->start_thread(), -1) << "its worker is still there";
+  EXPECT_EQ(camera.traffic(), measured + measured);
+  const std::string message = "45@OnepushWB#start: -OnepushWB- : couldn't start a run.\n";
+  std::size_t messages = 0;
+  for (std::size_t at = 0; (at = output.err.find(message, at)) != std::string::npos; ++at) ++messages;
+  EXPECT_EQ(messages, 3U);
 }
 
 TEST_F(OnepushTest, RunsTakeTurns) {

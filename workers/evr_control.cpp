@@ -13,10 +13,12 @@ constexpr unsigned char kLongShutterEvrData4 = 255;  // while the shutter value 
 
 }  // namespace
 
-EVRControl::EVRControl(unsigned char evrdata4, DspCommand* dsp) : dsp_(dsp), evrdata4_(evrdata4) {}
+EVRControl::EVRControl(unsigned char evrdata4, DspCommand* dsp)
+    : Worker("EVRControl"), dsp_(dsp), evrdata4_(evrdata4) {}
 
 int EVRControl::start_thread() {
   const Turn turn(*this);
+  if (!turn.is_mine()) return -1;
   setActive();
   int result = -1;
   while (may_go_on()) {

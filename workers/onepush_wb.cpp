@@ -34,10 +34,11 @@ std::uint16_t gain_of(char low, char high) {
 
 }  // namespace
 
-OnepushWB::OnepushWB(DspCommand* dsp) : dsp_(dsp) {}
+OnepushWB::OnepushWB(DspCommand* dsp) : Worker("OnepushWB"), dsp_(dsp) {}
 
 int OnepushWB::start_thread() {
   const Turn turn(*this);
+  if (!turn.is_mine()) return -1;
   setActive();
   int result = -1;
   try {

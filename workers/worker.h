@@ -4,6 +4,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 
 #include "dsp/locking.h"
 #include "ipcam/comm/mutex.h"
@@ -11,46 +12,59 @@
 
 namespace ipcam::camera {
 
-// ipcam::Thread offers no join and does not know when its thread takes the first step, so a worker keeps for itself:
+// ipcam::Thread offers no join, does not say whether a start has led to a run, and does not know when that takes its
+// first step. So a worker keeps for itself:
 // - Runs take turns: a second start_thread() waits until the first has left.
 // - A stop counts for every run that had been started by then, also when its thread has not yet arrived.
 // - The worker is idle only when no run is in progress, waiting for its turn, or on its way.
+// - A run that is not there when it has been waited for long enough is given up. If it comes after all, it ends at
+// once.
 //
 // The control thread starts and stops runs; start_thread() and what it calls run on the worker's thread. A run that has
 // been stopped writes no further register and no record: it looks at the stop before each.
 //
-// Before a worker is destroyed, its last run must have ended: stop_thread(), wait_until_idle().
+// A worker ends by stop_thread(), wait_until_idle(), dispose().
 class Worker : public ipcam::Thread {
  public:
   // Stops the runs started so far; a later one is not concerned. Returns 0 at once; the run in progress ends after its
   // current sleep. Any thread.
   int stop_thread() override;
 
-  // Starts a run on a thread of its own. Returns 0, or -1 when the worker is not idle or no thread could be created;
-  // then no run follows. Control thread only.
+  // Starts a run on a thread of its own. Returns 0, or -1 when the worker is not idle or the thread library throws;
+  // then no run follows. A start may also fail unseen: the next wait_until_idle() finds out, and prints it, as a -1 is
+  // printed here. Control thread only.
   int start();
-  // Waits without limit until the worker is idle; the end of a run wakes it. Call stop_thread() first. Not on the
-  // worker's thread.
+  // Waits until the worker is idle: at most 5 seconds for a run to arrive, without limit for one that has arrived; its
+  // steps wake it. Call stop_thread() first. Not on the worker's thread.
   void wait_until_idle();
+  // Destroys an idle worker, unless a run that was given up may still come: such a worker is left alive for good.
+  // Control thread only.
+  static void dispose(std::unique_ptr<Worker> worker);
 
   void setActive();
   void setInactive();
 
  protected:
   // One run, from the first line of start_thread() to its last. Its end is the run's last touch of the worker: as soon
-  // as wait_until_idle() sees it, the worker may be destroyed.
+  // as wait_until_idle() sees it, the worker may be destroyed. A run without a turn was given up and must do nothing.
   class Turn {
    public:
-    explicit Turn(Worker& worker) : worker_(worker) { worker_.begin(); }
-    ~Turn() { worker_.end(); }
+    explicit Turn(Worker& worker) : worker_(worker), is_mine_(worker.begin()) {}
+    ~Turn() {
+      if (is_mine_) worker_.end();
+    }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
 
+    bool is_mine() const { return is_mine_; }
+
    private:
     Worker& worker_;
+    const bool is_mine_;
   };
 
-  Worker() : ipcam::Thread(THREAD_PRIORITY_DEFAULT, false) {}
+  // `name`: of the class, a literal, for its messages.
+  explicit Worker(const char* name) : ipcam::Thread(THREAD_PRIORITY_DEFAULT, false), name_(name) {}
 
   // True when the run in progress has been stopped.
   bool is_stopped();
@@ -60,20 +74,28 @@ class Worker : public ipcam::Thread {
  private:
   using ipcam::Thread::execute_process;  // start() is the one way to start a thread
 
-  void begin();
+  bool launch();
+  bool begin();
   void end();
+  void give_up() IPCAM_REQUIRES(run_mutex_);
+  bool has_lost_run();
+  void report_failed_start() const;
 
+  const char* const name_;
   std::atomic<std::uint8_t> active_{0};  // 1 while a run may go on; written under active_mutex_ only
   ipcam::comm::Mutex active_mutex_;
 
   std::atomic<std::uint32_t> stops_{0};
   LibraryMutex run_mutex_;  // innermost: nothing else is taken while it is held
-  std::condition_variable_any run_ended_;
+  std::condition_variable_any changed_;
   bool on_its_way_ IPCAM_GUARDED_BY(run_mutex_) = false;  // started, its thread has not arrived
   bool in_progress_ IPCAM_GUARDED_BY(run_mutex_) = false;
   int arrived_ IPCAM_GUARDED_BY(run_mutex_) = 0;                   // in progress or waiting for their turn
+  int lost_ IPCAM_GUARDED_BY(run_mutex_) = 0;                      // given up, their threads may still come
   std::uint32_t stops_at_start_ IPCAM_GUARDED_BY(run_mutex_) = 0;  // of the run on its way
   std::uint32_t stops_of_run_ IPCAM_GUARDED_BY(run_mutex_) = 0;    // of the run in progress, when it was started
+
+  Worker* next_kept_ = nullptr;  // of those that are left alive; control thread only
 };
 
 }  // namespace ipcam::camera
