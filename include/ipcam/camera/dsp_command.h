@@ -225,6 +225,10 @@ class IPCAM_CAMERA_API DspCommand {
   int setSyRevision(int revision);
 
  private:
+  friend class ControlThread;  // detaches its object before the last workers are done with it
+
+  // Detaches ahead of the destruction, after the command under way; commands fail from then on.
+  IPCAM_CAMERA_LOCAL void detach() IPCAM_EXCLUDES(mutex);
   IPCAM_CAMERA_LOCAL int exchange() IPCAM_REQUIRES(mutex);
   IPCAM_CAMERA_LOCAL int apply_table(param_info* table, int n) IPCAM_REQUIRES(mutex);
   IPCAM_CAMERA_LOCAL int write_block(const param_info* table, int n) IPCAM_REQUIRES(mutex);
