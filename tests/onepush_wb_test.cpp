@@ -1,6 +1,10 @@
 // One-push white balance: the course of one measurement, and stopping it at any time.
 #include "workers/onepush_wb.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <functional>
 #include <future>
 #include <memory>
@@ -44,6 +48,7 @@ namespace {
 using camera::OnepushWB;
 
 constexpr char kPoll[] = "usleep(100000)";
+constexpr char kLockPause[] = "usleep(10000)";  // between two looks at another writer's file lock
 
 const Lines kStart = {"r 12/0x00", "w 12/0x00=0x01"};
 const Lines kApplied = {"r 12/0x80 12/0x81 12/0x82 12/0x83", "w 12/0x80=0x42 12/0x81=0x0e 12/0x82=0xed 12/0x83=0x07",
@@ -198,6 +203,27 @@ TEST_F(OnepushTest, RunsTakeTurns) {
   EXPECT_EQ(worker.start_thread(), 0);
   EXPECT_EQ(first.get(), 0);
   EXPECT_EQ(camera.traffic(), kStart + readings(5) + kApplied + kStart + readings(5) + kApplied);
+}
+
+TEST_F(OnepushTest, ModeOnepushTakesTheGainsThatAreBeingSaved) {
+  write_settings(saved(7, 8).i32(16, 3));
+  ASSERT_EQ(start_control_thread(), 0);
+  ASSERT_EQ(request(camera::REQUEST_WB_MODE, 7), 0);
+  const int other_writer = open("/tmp/config/all.conf.lock", O_RDWR | O_CREAT, 0600);
+  ASSERT_EQ(flock(other_writer, LOCK_EX), 0);
+  clock->hold(kLockPause);
+  ASSERT_EQ(request(camera::REQUEST_ONE_PUSH_TRG), 0);
+  ASSERT_TRUE(clock->wait_until_held(kLockPause));
+  camera.clear_traffic();
+  const Output output = capture([&] {
+    auto mode = std::async(std::launch::async, [&] { return request(camera::REQUEST_WB_MODE, 7); });
+    real_pause_ms(50);
+    close(other_writer);
+    clock->release_all();
+    EXPECT_EQ(mode.get(), 0);
+  });
+  EXPECT_NE(output.err.find("Saved RGain:3650, BGain:2029\n"), std::string::npos) << output.err;
+  EXPECT_EQ(camera.traffic(), kApplied);
 }
 
 // Requests that meet a measurement asleep after its third poll. They end it, and wait for its end.
