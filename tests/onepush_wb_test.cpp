@@ -139,7 +139,7 @@ TEST_F(OnepushTest, WritesNothingAfterAStopAtAnyPoll) {
   EXPECT_EQ(read_settings().bytes, saved(0, 0).bytes);
 }
 
-TEST_F(OnepushTest, AppliesNothingAfterAStopDuringTheSave) {
+TEST_F(OnepushTest, SavesAndAppliesNothingAfterAStopBeforeTheSave) {
   OnepushWB worker(&dsp);
   {
     camera::LockGuard lock(camera::g_record_lock);
@@ -150,6 +150,7 @@ TEST_F(OnepushTest, AppliesNothingAfterAStopDuringTheSave) {
   }
   worker.wait_until_idle();
   EXPECT_EQ(camera.traffic(), kStart + readings(5));
+  EXPECT_EQ(read_settings().bytes, saved(0, 0).bytes);
 }
 
 TEST_F(OnepushTest, AStopReachesARunThatHasNotTakenItsFirstStep) {

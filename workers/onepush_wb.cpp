@@ -134,8 +134,11 @@ int OnepushWB::setRBGainToARM7() {
 int OnepushWB::setRBGainToConf() {
   OwnConfig config;
   const RecordUpdate update = update_settings(config, [this](SettingsRecord& record) {
+    // The last moment: the stop may have come while this thread waited for the lock.
+    if (is_stopped()) return false;
     record.snapshot.onepush_rgain = red_gain_;
     record.snapshot.onepush_bgain = blue_gain_;
+    return true;
   });
   if (update == RecordUpdate::kWriteFailed) {
     std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : config file write error\n", 208, "OnepushWB", "setRBGainToConf");

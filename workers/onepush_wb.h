@@ -24,7 +24,7 @@ class OnepushWB : public Worker {
   int getRBGainFromARM7();
   // Writes the last gains read into preset 1 and selects it. Returns 0, or -1 also when the measurement was stopped.
   int setRBGainToARM7();
-  // Saves the last gains read in the camera settings record. Returns 0 or -1.
+  // Saves the last gains read in the camera settings record. Returns 0, or -1 also when the measurement was stopped.
   int setRBGainToConf();
 
  private:
