@@ -20,8 +20,9 @@ namespace ipcam::camera {
 // - A run that is not there when it has been waited for long enough is given up. If it comes after all, it ends at
 // once.
 //
-// The control thread starts and stops runs; start_thread() and what it calls run on the worker's thread. A run that has
-// been stopped writes no further register and no record: it looks at the stop before each.
+// The control thread starts and stops runs; start_thread() and what it calls run on the worker's thread. A worker that
+// has been stopped writes nothing more once its run has ended: it looks at the stop before every write of a register or
+// the record, and only a write that is under way at the stop still completes.
 //
 // A worker ends by stop_thread(), wait_until_idle(), dispose().
 class Worker : public ipcam::Thread {
