@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 #include <sstream>
+#include <thread>
 #include <utility>
 
 #include "camera/settings_record.h"
@@ -196,6 +197,14 @@ TEST_F(OnepushTest, ALostRunCostsItsOwnStartOnly) {
   std::size_t messages = 0;
   for (std::size_t at = 0; (at = output.err.find(message, at)) != std::string::npos; ++at) ++messages;
   EXPECT_EQ(messages, 3U);
+}
+
+TEST_F(OnepushTest, ARunIsNotCancelledBeforeItsEnd) {
+  OnepushWB worker(&dsp);
+  std::thread run([&] { worker.start_thread(); });
+  pthread_cancel(run.native_handle());
+  run.join();
+  EXPECT_EQ(camera.traffic(), kStart + readings(5) + kApplied);
 }
 
 TEST_F(OnepushTest, RunsTakeTurns) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "dsp/cancellation.h"
 #include "dsp/locking.h"
 #include "ipcam/comm/mutex.h"
 #include "ipcam/thread.h"
@@ -17,8 +18,7 @@ namespace ipcam::camera {
 // - Runs take turns: a second start_thread() waits until the first has left.
 // - A stop counts for every run that had been started by then, also when its thread has not yet arrived.
 // - The worker is idle only when no run is in progress, waiting for its turn, or on its way.
-// - A run that is not there when it has been waited for long enough is given up. If it comes after all, it ends at
-// once.
+// - A run that has been waited for in vain is given up. If it comes after all, it ends at once.
 //
 // The control thread starts and stops runs; start_thread() and what it calls run on the worker's thread. A worker that
 // has been stopped writes nothing more once its run has ended: it looks at the stop before every write of a register or
@@ -42,16 +42,18 @@ class Worker : public ipcam::Thread {
   // Control thread only.
   static void dispose(std::unique_ptr<Worker> worker);
 
+  // The active flag, without which a run ends. Any thread.
   void setActive();
   void setInactive();
 
  protected:
-  // One run, from the first line of start_thread() to its last. Its end is the run's last touch of the worker: as soon
-  // as wait_until_idle() sees it, the worker may be destroyed. A run without a turn was given up and must do nothing.
+  // One run, from the first line of start_thread() to its last; its thread cannot be cancelled meanwhile. Its end is
+  // the run's last touch of the worker: as soon as wait_until_idle() sees it, the worker may be destroyed. A run
+  // without a turn was given up and must do nothing.
   class Turn {
    public:
     explicit Turn(Worker& worker) : worker_(worker), is_mine_(worker.begin()) {}
-    ~Turn() {
+    ~Turn() noexcept(false) {
       if (is_mine_) worker_.end();
     }
     Turn(const Turn&) = delete;
@@ -60,6 +62,7 @@ class Worker : public ipcam::Thread {
     bool is_mine() const { return is_mine_; }
 
    private:
+    CancellationBlock cancellation_block_;
     Worker& worker_;
     const bool is_mine_;
   };
