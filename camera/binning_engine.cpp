@@ -112,7 +112,8 @@ RegisterReply read_frame_length(DspCommand& dsp) {
 // Waits as many frames as a long exposure takes, so that no picture of the old readout is on its way.
 void wait_frame_length(DspCommand& dsp) {
   constexpr std::int64_t kFrame_us = 34'000;
-  constexpr std::int64_t kLongestSleep_us = 900'000;  // usleep() takes less than a second; the wait may be 37 minutes
+  // The wait may be 37 minutes. glibc's usleep() takes any time, POSIX lets others refuse a second or more.
+  constexpr std::int64_t kLongestSleep_us = 900'000;
 
   const RegisterReply reply = read_frame_length(dsp);
   const std::int64_t vmax = reply.bytes[0] + 256 * reply.bytes[1];

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 #include "camera/request_path.h"
 #include "dsp/command_text.h"
@@ -149,7 +150,7 @@ void ControlThread::serve() {
 }
 
 void ControlThread::destroy_objects() {
-  // The workers use the DspCommand: their runs end before it goes.
+  // The library's own workers have done with the registers before anything goes.
   if (onepush_wb_ != nullptr) {
     onepush_wb_->stop_thread();
     onepush_wb_->wait_until_idle();
@@ -159,11 +160,14 @@ void ControlThread::destroy_objects() {
     evr_control_->wait_until_idle();
   }
 
-  dsp_.reset();
+  // The camera's own workers are nobody's to stop, and may use the DspCommand until they are gone: it detaches now,
+  // which is what others see of its end, and is freed after them.
+  if (dsp_ != nullptr) dsp_->detach();
   focus_assist_.reset();
   auto_daynight_.reset();
-  onepush_wb_.reset();
-  evr_control_.reset();
+  Worker::dispose(std::move(onepush_wb_));
+  Worker::dispose(std::move(evr_control_));
+  dsp_.reset();
   for (int* gpio : {&gpio0_, &gpio4_}) {
     if (*gpio >= 0) close(*gpio);
     *gpio = -1;

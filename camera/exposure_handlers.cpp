@@ -225,7 +225,10 @@ int ControlThread::hold_iris_open(int value) {
     exposure_mode(0);
   }
 
-  const auto save_flag = [this](SettingsRecord& record) { record.snapshot.hold_iris_open = iris_hold_; };
+  const auto save_flag = [this](SettingsRecord& record) {
+    record.snapshot.hold_iris_open = iris_hold_;
+    return true;
+  };
   // The iris has been moved already, so a state that could not be saved is no failure of the request.
   if (update_settings(*library_->config, save_flag) != RecordUpdate::kDone) return 0;
   library_->post_process->loadConfig();

@@ -167,6 +167,8 @@ int ControlThread::wb_mode(int value) {
   // Gains first: the mode register selects them the moment it is written.
   const SettingsSnapshot& stored = record.snapshot;
   if (value == kOnepushRequest) {
+    // The measurement that has just ended may have saved its gains. A record that cannot be read now stays as it was.
+    read_own_settings(record);
     std::fprintf(stderr, "Saved RGain:%d, BGain:%d\n", stored.onepush_rgain, stored.onepush_bgain);
     dsp_->do_rbgain_preset1(stored.onepush_rgain, stored.onepush_bgain);
   }

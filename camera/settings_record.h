@@ -103,18 +103,19 @@ class OwnConfig : public ipcam::config::ConfigFile {
 bool read_settings(ipcam::config::ConfigFile& config, SettingsRecord& record);
 
 // Guards every read-change-write of the stored record, so that two threads that change different fields do not
-// lose each other's. Innermost lock: nothing else is taken while it is held.
+// lose each other's. A worker's run lock may be taken while it is held, nothing else.
 extern LibraryMutex g_record_lock;
 
-enum class RecordUpdate { kDone, kReadFailed, kWriteFailed };
+enum class RecordUpdate { kDone, kReadFailed, kWriteFailed, kLeft };
 
-// Reads the stored record through `config`, lets `change` set its own fields, and writes the record back.
+// Reads the stored record through `config`, lets `change` set its own fields, and writes the record back. If `change`
+// returns false, the stored record is left as it is.
 template <class Change>
 RecordUpdate update_settings(ipcam::config::ConfigFile& config, Change change) {
   LockGuard<LibraryMutex> lock(g_record_lock);
   SettingsRecord record{};
   if (!read_settings(config, record)) return RecordUpdate::kReadFailed;
-  change(record);
+  if (!change(record)) return RecordUpdate::kLeft;
   if (config.write_record(&record, kSettingsKind) != 0) return RecordUpdate::kWriteFailed;
   return RecordUpdate::kDone;
 }

@@ -186,8 +186,15 @@ DspCommand::DspCommand() {
   shm = reinterpret_cast<shm_info*>(address);
 }
 
+// Takes no lock: giving one back may end the thread, which a destructor must not.
 DspCommand::~DspCommand() {
   if (shm != nullptr) shmdt(shm);
+}
+
+void DspCommand::detach() {
+  LockGuard lock(mutex);
+  if (shm != nullptr) shmdt(shm);
+  shm = nullptr;
 }
 
 int DspCommand::get_key(int* key) {

@@ -98,6 +98,7 @@ TEST_F(CommLink, SignalsNoProcessGroup) {
 TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
   shm_info record{};
   packet_info packet{.count = 1, .length = 129, .data = {}};
+  packet_info read{.count = 1, .length = 6, .data = {6, 1, 12, 0, 0, 1}};
   packet_info negative{.count = 0, .length = -12, .data = {}};
   int id = 0;
   std::intptr_t address = 0;
@@ -117,6 +118,11 @@ TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
       {[&] { return dsp.send_to_comm(&packet); }, "dspset: [ERROR] too many parameter!\n"},
       {[&] { return packet.length = -1, dsp.send_to_comm(&packet); }, "dspset: [ERROR] too many parameter!\n"},
       {[&] { return dsp.send_to_comm(nullptr); }, "dspset: [ERROR] too many parameter!\n"},
+      {[&] {
+         camera.fault(sim::Fault::length_too_large);
+         return dsp.send_to_comm(&read) + dsp.get_from_comm(&read);
+       },
+       "dspset: [ERROR] reply too long (129, maximum length: 128)!\n"},
   };
   for (const auto& c : cases) {
     const Output output = capture([&] { EXPECT_EQ(c.call(), -1); });

@@ -164,7 +164,7 @@ TEST_F(StressWithEvr, StartingAndStoppingLeavesNothingBehind) {
       clock->clear_waits();
     }
   };
-  capture(run_cycles);  // memory that is kept for later use, the journal's above all, is in place afterwards
+  capture(run_cycles);  // memory that is kept for later use is in place afterwards
   const Leftovers before = Leftovers::now();
   const long pages_before = resident_pages();
   capture(run_cycles);

@@ -93,7 +93,7 @@ constexpr Setting kSettings[] = {
      .meaning = "contrast; 3 is neutral", .field = "contrast", .tables = {g_contrast}},
     {.name = "iris-hold", .code = REQUEST_HOLD_AUTO_IRIS_OPEN, .kind = Kind::kSetting, .values = {.words = kHoldWords},
      .meaning = "holds the automatic iris open, with focus assist; applies the stored exposure too",
-     .depends = "the hold ends with the control thread, so use camctl shell",
+     .depends = "use camctl shell: the next start lets the iris go, but leaves it open while exposure is flickerless",
      .field = "hold_iris_open", .tables = {g_miris_mode}},
     {.name = "auto-shutter", .code = REQUEST_AUTO_SHUTTER, .kind = Kind::kStored,
      .meaning = "automatic shutter", .depends = "has no effect while exposure is flickerless", .field = "auto_shutter"},

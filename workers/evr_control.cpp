@@ -14,14 +14,11 @@ constexpr unsigned char kLongShutterEvrData4 = 255;  // while the shutter value 
 }  // namespace
 
 EVRControl::EVRControl(unsigned char evrdata4, DspCommand* dsp)
-    : ipcam::Thread(THREAD_PRIORITY_DEFAULT, false), dsp_(dsp), evrdata4_(evrdata4) {}
-
-int EVRControl::start() { return run_.start(*this); }
-
-void EVRControl::wait_until_idle() { run_.wait_until_idle(); }
+    : Worker("EVRControl"), dsp_(dsp), evrdata4_(evrdata4) {}
 
 int EVRControl::start_thread() {
-  WorkerRun::Turn turn(run_);
+  const Turn turn(*this);
+  if (!turn.is_mine()) return -1;
   setActive();
   int result = -1;
   while (may_go_on()) {
@@ -40,15 +37,6 @@ int EVRControl::start_thread() {
   setInactive();
   return result;
 }
-
-int EVRControl::stop_thread() {
-  // The flag alone would miss a run whose thread has not yet set it.
-  run_.stop();
-  if (active_.load() != 0) setInactive();
-  return 0;
-}
-
-bool EVRControl::may_go_on() { return active_.load() != 0 && !run_.stopped(); }
 
 // A failed read leaves the zeroed reply: the worker then goes on as in normal operation.
 int EVRControl::getAdjustMode() {
@@ -89,16 +77,6 @@ int EVRControl::getCPUMode() {
   dsp_->do_debug(text, reply);
   cpu_mode_ = reply[0] != 0 ? 1 : 0;
   return cpu_mode_;
-}
-
-void EVRControl::setActive() {
-  LockGuard lock(mutex_);
-  active_.store(1);
-}
-
-void EVRControl::setInactive() {
-  LockGuard lock(mutex_);
-  active_.store(0);
 }
 
 }  // namespace ipcam::camera

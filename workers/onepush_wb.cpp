@@ -34,14 +34,11 @@ std::uint16_t gain_of(char low, char high) {
 
 }  // namespace
 
-OnepushWB::OnepushWB(DspCommand* dsp) : ipcam::Thread(THREAD_PRIORITY_DEFAULT, false), dsp_(dsp) {}
-
-int OnepushWB::start() { return run_.start(*this); }
-
-void OnepushWB::wait_until_idle() { run_.wait_until_idle(); }
+OnepushWB::OnepushWB(DspCommand* dsp) : Worker("OnepushWB"), dsp_(dsp) {}
 
 int OnepushWB::start_thread() {
-  WorkerRun::Turn turn(run_);
+  const Turn turn(*this);
+  if (!turn.is_mine()) return -1;
   setActive();
   int result = -1;
   try {
@@ -51,13 +48,6 @@ int OnepushWB::start_thread() {
   }
   setInactive();
   return result;
-}
-
-int OnepushWB::stop_thread() {
-  // The flag alone would miss a measurement whose thread has not yet set it.
-  run_.stop();
-  if (active_.load() != 0) setInactive();
-  return 0;
 }
 
 // Every write is preceded by a look at the stop, which may arrive at any time: a mode chosen meanwhile must stay.
@@ -103,8 +93,6 @@ void OnepushWB::save_and_apply_last_reading() {
 
 bool OnepushWB::settled() const { return has_settled(red_samples_) && has_settled(blue_samples_); }
 
-bool OnepushWB::may_go_on() { return active_.load() != 0 && !run_.stopped(); }
-
 int OnepushWB::getRBGainFromARM7() {
   char text[] = "r,14,140;14,141;14,142;14,143";
   char reply[10] = {};
@@ -121,7 +109,7 @@ int OnepushWB::getRBGainFromARM7() {
 }
 
 int OnepushWB::setRBGainToARM7() {
-  if (run_.stopped()) return -1;
+  if (is_stopped()) return -1;
   char gains_text[96];
   std::snprintf(gains_text, sizeof(gains_text), "w,12,128,0xff,%d;12,129,0xff,%d;12,130,0xff,%d;12,131,0xff,%d",
                 red_gain_ & 0xff, red_gain_ >> 8, blue_gain_ & 0xff, blue_gain_ >> 8);
@@ -133,7 +121,7 @@ int OnepushWB::setRBGainToARM7() {
     return -1;
   }
 
-  if (run_.stopped()) return -1;
+  if (is_stopped()) return -1;
   char select_text[] = "w,12,0,0x07,5";
   if (dsp_->do_debug(select_text, reply) == -1) {
     std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : couldn't set preset1 to WBmode.\n", 184, "OnepushWB",
@@ -146,8 +134,11 @@ int OnepushWB::setRBGainToARM7() {
 int OnepushWB::setRBGainToConf() {
   OwnConfig config;
   const RecordUpdate update = update_settings(config, [this](SettingsRecord& record) {
+    // The last moment: the stop may have come while this thread waited for the lock.
+    if (is_stopped()) return false;
     record.snapshot.onepush_rgain = red_gain_;
     record.snapshot.onepush_bgain = blue_gain_;
+    return true;
   });
   if (update == RecordUpdate::kWriteFailed) {
     std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : config file write error\n", 208, "OnepushWB", "setRBGainToConf");
@@ -156,16 +147,6 @@ int OnepushWB::setRBGainToConf() {
     std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : config file read error.\n", 213, "OnepushWB", "setRBGainToConf");
   }
   return update == RecordUpdate::kDone ? 0 : -1;
-}
-
-void OnepushWB::setActive() {
-  LockGuard lock(mutex_);
-  active_.store(1);
-}
-
-void OnepushWB::setInactive() {
-  LockGuard lock(mutex_);
-  active_.store(0);
 }
 
 }  // namespace ipcam::camera

@@ -22,6 +22,10 @@ constexpr int kSettingsKind = 3;
 constexpr std::size_t kRecordSize = 880;
 constexpr mode_t kNewFileMode = 0644;
 
+// Another writer needs milliseconds; after the limit it is stuck.
+constexpr int kLockLimit_ms = 5000;
+constexpr int kLockPause_ms = 10;
+
 // Paths have a fixed size, so that no read or write can fail for want of memory.
 using Path = std::array<char, PATH_MAX>;
 
@@ -92,10 +96,11 @@ class WriterLock {
   explicit WriterLock(const Path& path)
       : file_(open(path.data(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNewFileMode)) {
     if (!file_.is_open()) return;
-    int failed = 0;
-    do failed = flock(file_.get(), LOCK_EX);
-    while (failed != 0 && errno == EINTR);
-    is_held_ = failed == 0;
+    for (int left_ms = kLockLimit_ms;; left_ms -= kLockPause_ms) {
+      is_held_ = flock(file_.get(), LOCK_EX | LOCK_NB) == 0;
+      if (is_held_ || errno != EWOULDBLOCK || left_ms == 0) return;
+      usleep(useconds_t{kLockPause_ms} * 1000);
+    }
   }
   ~WriterLock() {
     if (is_held_) flock(file_.get(), LOCK_UN);

@@ -12,14 +12,14 @@
 namespace ipcam::platform {
 namespace {
 
-constexpr std::size_t kCapacity = 4096;
+constexpr std::size_t kCapacity = 512;
 
 struct Entry {
   const char* operation;
   std::array<int, 4> arguments;
   std::size_t argument_count;
   std::optional<int> result;
-  std::array<char, 80> text;
+  std::array<char, 64> text;
 };
 
 // One lock for all entries: it is held for the time of one small copy, and it keeps the entries in the order of
@@ -57,18 +57,11 @@ bool is_traced() {
   return value != nullptr && std::string_view(value) == "1";
 }
 
-// Run once, at the first call. Filling the ring puts its memory in place, so that no later call stops for a page of it
-// and the size of a process stays what it is from its first calls on. Returns whether calls are traced.
-bool set_up() {
-  g_entries.fill(Entry{});
-  return is_traced();
-}
-
 }  // namespace
 
 void note(const char* operation, std::initializer_list<int> arguments, std::string_view text,
           std::optional<int> result) {
-  static const bool traced = set_up();
+  static const bool traced = is_traced();
   const Entry entry = make_entry(operation, arguments, text, result);
   if (traced) std::fprintf(stderr, "platform: %s\n", to_text(entry).c_str());
   const std::lock_guard lock(g_mutex);

@@ -13,8 +13,8 @@ namespace ipcam {
 // Shared by a Thread object and its runs' threads, because a thread reports the end of its run when the object may
 // be gone already.
 //
-// Runs count from 1, in the order in which they enter idle_until_stopped(); threads may get there in another order
-// than they were started in, which makes no difference, since all runs of one worker do the same.
+// A stop counts for the runs that were started before it. So each run knows how many stops there had been by then, and
+// goes on for as long as there are no more.
 //
 // All operations: any thread.
 class ThreadRuns : public std::enable_shared_from_this<ThreadRuns> {
@@ -39,14 +39,15 @@ class ThreadRuns : public std::enable_shared_from_this<ThreadRuns> {
   struct Launch;
   static void* run(void* launch);
 
+  static thread_local const Launch* launch_here_;  // of the calling thread, if execute_process() made it
+
   std::mutex mutex_;
   std::condition_variable changed_;
   // All protected by mutex_.
-  std::uint64_t started_ = 0;  // threads created
-  std::uint64_t over_ = 0;     // threads that have returned from start_thread()
-  std::uint64_t entered_ = 0;  // runs that have their number
-  std::uint64_t stopped_ = 0;  // runs up to this number are to end
-  std::uint64_t current_ = 0;  // the run that sleeps, 0 for none
+  int threads_ = 0;                     // created, and not yet back from start_thread()
+  std::uint64_t stops_ = 0;             // so far
+  bool is_asleep_ = false;              // a run sleeps
+  std::uint64_t stops_of_sleeper_ = 0;  // before that run was started
 };
 
 }  // namespace ipcam

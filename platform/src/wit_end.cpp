@@ -25,18 +25,10 @@ struct Waiter {
   Waiter* next;
 };
 
-// Most callers come back at once with their next request. Handing every freed semaphore to the caller that has waited
-// longest would put each of them to sleep twice per request, once for a semaphore and once for the answer. So one freed
-// semaphore may lie for whoever comes first, until the next post or put; when a newcomer has passed those who wait, the
-// next ones go straight to the one that has waited longest. That spares every other request the second sleep and keeps
-// the longest wait near that of a strict queue.
-//
-// Nobody waits for ever: a semaphore lies only while another one is reserved, whose post or put is still to come.
+// A strict queue: a semaphore is free only while nobody waits for one.
 struct Pool {
   std::mutex mutex;
   int first_free = kNone;  // a stack, linked through `next_free`
-  int free_count = 0;
-  bool is_passed = false;  // a newcomer has passed the first waiter
   Waiter* first_waiter = nullptr;
   Waiter* last_waiter = nullptr;
 };
@@ -63,26 +55,13 @@ bool release(s_witEnd_ctl* ctl) {
   return true;
 }
 
-int pop_free(Pool& pool, s_witEnd_sem* sems) {
-  const int number = pool.first_free;
-  pool.first_free = sems[number].next_free;
-  --pool.free_count;
-  sems[number].state = kTaken;
-  return number;
-}
-
-void push_free(Pool& pool, s_witEnd_sem* sems, int number) {
-  sems[number].state = kFree;
-  sems[number].next_free = pool.first_free;
-  pool.first_free = number;
-  ++pool.free_count;
-}
-
 int reserve(Pool& pool, s_witEnd_sem* sems) {
   std::unique_lock lock(pool.mutex);
   if (pool.first_free != kNone) {
-    if (pool.first_waiter != nullptr) pool.is_passed = true;
-    return pop_free(pool, sems);
+    const int number = pool.first_free;
+    pool.first_free = sems[number].next_free;
+    sems[number].state = kTaken;
+    return number;
   }
   Waiter self{.handed_over = {}, .number = kNone, .next = nullptr};
   sem_init(&self.handed_over, 0, 0);
@@ -95,23 +74,22 @@ int reserve(Pool& pool, s_witEnd_sem* sems) {
   return self.number;
 }
 
-// Gives free semaphores to those who wait, all but `spare` of them. The pool's mutex is held.
-void hand_over(Pool& pool, s_witEnd_sem* sems, int spare) {
-  while (pool.first_waiter != nullptr && pool.free_count > spare) {
-    Waiter* waiter = pool.first_waiter;
-    pool.first_waiter = waiter->next;
-    if (pool.first_waiter == nullptr) pool.last_waiter = nullptr;
-    pool.is_passed = false;
-    waiter->number = pop_free(pool, sems);
-    // The last use of the waiter: it leaves its stack frame as soon as it sees the post.
-    sem_post(&waiter->handed_over);
-  }
-}
-
-void put_back(Pool& pool, s_witEnd_ctl& ctl, int number) {
+// Goes to the caller that has waited longest, and only without one back to the pool.
+void put_back(Pool& pool, s_witEnd_sem* sems, int number) {
   const std::lock_guard lock(pool.mutex);
-  push_free(pool, ctl.sems, number);
-  hand_over(pool, ctl.sems, !pool.is_passed && pool.free_count < ctl.count ? 1 : 0);
+  Waiter* const waiter = pool.first_waiter;
+  if (waiter == nullptr) {
+    sems[number].state = kFree;
+    sems[number].next_free = pool.first_free;
+    pool.first_free = number;
+    return;
+  }
+  pool.first_waiter = waiter->next;
+  if (pool.first_waiter == nullptr) pool.last_waiter = nullptr;
+  sems[number].state = kTaken;
+  waiter->number = number;
+  // The last use of the waiter: it leaves its stack frame as soon as it sees the post.
+  sem_post(&waiter->handed_over);
 }
 
 }  // namespace
@@ -128,7 +106,6 @@ int WitEnd_new(s_witEnd_sem* sems, int count, s_witEnd_ctl* ctl) {
     sems[i].next_free = i + 1 < count ? i + 1 : kNone;
   }
   pool->first_free = 0;
-  pool->free_count = count;
   *ctl = {.sems = sems, .count = count, .pool = pool};
   return 0;
 }
@@ -149,7 +126,7 @@ int WitEnd_wait_put(int number, s_witEnd_ctl* ctl) {
   s_witEnd_sem* sem = find(number, ctl);
   if (sem == nullptr || sem->state == kFree) return -1;
   wait_on(&sem->posted);
-  put_back(*pool_of(ctl), *ctl, number);
+  put_back(*pool_of(ctl), ctl->sems, number);
   return 0;
 }
 
@@ -158,11 +135,6 @@ int WitEnd_post(int number, s_witEnd_ctl* ctl) {
   s_witEnd_sem* sem = find(number, ctl);
   int expected = kTaken;
   if (sem == nullptr || !sem->state.compare_exchange_strong(expected, kPosted)) return -1;
-  {
-    Pool& pool = *pool_of(ctl);
-    const std::lock_guard lock(pool.mutex);
-    hand_over(pool, ctl->sems, 0);
-  }
   sem_post(&sem->posted);
   return 0;
 }

@@ -15,7 +15,7 @@ namespace ipcam::test {
 // CLOCK_MONOTONIC and CLOCK_REALTIME of a thread move only by what it has waited. A wait for the doorbell is real, but
 // ends at once, as if its limit had passed, when the camera will not ring in time; so does one for the semaphore when
 // the camera is stopped. One at a time. Any thread.
-// Not faked: time(), and limited waits on condition variables, which therefore do not belong in faked code.
+// A limited wait on a condition variable is real too, with a tenth of its limit. Not faked: time().
 class FakeClock {
  public:
   explicit FakeClock(sim::Switchboard* camera = nullptr);

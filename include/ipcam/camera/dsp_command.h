@@ -237,6 +237,10 @@ class IPCAM_CAMERA_API DspCommand {
   int setSyRevision(int revision);
 
  private:
+  friend class ControlThread;  // detaches its object before the last workers are done with it
+
+  // Detaches ahead of the destruction, after the command under way; commands fail from then on.
+  IPCAM_CAMERA_LOCAL void detach() IPCAM_EXCLUDES(mutex);
   IPCAM_CAMERA_LOCAL bool operate_semaphore(int op, short flags);
   IPCAM_CAMERA_LOCAL int post_request(const packet_info& packet);
   IPCAM_CAMERA_LOCAL int fetch_reply(packet_info* packet);

@@ -17,11 +17,14 @@ class Thread {
  public:
   // A workstation has no use for the priority and the real-time flag.
   Thread(e_thread_priority priority, bool realtime);
+  // Does not end a run: the derived class has done that.
   virtual ~Thread();
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;
 
+  // One run, from its first step to its last, on the calling thread. The result is the derived class's own.
   virtual int start_thread() = 0;
+  // Asks the run to end; the derived class says when it does. The result is the derived class's own.
   virtual int stop_thread() = 0;
 
   // Starts a thread that runs start_thread() and ends with it; returns at once. The thread has the caller's signal

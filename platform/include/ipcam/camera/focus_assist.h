@@ -15,6 +15,7 @@ class DspCommand;
 // Two runs never overlap: one started while another goes on ends at once. All operations: any thread.
 class FocusAssist : public ipcam::Thread {
  public:
+  // Starts no run. Both objects are loans, which the camera's own worker uses until its destructor returns.
   FocusAssist(ipcam::eptz::PostProcessInterface* post_process, DspCommand* dsp);
   // Ends a run and waits until it is over.
   ~FocusAssist() override;
@@ -24,7 +25,7 @@ class FocusAssist : public ipcam::Thread {
   // Ends every run that was started before; does not wait. Returns 0.
   int stop_thread() override;
 
-  // Accepts every level. Returns 0.
+  // The stored focus-assist level. Accepts every level. Returns 0.
   int setLevel(int level);
 };
 

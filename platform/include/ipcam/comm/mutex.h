@@ -14,7 +14,9 @@ namespace ipcam::comm {
 // A plain, not recursive mutex. Any thread may lock it; the thread that locked it unlocks it.
 class IPCAM_MUTEX_ATTRIBUTE(capability("mutex")) Mutex {
  public:
+  // Not locked.
   Mutex();
+  // Nobody holds it or waits for it.
   ~Mutex();
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;

@@ -27,9 +27,8 @@ struct s_witEnd_ctl {
 // Sets up a pool of `count` semaphores in `sems`; a pool that `ctl` still holds is released first.
 // Returns 0, or -1 on failure.
 int WitEnd_new(s_witEnd_sem* sems, int count, s_witEnd_ctl* ctl);
-// Reserves a free semaphore and writes its number. Waits while all are taken; those who wait are served in the order in
-// which they came. A newcomer may pass them, but no more than 16 do so before the next of those who wait is served.
-// Returns 0, or -1 when the pool does not exist.
+// Reserves a free semaphore and writes its number. Waits while all are taken; all are served in the order in which they
+// came. Returns 0, or -1 when the pool does not exist.
 int WitEnd_get(int* number, s_witEnd_ctl* ctl);
 // Waits until semaphore `number` has been posted, then returns it to the pool. Returns 0, or -1 at once when the
 // pool does not exist or the semaphore is not reserved.

@@ -13,6 +13,7 @@ class ConfigFile {
   // `path` is a file name inside the configuration directory; it is copied. With a name that is too long every read and
   // write fails.
   explicit ConfigFile(char* path);
+  // The file stays as it is; nothing is held open between two operations.
   virtual ~ConfigFile();
   ConfigFile(const ConfigFile&) = delete;
   ConfigFile& operator=(const ConfigFile&) = delete;
@@ -21,8 +22,9 @@ class ConfigFile {
   // another size, with `record` left as it was.
   virtual int read_record(void* record, int kind);
   // Stores the whole record, durable when it returns; the file is created if there is none. Leaves a lock file beside
-  // it. Returns 0; nonzero on failure, with the stored record left as it was. (Only if the directory cannot be flushed
-  // as the very last step, the new record is in place although the write is reported as failed.)
+  // it, on which it waits for another writer, at most 5 seconds. Returns 0; nonzero on failure, with the stored record
+  // left as it was. (Only if the directory cannot be flushed as the very last step, the new record is in place although
+  // the write is reported as failed.)
   virtual int write_record(void* record, int kind);
 
  private:

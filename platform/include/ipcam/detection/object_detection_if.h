@@ -3,8 +3,10 @@
 
 namespace ipcam::detection {
 
+// The host's stand-in detects nothing and only enters its calls in the journal. All operations: any thread.
 class ObjectDetectionIF {
  public:
+  // Neither waits nor fails.
   ObjectDetectionIF();
   ~ObjectDetectionIF();
   ObjectDetectionIF(const ObjectDetectionIF&) = delete;

@@ -16,7 +16,7 @@ namespace ipcam::platform {
 // - WitEnd_get and ThdIf_timed_receive are entered when they return, with the number or the message type, or -1.
 // - Mutex is not entered.
 //
-// The journal holds the newest 4096 calls; with IPCAM_PLATFORM_TRACE=1 in the environment (looked up at the first
+// The journal holds the newest 512 calls; with IPCAM_PLATFORM_TRACE=1 in the environment (looked up at the first
 // call) each is also printed on standard error, after "platform: ". Any thread.
 std::vector<std::string> journal();
 
