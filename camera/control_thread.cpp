@@ -9,6 +9,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "camera/never_destroyed.h"
 #include "camera/request_path.h"
 #include "dsp/command_text.h"
 #include "ipcam/system.h"
@@ -68,20 +69,16 @@ static_assert(std::is_sorted(std::begin(kDispatch), std::end(kDispatch), by_code
 
 constexpr unsigned int kMaxRawReply = 32;  // bytes of a raw command's reply that callers accept
 
-thread_local bool t_is_control_thread = false;
+constinit NeverDestroyed<ControlThread> g_control_thread;
 
 }  // namespace
 
-ControlThread& ControlThread::instance() {
-  // Never destroyed: the thread may still run when the process exits.
-  static ControlThread& thread = *new ControlThread;
-  return thread;
-}
+ControlThread& ControlThread::instance() { return *g_control_thread; }
 
-bool ControlThread::running_here() const { return t_is_control_thread && library_ != nullptr; }
+bool ControlThread::is_this_thread() const { return thread_.load() == pthread_self(); }
 
 void ControlThread::run(LibraryObjects& library) {
-  t_is_control_thread = true;
+  thread_ = pthread_self();
   library_ = &library;
   gpio0_ = open("/dev/gpio-0", O_RDWR);
   gpio4_ = open("/dev/gpio-4", O_RDWR);
@@ -90,6 +87,7 @@ void ControlThread::run(LibraryObjects& library) {
   close_request_path();
   destroy_objects();
   library_ = nullptr;
+  thread_ = pthread_t{};
 }
 
 // The camera is reported ready whether or not it could be set up; the result says whether to serve requests.

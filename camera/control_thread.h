@@ -1,6 +1,9 @@
 // The camera control thread: its state, its objects, and one handler per request code.
 #pragma once
 
+#include <pthread.h>
+
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -28,7 +31,7 @@ struct LibraryObjects {
 // Everything that only the control thread may touch. One object per process, which lives as long as the
 // library: flags keep their values over stop and start, and a new start changes only what start-up sets.
 //
-// Every member function but instance() and running_here() is for the control thread alone, so handlers take
+// Every member function but instance() and is_this_thread() is for the control thread alone, so handlers take
 // no locks. The workers run on threads of their own and share the DspCommand, which serialises its exchanges
 // itself.
 //
@@ -36,9 +39,10 @@ struct LibraryObjects {
 // that it refuses.
 class ControlThread {
  public:
+  constexpr ControlThread() = default;
   static ControlThread& instance();
-  // True on the control thread while its objects exist.
-  bool running_here() const;
+  // True on the control thread, from its first step to its last.
+  bool is_this_thread() const;
 
   // Runs the control thread from its first step to its last: creates its objects, applies the stored settings,
   // serves requests until the stop message, tears down. Does not throw.
@@ -91,8 +95,6 @@ class ControlThread {
   const SettingsSnapshot& snapshot() const { return snapshot_; }
 
  private:
-  ControlThread() = default;
-
   bool start_up();
   void create_objects();
   void serve();
@@ -129,6 +131,8 @@ class ControlThread {
   std::int32_t binning_mode_ = 0;    // 4 automatic, 2 by hand, 1 and 3 as requested
   std::uint8_t binning_on_ = 0;      // the binning function last switched binning on
   std::uint8_t forced_binning_ = 0;  // binning is forced
+
+  std::atomic<pthread_t> thread_{};  // zero while there is none; no thread has that number
 
   // Objects, from the thread's start to its end.
   LibraryObjects* library_ = nullptr;

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "camera/control_thread.h"
+#include "camera/never_destroyed.h"
 #include "camera/signal_mask.h"
 #include "dsp/locking.h"
 #include "ipcam/camera/camera_request.h"
@@ -31,16 +32,14 @@ void mark_not_served(s_ccdlsi_dbg& request) {
 
 extern "C" void* control_thread_main(void* /*argument*/);
 
-// One per process, never destroyed: callers may still be on their way out of it when the process exits.
+// One per process.
 //
 // A caller is inside from enter() to leave(). Once admission is closed nobody enters, nothing is queued, and the
 // slots of those inside come free one by one, so that every caller gets out and the semaphores can be deleted.
 class RequestPath {
  public:
-  static RequestPath& instance() {
-    static RequestPath& path = *new RequestPath;
-    return path;
-  }
+  constexpr RequestPath() = default;
+  static RequestPath& instance();
 
   template <class Record>
   int submit(e_message type, Record* record);
@@ -90,6 +89,10 @@ class RequestPath {
   // before it posts the slot, so the slot's waiter reads its own entry.
   std::array<bool, kReplySlots> not_served_{};
 };
+
+constinit NeverDestroyed<RequestPath> g_request_path;
+
+RequestPath& RequestPath::instance() { return *g_request_path; }
 
 extern "C" void* control_thread_main(void* /*argument*/) {
   ControlThread::instance().run(RequestPath::instance().library());

@@ -5,7 +5,7 @@ namespace ipcam::camera {
 
 bool InitCamera() {
   ControlThread& control = ControlThread::instance();
-  return control.running_here() && control.init_camera();
+  return control.is_this_thread() && control.init_camera();
 }
 
 bool ControlThread::init_camera() {

@@ -75,6 +75,7 @@ bool control_device(int fd, unsigned long request, void* argument, int& result) 
 }  // namespace
 
 void* real_function(const char* name) {
+  const Unfailing unfailing;
   void* const intercepted = dlsym(RTLD_DEFAULT, (std::string("__interceptor_") + name).c_str());
   return intercepted != nullptr ? intercepted : dlsym(RTLD_NEXT, name);
 }
