@@ -9,6 +9,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "camera/imported_call.h"
 #include "camera/never_destroyed.h"
 #include "camera/request_path.h"
 #include "dsp/command_text.h"
@@ -90,28 +91,40 @@ void ControlThread::run(LibraryObjects& library) {
   thread_ = pthread_t{};
 }
 
-// The camera is reported ready whether or not it could be set up; the result says whether to serve requests.
+// Each step is taken also when one before it has failed; the result says whether to serve requests. An exception of the
+// camera's own libraries is a failure like any other.
 bool ControlThread::start_up() {
-  bool is_set_up = false;
-  try {
-    create_objects();
-    is_set_up = init_camera();
-  } catch (...) {
-    // A constructor of the camera's own libraries failed: a start-up failure like any other.
-  }
-  if (!is_set_up) writeSyslog("Camera control", "Failed to communicate with the sub CPU.");
-
-  if (evr_enable_ != 0 && dsp_ != nullptr) {
-    try {
-      evr_control_ = std::make_unique<EVRControl>(evr_enable_, dsp_.get());
-      evr_control_->start();
-    } catch (...) {
-      if (is_set_up) writeSyslog("Camera control", "Failed to communicate with the sub CPU.");
-      is_set_up = false;
-    }
-  }
-  if (auto_daynight_ != nullptr) auto_daynight_->setCameraReady();
+  bool is_set_up = true;
+  const auto take = [&](bool (ControlThread::*step)()) {
+    if (result_of([&] { return (this->*step)() ? 0 : -1; }) == 0 || !is_set_up) return;
+    is_set_up = false;
+    result_of([] {
+      writeSyslog("Camera control", "Failed to communicate with the sub CPU.");
+      return 0;
+    });
+  };
+  take(&ControlThread::set_up_camera);
+  take(&ControlThread::start_evr_control);
+  take(&ControlThread::report_ready);
   return is_set_up;
+}
+
+bool ControlThread::set_up_camera() {
+  create_objects();
+  return init_camera();
+}
+
+// A worker that cannot start does not keep the camera from serving.
+bool ControlThread::start_evr_control() {
+  if (evr_enable_ == 0 || dsp_ == nullptr) return true;
+  evr_control_ = std::make_unique<EVRControl>(evr_enable_, dsp_.get());
+  evr_control_->start();
+  return true;
+}
+
+bool ControlThread::report_ready() {
+  if (auto_daynight_ != nullptr) auto_daynight_->setCameraReady();
+  return true;
 }
 
 void ControlThread::create_objects() {

@@ -95,7 +95,12 @@ class ControlThread {
   const SettingsSnapshot& snapshot() const { return snapshot_; }
 
  private:
+  // Steps of start-up; false when one failed.
   bool start_up();
+  bool set_up_camera();
+  bool start_evr_control();
+  bool report_ready();
+
   void create_objects();
   void serve();
   void destroy_objects();

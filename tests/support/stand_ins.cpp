@@ -18,7 +18,9 @@
 #include <cstdlib>
 #include <mutex>
 #include <new>
+#include <stdexcept>
 
+#include "ipcam/camera/auto_daynight.h"
 #include "ipcam/comm/thd_if.h"
 #include "ipcam/comm/wit_end.h"
 #include "tests/support/interpose.h"
@@ -177,12 +179,21 @@ void* observed(int type, void* message) {
 
 void ipcam::test::observe_messages(MessageObserver observer) { g_message_observer = observer; }
 
+namespace {
+
+int failed_call(long result) {
+  if (result == kThrows) throw std::runtime_error("wanted by a test");
+  return static_cast<int>(result);
+}
+
+}  // namespace
+
 // What the platform's library would be asked for by this name.
 #define FAILING_PLATFORM_CALL(name, symbol, parameters, arguments)                                    \
   __attribute__((visibility("default"))) int ipcam::comm::name parameters {                           \
     static auto* const kReal = reinterpret_cast<decltype(&ipcam::comm::name)>(real_function(symbol)); \
     long result = 0;                                                                                  \
-    return fails(#name, result) ? static_cast<int>(result) : kReal arguments;                         \
+    return fails(#name, result) ? failed_call(result) : kReal arguments;                              \
   }
 
 // clang-format off
@@ -198,6 +209,13 @@ FAILING_PLATFORM_CALL(WitEnd_get, "_ZN5ipcam4comm10WitEnd_getEPiPNS0_12s_witEnd_
     (number, ctl))
 FAILING_PLATFORM_CALL(WitEnd_delete, "_ZN5ipcam4comm13WitEnd_deleteEPNS0_12s_witEnd_ctlE", (s_witEnd_ctl* ctl), (ctl))
 // clang-format on
+
+__attribute__((visibility("default"))) int ipcam::camera::AutoDaynight::setCameraReady() {
+  static auto* const kReal =
+      reinterpret_cast<int (*)(AutoDaynight*)>(real_function("_ZN5ipcam6camera12AutoDaynight14setCameraReadyEv"));
+  long result = 0;
+  return fails("setCameraReady", result) ? failed_call(result) : kReal(this);
+}
 
 // --- Files and devices ---
 
