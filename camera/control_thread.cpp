@@ -142,13 +142,13 @@ void ControlThread::serve() {
       case MESSAGE_SETTING: {
         auto& request = *static_cast<s_cam_cgi_cmd*>(message.record);
         request.result = dispatch(request);
-        post_reply(request.reply_slot);
+        answer_message(message);
         break;
       }
       case MESSAGE_RAW: {
         auto& request = *static_cast<s_ccdlsi_dbg*>(message.record);
         request.result = raw_command(request);
-        post_reply(request.reply_slot);
+        answer_message(message);
         break;
       }
       case MESSAGE_STOP:

@@ -2,10 +2,11 @@
 #include "camera/request_path.h"
 
 #include <pthread.h>
+#include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <memory>
+#include <utility>
 
 #include "camera/control_thread.h"
 #include "camera/never_destroyed.h"
@@ -19,9 +20,20 @@
 
 namespace ipcam::camera {
 
+enum Outcome : int { kPending, kAnswered, kNotServed };
+
+// A caller that has its reply semaphore, on that caller's stack.
+struct Caller {
+  void* record;
+  int slot;
+  Caller* next = nullptr;
+  std::atomic<Outcome> outcome{kPending};  // set last: the caller may be gone from then on
+};
+
 namespace {
 
 constexpr int kReplySlots = 10;  // requests that can wait for their answers at the same time
+constexpr useconds_t kLookAgain_us = 1'000;
 
 void mark_not_served(s_cam_cgi_cmd& request) { request.result = -1; }
 
@@ -36,6 +48,9 @@ extern "C" void* control_thread_main(void* /*argument*/);
 //
 // A caller is inside from enter() to leave(). Once admission is closed nobody enters, nothing is queued, and the
 // slots of those inside come free one by one, so that every caller gets out and the semaphores can be deleted.
+//
+// Who waits for which answer is known by the list of callers alone: the numbers of the semaphores and the end of the
+// wait on one are the camera's own library's, and only wake.
 class RequestPath {
  public:
   constexpr RequestPath() = default;
@@ -48,16 +63,16 @@ class RequestPath {
   int shut_down() IPCAM_EXCLUDES(lifecycle_lock_);
 
   bool receive(Message& message);
-  void post(int slot) { ipcam::comm::WitEnd_post(slot, &replies_); }
+  void answer(Caller& caller, Outcome outcome);
   void close();
   LibraryObjects& library() { return library_; }
 
  private:
   bool enter() IPCAM_EXCLUDES(state_lock_);
   void leave();
-  bool queue(int type, void* record) IPCAM_EXCLUDES(state_lock_);
-  int close_and_look() IPCAM_EXCLUDES(state_lock_);
-  bool serve_or_give_back(e_message type, void* record, int slot);
+  bool serve_or_give_back(e_message type, Caller& caller);
+  bool queue(e_message type, Caller& caller) IPCAM_EXCLUDES(state_lock_);
+  Caller* take(const void* record) IPCAM_EXCLUDES(state_lock_);
   int release() IPCAM_REQUIRES(lifecycle_lock_);
 
   // Start and shutdown, one at a time. Taken before state_lock_.
@@ -82,12 +97,8 @@ class RequestPath {
   // Admission.
   LibraryMutex state_lock_;
   bool accepting_ IPCAM_GUARDED_BY(state_lock_) = false;
-  std::atomic<int> callers_{0};  // inside; raised under state_lock_ only
-  std::atomic<int> queued_{0};   // messages not yet received
-
-  // Slots whose request was answered as not served. Written by the control thread after admission has been closed,
-  // before it posts the slot, so the slot's waiter reads its own entry.
-  std::array<bool, kReplySlots> not_served_{};
+  Caller* waiting_ IPCAM_GUARDED_BY(state_lock_) = nullptr;  // queued, not yet taken by the control thread
+  std::atomic<int> callers_{0};                              // inside; raised under state_lock_ only
 };
 
 constinit NeverDestroyed<RequestPath> g_request_path;
@@ -106,8 +117,10 @@ int RequestPath::submit(e_message type, Record* record) {
 
   bool served = false;
   if (enter()) {
-    served = ipcam::comm::WitEnd_get(&record->reply_slot, &replies_) == 0 &&
-             serve_or_give_back(type, record, record->reply_slot);
+    if (ipcam::comm::WitEnd_get(&record->reply_slot, &replies_) == 0) {
+      Caller caller{.record = record, .slot = record->reply_slot};
+      served = serve_or_give_back(type, caller);
+    }
     leave();
   }
   if (served) return 0;
@@ -116,12 +129,16 @@ int RequestPath::submit(e_message type, Record* record) {
   return -1;
 }
 
-bool RequestPath::serve_or_give_back(e_message type, void* record, int slot) {
-  const bool is_queued = queue(type, record);
+bool RequestPath::serve_or_give_back(e_message type, Caller& caller) {
+  const bool is_queued = queue(type, caller);
   // A semaphore goes back to the pool only through a wait, so an unused one is posted first.
-  if (!is_queued) ipcam::comm::WitEnd_post(slot, &replies_);
-  ipcam::comm::WitEnd_wait_put(slot, &replies_);
-  return is_queued && !not_served_[static_cast<std::size_t>(slot)];
+  if (!is_queued) ipcam::comm::WitEnd_post(caller.slot, &replies_);
+  ipcam::comm::WitEnd_wait_put(caller.slot, &replies_);
+  if (!is_queued) return false;
+
+  // A wait that has ended early does not end the request: the control thread still has the record.
+  while (caller.outcome.load() == kPending) usleep(kLookAgain_us);
+  return caller.outcome.load() == kAnswered;
 }
 
 bool RequestPath::enter() {
@@ -135,42 +152,54 @@ void RequestPath::leave() {
   if (callers_.fetch_sub(1) == 1) callers_.notify_all();
 }
 
-bool RequestPath::queue(int type, void* record) {
+bool RequestPath::queue(e_message type, Caller& caller) {
+  {
+    LockGuard lock(state_lock_);
+    if (!accepting_) return false;
+    caller.next = waiting_;
+    waiting_ = &caller;
+  }
+  // Outside the lock, since the control thread wakes at once and takes it.
+  if (ipcam::comm::ThdIf_send(type, caller.record, &requests_) == 0) return true;
+  // If the control thread has it all the same, there will be an answer.
+  return take(caller.record) == nullptr;
+}
+
+// Takes the caller that waits with this record off the list; null when there is none.
+Caller* RequestPath::take(const void* record) {
   LockGuard lock(state_lock_);
-  if (!accepting_) return false;
-  queued_.fetch_add(1);
-  if (ipcam::comm::ThdIf_send(type, record, &requests_) == 0) return true;
-  queued_.fetch_sub(1);
-  return false;
+  Caller** link = &waiting_;
+  while (*link != nullptr && (*link)->record != record) link = &(*link)->next;
+  Caller* const caller = *link;
+  if (caller != nullptr) *link = caller->next;
+  return caller;
 }
 
 bool RequestPath::receive(Message& message) {
   if (ipcam::comm::ThdIf_timed_receive(&message.type, &message.record, nullptr, &requests_) != 0) return false;
-  queued_.fetch_sub(1);
-  return true;
+  message.caller = nullptr;
+  if (message.type != MESSAGE_SETTING && message.type != MESSAGE_RAW) return true;
+  message.caller = take(message.record);
+  return message.caller != nullptr;
 }
 
-// Looked at under the lock: a message that turns out not to be sent is never counted here.
-int RequestPath::close_and_look() {
-  LockGuard lock(state_lock_);
-  accepting_ = false;
-  return queued_.load();
+void RequestPath::answer(Caller& caller, Outcome outcome) {
+  const int slot = caller.slot;
+  caller.outcome.store(outcome);
+  ipcam::comm::WitEnd_post(slot, &replies_);
 }
 
 void RequestPath::close() {
-  while (close_and_look() > 0) {
-    Message message{};
-    if (!receive(message)) continue;
-    int slot = 0;
-    if (message.type == MESSAGE_SETTING) {
-      slot = static_cast<s_cam_cgi_cmd*>(message.record)->reply_slot;
-    } else if (message.type == MESSAGE_RAW) {
-      slot = static_cast<s_ccdlsi_dbg*>(message.record)->reply_slot;
-    } else {
-      continue;
-    }
-    not_served_[static_cast<std::size_t>(slot)] = true;
-    post(slot);
+  Caller* caller = nullptr;
+  {
+    LockGuard lock(state_lock_);
+    accepting_ = false;
+    caller = std::exchange(waiting_, nullptr);
+  }
+  while (caller != nullptr) {
+    Caller* const next = caller->next;
+    answer(*caller, kNotServed);
+    caller = next;
   }
 }
 
@@ -197,8 +226,6 @@ int RequestPath::start(ipcam::comm::s_port_inf* port) {
 
   // Admission opens with the thread's life: the lock keeps a thread that ends at once from closing it first.
   LockGuard state(state_lock_);
-  not_served_ = {};
-  queued_.store(0);
   if (pthread_create(&thread_, nullptr, control_thread_main, nullptr) != 0) return -1;
   started_ = true;
   accepting_ = true;
@@ -210,13 +237,8 @@ int RequestPath::shut_down() {
   LockGuard lifecycle(lifecycle_lock_);
   if (!started_) return -1;
   {
-    // Nothing gets behind the stop message.
     LockGuard state(state_lock_);
-    queued_.fetch_add(1);
-    if (ipcam::comm::ThdIf_send(MESSAGE_STOP, nullptr, &requests_) != 0) {
-      queued_.fetch_sub(1);
-      return -1;
-    }
+    if (ipcam::comm::ThdIf_send(MESSAGE_STOP, nullptr, &requests_) != 0) return -1;
     accepting_ = false;
   }
   if (pthread_join(thread_, nullptr) != 0) return -1;
@@ -258,7 +280,7 @@ int shut_down_camera_ctrl() { return RequestPath::instance().shut_down(); }
 
 bool receive_message(Message& message) { return RequestPath::instance().receive(message); }
 
-void post_reply(int reply_slot) { RequestPath::instance().post(reply_slot); }
+void answer_message(const Message& message) { RequestPath::instance().answer(*message.caller, kAnswered); }
 
 void close_request_path() { RequestPath::instance().close(); }
 

@@ -9,9 +9,12 @@ enum e_message : int {
   MESSAGE_STOP = 3,     // no record
 };
 
+struct Caller;  // one that waits for an answer
+
 struct Message {
   int type;
-  void* record;
+  void* record;    // of a request
+  Caller* caller;  // who waits for the answer to it
 };
 
 // Ends the control thread and releases everything that new_camera_ctrl() created. Requests that are queued when it
@@ -22,11 +25,11 @@ int shut_down_camera_ctrl();
 
 // --- The control thread's end -----------------------------------------------------------------------------------
 
-// Waits for the next message. False when the queue failed to deliver one.
+// Waits for the next message. False when the queue failed to deliver one, or delivered a record for which nobody waits.
 bool receive_message(Message& message);
 
-// Wakes the caller that waits on `reply_slot`. The caller's record is gone from then on.
-void post_reply(int reply_slot);
+// Wakes the caller of a request that has been served. Its record is gone from then on.
+void answer_message(const Message& message);
 
 // Lets no further request in and answers those that are still queued as not served.
 void close_request_path();

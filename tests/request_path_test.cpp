@@ -82,6 +82,18 @@ TEST_F(RequestPath, AnswersQueriesAndRawCommands) {
                {"raw-without-end", [&](const std::string&) { return raw(std::string(256, 'r')); }}});
 }
 
+// A number that the camera's own library has not reserved: neither wait nor post know it.
+TEST_F(RequestPath, AnswersWhateverTheNumberOfTheReplySemaphore) {
+  start_control_thread();
+  for (const int number : {-1, 10, 1 << 30}) {
+    test::fail_next("WitEnd_get", 0, 0, 0);  // "succeeds", and leaves the number alone
+    s_cam_cgi_cmd setting{
+        .code = 39, .value = 7, .reserved8 = 0, .result = 0, .inq_value = 0, .reserved20 = 0, .reply_slot = number};
+    EXPECT_EQ(cam_cgi_command(&setting), 0);
+    EXPECT_EQ(setting.result, -1);
+  }
+}
+
 // The doorbell must reach whichever thread of the host program is open for it.
 TEST_F(RequestPath, LeavesTheCallersSignalMaskAsItWas) {
   sigset_t mask;
