@@ -12,6 +12,7 @@
 #include "camera/imported_call.h"
 #include "camera/never_destroyed.h"
 #include "camera/request_path.h"
+#include "dsp/cancellation.h"
 #include "dsp/command_text.h"
 #include "ipcam/system.h"
 
@@ -79,6 +80,7 @@ ControlThread& ControlThread::instance() { return *g_control_thread; }
 bool ControlThread::is_this_thread() const { return thread_.load() == pthread_self(); }
 
 void ControlThread::run(LibraryObjects& library) {
+  const CancellationBlock cancellation_block;
   thread_ = pthread_self();
   library_ = &library;
   gpio0_ = open("/dev/gpio-0", O_RDWR);
@@ -98,10 +100,7 @@ bool ControlThread::start_up() {
   const auto take = [&](bool (ControlThread::*step)()) {
     if (result_of([&] { return (this->*step)() ? 0 : -1; }) == 0 || !is_set_up) return;
     is_set_up = false;
-    result_of([] {
-      writeSyslog("Camera control", "Failed to communicate with the sub CPU.");
-      return 0;
-    });
+    result_of([] { writeSyslog("Camera control", "Failed to communicate with the sub CPU."); });
   };
   take(&ControlThread::set_up_camera);
   take(&ControlThread::start_evr_control);
@@ -192,7 +191,7 @@ int ControlThread::dispatch(s_cam_cgi_cmd& request) try {
   return -1;
 }
 
-int ControlThread::raw_command(s_ccdlsi_dbg& request) {
+int ControlThread::raw_command(s_ccdlsi_dbg& request) try {
   const bool is_terminated = memchr(request.cmd, '\0', sizeof request.cmd) != nullptr;
   const int length = is_terminated ? dsp_->do_debug(reinterpret_cast<unsigned char*>(request.cmd),
                                                     reinterpret_cast<unsigned char*>(request.reply))
@@ -203,6 +202,9 @@ int ControlThread::raw_command(s_ccdlsi_dbg& request) {
     request.reply_len = 0;
   }
   return 0;
+} catch (...) {
+  request.reply_len = 0;
+  return -1;
 }
 
 // The filter is moved by the day/night mode; setting it by itself has no effect.

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "camera/control_thread.h"
+#include "camera/imported_call.h"
 #include "camera/never_destroyed.h"
 #include "camera/signal_mask.h"
 #include "dsp/locking.h"
@@ -33,6 +34,7 @@ struct Caller {
 namespace {
 
 constexpr int kReplySlots = 10;  // requests that can wait for their answers at the same time
+constexpr int kPostAttempts = 3;
 constexpr useconds_t kLookAgain_us = 1'000;
 
 void mark_not_served(s_cam_cgi_cmd& request) { request.result = -1; }
@@ -42,11 +44,19 @@ void mark_not_served(s_ccdlsi_dbg& request) {
   request.reply_len = 0;
 }
 
+int new_queue(void** storage, ipcam::comm::s_thdIf_ctl& queue) {
+  return result_of([&] { return ipcam::comm::ThdIf_new(storage, 0, nullptr, nullptr, &queue); });
+}
+
+int delete_queue(ipcam::comm::s_thdIf_ctl& queue) {
+  return result_of([&] { return ipcam::comm::ThdIf_delete(&queue); });
+}
+
 extern "C" void* control_thread_main(void* /*argument*/);
 
 // One per process.
 //
-// A caller is inside from enter() to leave(). Once admission is closed nobody enters, nothing is queued, and the
+// A caller is inside as long as its Visit. Once admission is closed nobody enters, nothing is queued, and the
 // slots of those inside come free one by one, so that every caller gets out and the semaphores can be deleted.
 //
 // Who waits for which answer is known by the list of callers alone: the numbers of the semaphores and the end of the
@@ -68,11 +78,29 @@ class RequestPath {
   LibraryObjects& library() { return library_; }
 
  private:
+  // A caller's stay inside.
+  class Visit {
+   public:
+    explicit Visit(RequestPath& path) : path_(path), is_admitted_(path.enter()) {}
+    ~Visit() {
+      if (is_admitted_) path_.leave();
+    }
+    Visit(const Visit&) = delete;
+    Visit& operator=(const Visit&) = delete;
+    bool is_admitted() const { return is_admitted_; }
+
+   private:
+    RequestPath& path_;
+    const bool is_admitted_;
+  };
+
   bool enter() IPCAM_EXCLUDES(state_lock_);
   void leave();
-  bool serve_or_give_back(e_message type, Caller& caller);
+  bool serve(e_message type, void* record, int* slot);
   bool queue(e_message type, Caller& caller) IPCAM_EXCLUDES(state_lock_);
   Caller* take(const void* record) IPCAM_EXCLUDES(state_lock_);
+  int send(e_message type, void* record);
+  bool post(int slot);
   int release() IPCAM_REQUIRES(lifecycle_lock_);
 
   // Start and shutdown, one at a time. Taken before state_lock_.
@@ -112,28 +140,27 @@ extern "C" void* control_thread_main(void* /*argument*/) {
 
 template <class Record>
 int RequestPath::submit(e_message type, Record* record) {
+  // A caller that left in the midst would leave its record behind.
+  const CancellationBlock cancellation_block;
   if (record == nullptr) return -1;
   const DoorbellBlock doorbell_block;
-
-  bool served = false;
-  if (enter()) {
-    if (ipcam::comm::WitEnd_get(&record->reply_slot, &replies_) == 0) {
-      Caller caller{.record = record, .slot = record->reply_slot};
-      served = serve_or_give_back(type, caller);
-    }
-    leave();
-  }
-  if (served) return 0;
+  if (serve(type, record, &record->reply_slot)) return 0;
   mark_not_served(*record);
-  staticsInfoUpdate(3, 0);
+  result_of([] { staticsInfoUpdate(3, 0); });
   return -1;
 }
 
-bool RequestPath::serve_or_give_back(e_message type, Caller& caller) {
+// True when the request has been served. The control thread is done with the record in any case.
+bool RequestPath::serve(e_message type, void* record, int* slot) {
+  const Visit visit(*this);
+  if (!visit.is_admitted()) return false;
+  if (result_of([&] { return ipcam::comm::WitEnd_get(slot, &replies_); }) != 0) return false;
+
+  Caller caller{.record = record, .slot = *slot};
   const bool is_queued = queue(type, caller);
   // A semaphore goes back to the pool only through a wait, so an unused one is posted first.
-  if (!is_queued) ipcam::comm::WitEnd_post(caller.slot, &replies_);
-  ipcam::comm::WitEnd_wait_put(caller.slot, &replies_);
+  if (!is_queued && !post(caller.slot)) return false;
+  result_of([&] { return ipcam::comm::WitEnd_wait_put(caller.slot, &replies_); });
   if (!is_queued) return false;
 
   // A wait that has ended early does not end the request: the control thread still has the record.
@@ -160,7 +187,7 @@ bool RequestPath::queue(e_message type, Caller& caller) {
     waiting_ = &caller;
   }
   // Outside the lock, since the control thread wakes at once and takes it.
-  if (ipcam::comm::ThdIf_send(type, caller.record, &requests_) == 0) return true;
+  if (send(type, caller.record) == 0) return true;
   // If the control thread has it all the same, there will be an answer.
   return take(caller.record) == nullptr;
 }
@@ -175,8 +202,25 @@ Caller* RequestPath::take(const void* record) {
   return caller;
 }
 
+int RequestPath::send(e_message type, void* record) {
+  return result_of([&] { return ipcam::comm::ThdIf_send(type, record, &requests_); });
+}
+
+// Nothing else wakes the caller that waits on the slot, so one exception is not the end of it. Of a result nothing is
+// known.
+bool RequestPath::post(int slot) {
+  const auto post_once = [&] { ipcam::comm::WitEnd_post(slot, &replies_); };
+  for (int attempt = 0; attempt < kPostAttempts; ++attempt) {
+    if (result_of(post_once) == 0) return true;
+  }
+  return false;
+}
+
 bool RequestPath::receive(Message& message) {
-  if (ipcam::comm::ThdIf_timed_receive(&message.type, &message.record, nullptr, &requests_) != 0) return false;
+  const auto receive_next = [&] {
+    return ipcam::comm::ThdIf_timed_receive(&message.type, &message.record, nullptr, &requests_);
+  };
+  if (result_of(receive_next) != 0) return false;
   message.caller = nullptr;
   if (message.type != MESSAGE_SETTING && message.type != MESSAGE_RAW) return true;
   message.caller = take(message.record);
@@ -186,7 +230,7 @@ bool RequestPath::receive(Message& message) {
 void RequestPath::answer(Caller& caller, Outcome outcome) {
   const int slot = caller.slot;
   caller.outcome.store(outcome);
-  ipcam::comm::WitEnd_post(slot, &replies_);
+  post(slot);
 }
 
 void RequestPath::close() {
@@ -205,24 +249,28 @@ void RequestPath::close() {
 
 int RequestPath::start(ipcam::comm::s_port_inf* port) {
   if (port == nullptr) return -1;
+  const CancellationBlock cancellation_block;
   const DoorbellBlock doorbell_block;  // the control thread inherits it
   LockGuard lifecycle(lifecycle_lock_);
   if (started_) return -1;
   release();  // what an earlier start left behind when it failed; what cannot be released is made anew all the same
 
   port_ = port;
-  if (ipcam::comm::WitEnd_new(reply_sems_, kReplySlots, &replies_) != 0) return -1;
+  if (result_of([&] { return ipcam::comm::WitEnd_new(reply_sems_, kReplySlots, &replies_); }) != 0) return -1;
   replies_exist_ = true;
-  if (ipcam::comm::ThdIf_new(&requests_storage_, 0, nullptr, nullptr, &requests_) != 0) return -1;
+  if (new_queue(&requests_storage_, requests_) != 0) return -1;
   requests_exist_ = true;
-  if (ipcam::comm::ThdIf_new(&second_storage_, 0, nullptr, nullptr, &second_) != 0) return -1;
+  if (new_queue(&second_storage_, second_) != 0) return -1;
   second_exists_ = true;
 
   library_.config = std::make_unique<OwnConfig>();
   library_.object_detection = std::make_unique<ipcam::detection::ObjectDetectionIF>();
   library_.post_process = std::make_unique<ipcam::eptz::PostProcessInterface>();
-  library_.post_process->waitReady();
-  library_.post_process->changeBinningMode(false);
+  const auto prepare = [&] {
+    library_.post_process->waitReady();
+    library_.post_process->changeBinningMode(false);
+  };
+  if (result_of(prepare) != 0) return -1;
 
   // Admission opens with the thread's life: the lock keeps a thread that ends at once from closing it first.
   LockGuard state(state_lock_);
@@ -233,12 +281,13 @@ int RequestPath::start(ipcam::comm::s_port_inf* port) {
 }
 
 int RequestPath::shut_down() {
+  const CancellationBlock cancellation_block;
   const DoorbellBlock doorbell_block;
   LockGuard lifecycle(lifecycle_lock_);
   if (!started_) return -1;
   {
     LockGuard state(state_lock_);
-    if (ipcam::comm::ThdIf_send(MESSAGE_STOP, nullptr, &requests_) != 0) return -1;
+    if (send(MESSAGE_STOP, nullptr) != 0) return -1;
     accepting_ = false;
   }
   if (pthread_join(thread_, nullptr) != 0) return -1;
@@ -251,18 +300,18 @@ int RequestPath::shut_down() {
 
 int RequestPath::release() {
   if (requests_exist_) {
-    if (ipcam::comm::ThdIf_delete(&requests_) != 0) return -1;
+    if (delete_queue(requests_) != 0) return -1;
     requests_exist_ = false;
   }
   if (second_exists_) {
-    if (ipcam::comm::ThdIf_delete(&second_) != 0) return -1;
+    if (delete_queue(second_) != 0) return -1;
     second_exists_ = false;
   }
   library_.config.reset();
   library_.object_detection.reset();
   library_.post_process.reset();
   if (replies_exist_) {
-    if (ipcam::comm::WitEnd_delete(&replies_) != 0) return -1;
+    if (result_of([&] { return ipcam::comm::WitEnd_delete(&replies_); }) != 0) return -1;
     replies_exist_ = false;
   }
   return 0;

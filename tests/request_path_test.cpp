@@ -94,6 +94,38 @@ TEST_F(RequestPath, AnswersWhateverTheNumberOfTheReplySemaphore) {
   }
 }
 
+TEST_F(RequestPath, LosesOneRequestAtMostByAnExceptionOfTheCamerasOwnLibraries) {
+  start_control_thread();
+  for (const char* call : {"WitEnd_get", "ThdIf_send", "WitEnd_wait_put", "WitEnd_post", "ThdIf_timed_receive"}) {
+    test::fail_next(call, 0, 0, test::kThrows);
+    const int result = request(39, 3);
+    EXPECT_TRUE(result == 0 || result == kNotServed) << call << ": " << result;
+    EXPECT_EQ(request(39, 7), -1) << call;
+    EXPECT_EQ(test::failures_left(), 0) << call;
+  }
+  stop_control_thread();
+  test::fail_next("staticsInfoUpdate", 0, 0, test::kThrows);
+  EXPECT_EQ(request(39, 3), kNotServed);
+}
+
+// As long as its record is queued, it cannot leave.
+TEST_F(RequestPath, CancelsACallerAtItsReturn) {
+  start_control_thread();
+  clock->hold("sleep(1)");
+  bool goes_on = false;
+  std::thread caller([&] {
+    request(80);
+    goes_on = true;
+  });
+  ASSERT_TRUE(clock->wait_until_held("sleep(1)"));
+  pthread_cancel(caller.native_handle());
+  clock->release_all();
+  caller.join();
+  EXPECT_FALSE(goes_on);
+  EXPECT_EQ(request(32), 0);
+  stop_control_thread();  // comes back: nobody is inside
+}
+
 // The doorbell must reach whichever thread of the host program is open for it.
 TEST_F(RequestPath, LeavesTheCallersSignalMaskAsItWas) {
   sigset_t mask;

@@ -23,6 +23,7 @@
 #include "ipcam/camera/auto_daynight.h"
 #include "ipcam/comm/thd_if.h"
 #include "ipcam/comm/wit_end.h"
+#include "ipcam/system.h"
 #include "tests/support/interpose.h"
 
 namespace ipcam::test {
@@ -207,8 +208,20 @@ FAILING_PLATFORM_CALL(WitEnd_new, "_ZN5ipcam4comm10WitEnd_newEPNS0_12s_witEnd_se
     (s_witEnd_sem* sems, int count, s_witEnd_ctl* ctl), (sems, count, ctl))
 FAILING_PLATFORM_CALL(WitEnd_get, "_ZN5ipcam4comm10WitEnd_getEPiPNS0_12s_witEnd_ctlE", (int* number, s_witEnd_ctl* ctl),
     (number, ctl))
+FAILING_PLATFORM_CALL(ThdIf_timed_receive, "_ZN5ipcam4comm19ThdIf_timed_receiveEPiPvPjPNS0_11s_thdIf_ctlE",
+    (int* type, void* message, unsigned int* limit, s_thdIf_ctl* ctl), (type, message, limit, ctl))
+FAILING_PLATFORM_CALL(WitEnd_post, "_ZN5ipcam4comm11WitEnd_postEiPNS0_12s_witEnd_ctlE", (int number, s_witEnd_ctl* ctl),
+    (number, ctl))
+FAILING_PLATFORM_CALL(WitEnd_wait_put, "_ZN5ipcam4comm15WitEnd_wait_putEiPNS0_12s_witEnd_ctlE",
+    (int number, s_witEnd_ctl* ctl), (number, ctl))
 FAILING_PLATFORM_CALL(WitEnd_delete, "_ZN5ipcam4comm13WitEnd_deleteEPNS0_12s_witEnd_ctlE", (s_witEnd_ctl* ctl), (ctl))
 // clang-format on
+
+STAND_IN void staticsInfoUpdate(int item, int value) {
+  long result = 0;
+  if (fails("staticsInfoUpdate", result)) failed_call(result);
+  REAL(staticsInfoUpdate)(item, value);
+}
 
 __attribute__((visibility("default"))) int ipcam::camera::AutoDaynight::setCameraReady() {
   static auto* const kReal =

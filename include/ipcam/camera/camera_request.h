@@ -89,9 +89,11 @@ static_assert(offsetof(s_ccdlsi_dbg, reserved0) == 0 && offsetof(s_ccdlsi_dbg, c
 
 // Queues one request to the control thread and blocks until it has been served.
 // Returns 0 when it was answered: the outcome is in `cmd->result`. Returns -1 at once, with `cmd->result` -1,
-// when no control thread runs (not started, start-up failed, stopping or stopped), and -1 for a null `cmd`.
+// when no control thread runs (not started, start-up failed, stopping or stopped) or the camera's own libraries fail,
+// and -1 for a null `cmd`.
 // At most 10 requests wait at a time; a further caller waits for a place. Signal 10 is blocked in the calling
-// thread during the call. Any thread but the control thread itself.
+// thread during the call, and a cancellation of the thread takes effect at the return. Any thread but the control
+// thread itself.
 IPCAM_CAMERA_API int cam_cgi_command(s_cam_cgi_cmd* cmd);
 
 // The same for a raw register command. A command that fails, or a `cmd` without a terminating NUL, is answered
