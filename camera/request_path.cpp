@@ -168,7 +168,9 @@ bool RequestPath::serve(e_message type, void* record, int* slot) {
   return caller.outcome.load() == kAnswered;
 }
 
+// The control thread would wait for itself.
 bool RequestPath::enter() {
+  if (ControlThread::instance().is_this_thread()) return false;
   LockGuard lock(state_lock_);
   if (!accepting_) return false;
   callers_.fetch_add(1);
@@ -248,7 +250,7 @@ void RequestPath::close() {
 }
 
 int RequestPath::start(ipcam::comm::s_port_inf* port) {
-  if (port == nullptr) return -1;
+  if (port == nullptr || ControlThread::instance().is_this_thread()) return -1;
   const CancellationBlock cancellation_block;
   const DoorbellBlock doorbell_block;  // the control thread inherits it
   LockGuard lifecycle(lifecycle_lock_);
@@ -281,6 +283,7 @@ int RequestPath::start(ipcam::comm::s_port_inf* port) {
 }
 
 int RequestPath::shut_down() {
+  if (ControlThread::instance().is_this_thread()) return -1;
   const CancellationBlock cancellation_block;
   const DoorbellBlock doorbell_block;
   LockGuard lifecycle(lifecycle_lock_);

@@ -7,7 +7,20 @@
 #include <thread>
 
 #include "ipcam/camera/camera_request.h"
+#include "ipcam/detection/object_detection_if.h"
 #include "tests/support/call_cases.h"
+
+namespace {
+
+// Called on the control thread by each request that announces a change of the picture.
+void (*g_on_control_thread)() = nullptr;
+
+}  // namespace
+
+__attribute__((visibility("default"))) int ipcam::detection::ObjectDetectionIF::config() {
+  if (g_on_control_thread != nullptr) g_on_control_thread();
+  return 0;
+}
 
 namespace ipcam::camera {
 namespace {
@@ -124,6 +137,21 @@ TEST_F(RequestPath, CancelsACallerAtItsReturn) {
   EXPECT_FALSE(goes_on);
   EXPECT_EQ(request(32), 0);
   stop_control_thread();  // comes back: nobody is inside
+}
+
+TEST_F(RequestPath, RefusesOnTheControlThreadWhatWouldWaitForIt) {
+  start_control_thread();
+  g_on_control_thread = [] {
+    s_cam_cgi_cmd setting{};
+    s_ccdlsi_dbg raw{};
+    ipcam::comm::s_port_inf port{};
+    EXPECT_EQ(cam_cgi_command(&setting) + cam_ccd_debug(&raw) + new_camera_ctrl(&port), -3);
+    EXPECT_EQ(setting.result + raw.result, -2);
+    delete_camera_IF(create_camera_IF(nullptr, nullptr));
+  };
+  EXPECT_EQ(request(39, 3), 0);
+  g_on_control_thread = nullptr;
+  EXPECT_EQ(request(39, 3), 0);
 }
 
 // The doorbell must reach whichever thread of the host program is open for it.

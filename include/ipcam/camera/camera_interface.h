@@ -10,8 +10,8 @@ namespace ipcam::camera {
 // Settings of a camera. The declaration serves a whole family of cameras; what follows is how this camera answers.
 // The order of the operations is part of the binary interface.
 //
-// Threads: any thread, any number at once, but not the control thread itself. An operation that is served blocks
-// its caller until the control thread has carried it out, one operation at a time; at most 10 callers wait.
+// Threads: any thread, any number at once. An operation that is served blocks its caller until the control thread has
+// carried it out, one operation at a time; at most 10 callers wait. On the control thread itself none is served.
 //
 // Results: 0 when the value was accepted, -1 when it was refused or no control thread runs (before
 // new_camera_ctrl(), after delete_camera_IF(), after a failed start-up). Accepted is not applied: when the image
@@ -288,8 +288,8 @@ IPCAM_CAMERA_API CameraInterface* create_camera_IF(ipcam::comm::s_port_inf* port
 
 // Ends the library's one control thread, whichever object is given, and waits until it has ended. Requests queued by
 // then are served first; callers that still wait for a place in the queue get -1. Then destroys `camera`, which may be
-// null. A thread that has been ended already is no error. Any thread but the control thread; no operation may be
-// running on `camera` itself.
+// null. A thread that has been ended already is no error. Called on the control thread itself, it only destroys
+// `camera`. Any thread; no operation may be running on `camera` itself.
 IPCAM_CAMERA_API void delete_camera_IF(CameraInterface* camera);
 
 }  // namespace ipcam::camera

@@ -89,11 +89,10 @@ static_assert(offsetof(s_ccdlsi_dbg, reserved0) == 0 && offsetof(s_ccdlsi_dbg, c
 
 // Queues one request to the control thread and blocks until it has been served.
 // Returns 0 when it was answered: the outcome is in `cmd->result`. Returns -1 at once, with `cmd->result` -1,
-// when no control thread runs (not started, start-up failed, stopping or stopped) or the camera's own libraries fail,
-// and -1 for a null `cmd`.
+// when no control thread runs (not started, start-up failed, stopping or stopped), when the camera's own libraries
+// fail, and on the control thread itself, where it could not be served; and -1 for a null `cmd`.
 // At most 10 requests wait at a time; a further caller waits for a place. Signal 10 is blocked in the calling
-// thread during the call, and a cancellation of the thread takes effect at the return. Any thread but the control
-// thread itself.
+// thread during the call, and a cancellation of the thread takes effect at the return. Any thread.
 IPCAM_CAMERA_API int cam_cgi_command(s_cam_cgi_cmd* cmd);
 
 // The same for a raw register command. A command that fails, or a `cmd` without a terminating NUL, is answered
@@ -103,7 +102,8 @@ IPCAM_CAMERA_API int cam_ccd_debug(s_ccdlsi_dbg* dbg);
 // Creates the request path and starts the control thread, which applies the stored settings before it serves
 // the first request. `port` is kept but not used, and must stay valid until the shutdown.
 // Returns 0; -1 for a null `port`, when a control thread has been started already and not been shut down
-// (also when its start-up failed), or when a resource could not be had. A constructor of the camera's own
+// (also when its start-up failed; so always on the control thread itself), or when a resource could not be had. A
+// constructor of the camera's own
 // libraries that throws passes its exception on. What a failed call created is released by the next call.
 // Any thread. The thread is ended by delete_camera_IF().
 IPCAM_CAMERA_API int new_camera_ctrl(ipcam::comm::s_port_inf* port);
