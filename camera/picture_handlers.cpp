@@ -65,7 +65,7 @@ void set_text(DspCommand& dsp, TextSetter setter, const char* text) {
 }
 
 bool read_own_settings(SettingsRecord& record) {
-  OwnConfig config;
+  ipcam::config::ConfigFile config = open_config();
   return read_settings(config, record);
 }
 

@@ -265,7 +265,7 @@ int RequestPath::start(ipcam::comm::s_port_inf* port) {
   if (new_queue(&second_storage_, second_) != 0) return -1;
   second_exists_ = true;
 
-  library_.config = std::make_unique<OwnConfig>();
+  library_.config.reset(new ipcam::config::ConfigFile(open_config()));
   library_.object_detection = std::make_unique<ipcam::detection::ObjectDetectionIF>();
   library_.post_process = std::make_unique<ipcam::eptz::PostProcessInterface>();
   const auto prepare = [&] {

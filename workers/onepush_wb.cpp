@@ -144,7 +144,7 @@ int OnepushWB::setRBGainToARM7() {
 }
 
 int OnepushWB::setRBGainToConf() {
-  OwnConfig config;
+  ipcam::config::ConfigFile config = open_config();
   const RecordUpdate update = update_settings(config, [this](SettingsRecord& record) {
     record.snapshot.onepush_rgain = red_gain_;
     record.snapshot.onepush_bgain = blue_gain_;
