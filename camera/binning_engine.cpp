@@ -266,9 +266,9 @@ int ControlThread::start_automatic_binning() {
   if (binning_on_ == 1) binning_on_ = 0;
   binning_mode_ = kModeAutomatic;
 
+  // The level counts also when the read reports a failure.
   SettingsRecord record{};
-  record.daynight_seconds = 30;
-  read_settings(*library_->config, record);
+  if (!read_settings(*library_->config, record)) record.daynight_seconds = 30;
   // In 32-bit arithmetic, also for a time that does not fit.
   auto_daynight_->setConditionTime(static_cast<int>(1000u * static_cast<std::uint32_t>(record.daynight_seconds)));
   auto_daynight_->setDnLevel(daynight_level(record.daynight_level));

@@ -212,7 +212,7 @@ int ControlThread::hold_iris_open(int value) {
     auto_daynight_->stop_thread();
     exposure_mode(0);
     usleep(kSettle_us);
-    // A record that cannot be read gives focus assist the level 0.
+    // The level counts also when the read reports a failure; nothing read is the level 0.
     SettingsRecord record{};
     read_settings(*library_->config, record);
     focus_assist_->setLevel(record.focus_assist_level);

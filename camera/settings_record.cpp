@@ -1,8 +1,6 @@
 // Reading and writing the stored camera settings record.
 #include "camera/settings_record.h"
 
-#include <cstring>
-
 namespace ipcam::camera {
 
 namespace {
@@ -17,10 +15,8 @@ constinit LibraryMutex g_record_lock;
 ipcam::config::ConfigFile open_config() { return ipcam::config::ConfigFile(g_settings_file); }
 
 bool read_settings(ipcam::config::ConfigFile& config, SettingsRecord& record) {
-  SettingsRecord buffer{};
-  if (config.read_record(&buffer, kSettingsKind) != 0) return false;
-  std::memcpy(&record, &buffer, sizeof record);
-  return true;
+  record = {};
+  return config.read_record(&record, kSettingsKind) == 0;
 }
 
 bool write_settings(ipcam::config::ConfigFile& config, SettingsRecord& record) {

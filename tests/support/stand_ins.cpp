@@ -23,6 +23,7 @@
 #include "ipcam/camera/auto_daynight.h"
 #include "ipcam/comm/thd_if.h"
 #include "ipcam/comm/wit_end.h"
+#include "ipcam/config/config_file.h"
 #include "ipcam/system.h"
 #include "tests/support/interpose.h"
 
@@ -221,6 +222,14 @@ STAND_IN void staticsInfoUpdate(int item, int value) {
   long result = 0;
   if (fails("staticsInfoUpdate", result)) failed_call(result);
   REAL(staticsInfoUpdate)(item, value);
+}
+
+__attribute__((visibility("default"))) int ipcam::config::ConfigFile::read_record(void* record, int kind) {
+  static auto* const kReal = reinterpret_cast<int (*)(ConfigFile*, void*, int)>(
+      real_function("_ZN5ipcam6config10ConfigFile11read_recordEPvi"));
+  const int done = kReal(this, record, kind);
+  long result = 0;
+  return fails("read_record", result) ? failed_call(result) : done;
 }
 
 __attribute__((visibility("default"))) int ipcam::camera::AutoDaynight::setCameraReady() {

@@ -57,7 +57,7 @@ inline constexpr long kThrows = 777;
 // `result` instead, in whatever thread it happens. Functions: "open", "read", "write", "lseek", "ioctl",
 // "fopen", "fread", "ftok", "semget", "shmget", "shmat", "kill", "signal", "sigprocmask" (pthread_sigmask too),
 // "sigtimedwait", "sigwaitinfo", "pthread_create" (gives `error`), "new" (throws std::bad_alloc), "lock" (a semaphore
-// operation -1). These are made, but fail: "unlock" (+1), "shmdt".
+// operation -1). These are made, but fail: "unlock" (+1), "shmdt", "read_record".
 // Those of the camera's own libraries, by their names, throw for the result kThrows.
 // Several may be waiting at a time.
 void fail_next(const std::string& name, int error, int nth = 0, long result = -1);
