@@ -8,6 +8,7 @@
 #include "camera/control_thread.h"
 #include "camera/factory_adjustment.h"
 #include "camera/register_text.h"
+#include "camera/request_path.h"
 
 namespace ipcam::camera {
 
@@ -109,7 +110,8 @@ RegisterReply read_frame_length(DspCommand& dsp) {
   return reply;
 }
 
-// Waits as many frames as a long exposure takes, so that no picture of the old readout is on its way.
+// Waits as many frames as a long exposure takes, so that no picture of the old readout is on its way. A shutdown does
+// not wait for more than the sleep that it meets.
 void wait_frame_length(DspCommand& dsp) {
   constexpr std::int64_t kFrame_us = 34'000;
   constexpr std::int64_t kLongestSleep_us = 900'000;  // usleep() takes less than a second; the wait may be 37 minutes
@@ -118,9 +120,11 @@ void wait_frame_length(DspCommand& dsp) {
   const std::int64_t vmax = reply.bytes[0] + 256 * reply.bytes[1];
   const std::int64_t divisor = reply.bytes[2] + 256 * reply.bytes[3];
   const std::int64_t frames = divisor == 0 ? 1 : std::max<std::int64_t>(vmax / divisor, 1);
-  for (std::int64_t left = frames * kFrame_us; left > 0; left -= kLongestSleep_us) {
+  std::int64_t left = frames * kFrame_us;
+  do {
     usleep(static_cast<useconds_t>(std::min(left, kLongestSleep_us)));
-  }
+    left -= kLongestSleep_us;
+  } while (left > 0 && !stop_asked());
 }
 
 void write_timing(DspCommand& dsp, const Readout& readout) {

@@ -75,6 +75,7 @@ class RequestPath {
   bool receive(Message& message);
   void answer(Caller& caller, Outcome outcome);
   void close();
+  bool stop_asked() IPCAM_EXCLUDES(state_lock_);
   LibraryObjects& library() { return library_; }
 
  private:
@@ -235,6 +236,12 @@ void RequestPath::answer(Caller& caller, Outcome outcome) {
   post(slot);
 }
 
+// The shutdown closes admission as its first step.
+bool RequestPath::stop_asked() {
+  LockGuard lock(state_lock_);
+  return !accepting_;
+}
+
 void RequestPath::close() {
   Caller* caller = nullptr;
   {
@@ -333,6 +340,8 @@ int shut_down_camera_ctrl() { return RequestPath::instance().shut_down(); }
 bool receive_message(Message& message) { return RequestPath::instance().receive(message); }
 
 void answer_message(const Message& message) { RequestPath::instance().answer(*message.caller, kAnswered); }
+
+bool stop_asked() { return RequestPath::instance().stop_asked(); }
 
 void close_request_path() { RequestPath::instance().close(); }
 

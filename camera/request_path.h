@@ -31,6 +31,9 @@ bool receive_message(Message& message);
 // Wakes the caller of a request that has been served. Its record is gone from then on.
 void answer_message(const Message& message);
 
+// True once the shutdown has begun, also while requests that were queued before are still served.
+bool stop_asked();
+
 // Lets no further request in and answers those that are still queued as not served.
 void close_request_path();
 
