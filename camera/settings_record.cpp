@@ -15,7 +15,6 @@ constinit LibraryMutex g_record_lock;
 ipcam::config::ConfigFile open_config() { return ipcam::config::ConfigFile(g_settings_file); }
 
 bool read_settings(ipcam::config::ConfigFile& config, SettingsRecord& record) {
-  record = {};
   return config.read_record(&record, kSettingsKind) == 0;
 }
 
