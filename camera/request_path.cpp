@@ -144,7 +144,7 @@ int RequestPath::submit(e_message type, Record* record) {
   // A caller that left in the midst would leave its record behind.
   const CancellationBlock cancellation_block;
   if (record == nullptr) return -1;
-  const DoorbellBlock doorbell_block;
+  const SignalBlock doorbell_block(doorbell_signal());
   if (serve(type, record, &record->reply_slot)) return 0;
   mark_not_served(*record);
   result_of([] { staticsInfoUpdate(3, 0); });
@@ -259,7 +259,7 @@ void RequestPath::close() {
 int RequestPath::start(ipcam::comm::s_port_inf* port) {
   if (port == nullptr || ControlThread::instance().is_this_thread()) return -1;
   const CancellationBlock cancellation_block;
-  const DoorbellBlock doorbell_block;  // the control thread inherits it
+  const SignalBlock doorbell_block(doorbell_signal());
   LockGuard lifecycle(lifecycle_lock_);
   if (started_) return -1;
   release();  // what an earlier start left behind when it failed; what cannot be released is made anew all the same
@@ -281,6 +281,7 @@ int RequestPath::start(ipcam::comm::s_port_inf* port) {
   };
   if (result_of(prepare) != 0) return -1;
 
+  const SignalBlock control_thread_block(all_but_fault_signals());
   // Admission opens with the thread's life: the lock keeps a thread that ends at once from closing it first.
   LockGuard state(state_lock_);
   if (pthread_create(&thread_, nullptr, control_thread_main, nullptr) != 0) return -1;
@@ -292,7 +293,7 @@ int RequestPath::start(ipcam::comm::s_port_inf* port) {
 int RequestPath::shut_down() {
   if (ControlThread::instance().is_this_thread()) return -1;
   const CancellationBlock cancellation_block;
-  const DoorbellBlock doorbell_block;
+  const SignalBlock doorbell_block(doorbell_signal());
   LockGuard lifecycle(lifecycle_lock_);
   if (!started_) return -1;
   {

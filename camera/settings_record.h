@@ -96,8 +96,8 @@ static_assert(offsetof(SettingsRecord, focus_assist_level) == 428 && offsetof(Se
 // A configuration object on "all.conf".
 ipcam::config::ConfigFile open_config();
 
-// Reads the record through `config` into `record`, which is zeros before. Returns true when that was done; else `record` has
-// what the failed read left there.
+// Reads the record through `config` into `record`, which is zeros before. Returns true when that was done; else
+// `record` has what the failed read left there.
 //
 // The camera's own library has the record's operations at their places among the virtual ones, under names of its own.
 // So they are called here and in write_settings() only, where nobody can know an object's class and call them by name.
