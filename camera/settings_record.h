@@ -76,7 +76,7 @@ struct SettingsRecord {
   std::uint8_t reserved172[256];
   std::int32_t focus_assist_level;  // 428
   std::uint8_t reserved432[104];
-  std::int32_t icr_condition;  // 536: with icr_enable 1, the value 2 sets the IR-cut filter at start-up
+  std::int32_t icr_condition;  // 536: 2, with icr_enable 1, asks for the IR-cut filter at start-up: no effect
   std::uint8_t reserved540[86];
   std::uint8_t icr_enable;  // 626
   std::uint8_t reserved627[153];

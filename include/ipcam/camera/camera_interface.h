@@ -53,8 +53,9 @@ class IPCAM_CAMERA_API CameraInterface {
   // Not supported: 0, nothing is done.
   virtual int ExpCompMode(int mode) = 0;
 
-  // Exposure compensation: 0 (darkest, offset -9) to 18 (brightest, offset +9), 9 is none. While the stored
-  // exposure settings do not allow compensation, the level is remembered but not sent, and the result is 0.
+  // Exposure compensation: 0 (darkest, offset -9) to 18 (brightest, offset +9), 9 is none. Returns -1 for another
+  // level. While the stored exposure settings do not allow compensation, the level is remembered but not sent, and
+  // the result is 0.
   virtual int ExpComp(int level) = 0;
 
   // Accepted without effect; DnMode() moves the IR-cut filter.
@@ -121,9 +122,10 @@ class IPCAM_CAMERA_API CameraInterface {
   virtual int Saturation(int level) = 0;
 
   // Runs the register command text `cmd` of `len` characters, 0 to 255, e.g. "r,0,3" (see
-  // DspCommand::execute_rw_cmd), and copies its reply, one byte per register and at most 32, into `reply`;
-  // `*reply_len` is their number. Returns 0 when the command was run; one that fails has the result 0 too, with
-  // `*reply_len` 0. Returns -1 for a null pointer, another length or an unserved request, with `*reply_len` 0.
+  // DspCommand::execute_rw_cmd), and copies its reply into `reply`: of a read one byte per register, of a write one
+  // byte however many registers it writes, the first one's value before. `*reply_len` is their number. Returns 0 when
+  // the command was run; one that fails has the result 0 too, with `*reply_len` 0. Returns -1 for a null pointer,
+  // another length or an unserved request, with `*reply_len` 0.
   virtual int sif_inquiry(const char* cmd, int len, char* reply, int* reply_len) = 0;
 
   // Not supported: 0, nothing is done.

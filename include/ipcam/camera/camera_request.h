@@ -77,8 +77,8 @@ struct s_ccdlsi_dbg {
   char cmd[256];            // register command text, NUL-terminated within the field
   std::int32_t cmd_len;     // length as given by the sender; the terminating NUL decides
   std::int32_t result;      // out: 0 when the command was run, also when it failed; -1 when not served
-  char reply[256];          // out: one byte per register of the command
-  std::int32_t reply_len;   // out: valid bytes in `reply`, 0 to 32; 0 when the command failed
+  char reply[256];          // out: one byte per register, its value before a write
+  std::int32_t reply_len;   // out: of a read its registers, of a write 1 however many it writes; 0 when it failed
   std::int32_t reply_slot;  // out: number of the reply semaphore used
 };
 static_assert(sizeof(s_ccdlsi_dbg) == 532);
