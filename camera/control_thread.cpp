@@ -29,29 +29,23 @@ struct DispatchRow {
   QueryHandler query = nullptr;
 };
 
-// Ascending codes; every other code answers 0.
+// Ascending codes; every other code answers 0, the named ones included that are accepted without effect.
 constexpr DispatchRow kDispatch[] = {
     {.code = REQUEST_COLOR, .handler = &ControlThread::color},
     {.code = REQUEST_WB_MODE, .handler = &ControlThread::wb_mode},
     {.code = REQUEST_EXP_COMP, .handler = &ControlThread::expcomp},
     {.code = REQUEST_GAIN, .handler = &ControlThread::gain},
     {.code = REQUEST_BL_COMP, .handler = &ControlThread::blcomp},
-    {.code = REQUEST_SHUTTER, .handler = &ControlThread::no_operation},
     {.code = REQUEST_SATURATION, .handler = &ControlThread::saturation},
     {.code = REQUEST_SHARPNESS, .handler = &ControlThread::sharpness},
     {.code = REQUEST_R_GAIN, .handler = &ControlThread::rgain},
     {.code = REQUEST_B_GAIN, .handler = &ControlThread::bgain},
-    {.code = REQUEST_SET_ICR, .handler = &ControlThread::set_icr},
     {.code = REQUEST_GET_ICR, .query = &ControlThread::icr_state},
     {.code = REQUEST_COLORBAR, .handler = &ControlThread::colorbar},
     {.code = REQUEST_EXP_MODE, .handler = &ControlThread::exposure_mode},
     {.code = REQUEST_ONE_PUSH_TRG, .handler = &ControlThread::onepush_trigger},
-    {.code = REQUEST_FLICKERLESS, .handler = &ControlThread::no_operation},
-    {.code = REQUEST_AUTO_SLOW_SHUTTER, .handler = &ControlThread::no_operation},
     {.code = REQUEST_CONTRAST, .handler = &ControlThread::contrast},
     {.code = REQUEST_HOLD_AUTO_IRIS_OPEN, .handler = &ControlThread::hold_iris_open},
-    {.code = REQUEST_AUTO_SHUTTER, .handler = &ControlThread::no_operation},
-    {.code = REQUEST_AUTO_SLOW_SHUTTER_MIN_SPEED, .handler = &ControlThread::no_operation},
     {.code = REQUEST_AGC_MAX_GAIN, .handler = &ControlThread::agc_max_gain},
     {.code = REQUEST_GAMMA, .handler = &ControlThread::gamma},
     {.code = REQUEST_BINNING_MODE, .handler = &ControlThread::binning_mode},
@@ -206,9 +200,6 @@ int ControlThread::raw_command(s_ccdlsi_dbg& request) try {
   request.reply_len = 0;
   return -1;
 }
-
-// The filter is moved by the day/night mode; setting it by itself has no effect.
-int ControlThread::set_icr(int /*value*/) { return 0; }
 
 int ControlThread::icr_state(std::int32_t* answer) {
   unsigned char reply[1] = {};

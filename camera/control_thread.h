@@ -57,7 +57,6 @@ class ControlThread {
   bool init_camera();
 
   // --- IR-cut filter ---
-  int set_icr(int value);
   int icr_state(std::int32_t* answer);
 
   // --- Picture, white balance and compensation (picture_handlers.cpp) ---
@@ -77,7 +76,6 @@ class ControlThread {
   // --- Exposure and day/night (exposure_handlers.cpp) ---
   int exposure_mode(int value);
   int gain(int level);
-  int no_operation(int value);
   int agc_max_gain(int level);
   int hold_iris_open(int value);
   int hold_iris_state(std::int32_t* answer);

@@ -165,8 +165,6 @@ int ControlThread::exposure_mode(int /*value*/) {
   return 0;
 }
 
-int ControlThread::no_operation(int /*value*/) { return 0; }
-
 // --- Gain ---
 
 void ControlThread::apply_agc_limit_to_daynight() {

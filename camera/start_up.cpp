@@ -32,10 +32,7 @@ bool ControlThread::init_camera() {
   if (sharpness(snapshot_.sharpness) != 0) return false;
   if (contrast(snapshot_.contrast) != 0) return false;
 
-  if (record.icr_condition == 2 && record.icr_enable == 1) {
-    if (set_icr(59) != 0) return false;
-  }
-
+  // Nothing to do for icr_condition and icr_enable: setting the IR-cut filter by itself has no effect.
   forced_apply_ = 0;
   return true;
 }
