@@ -73,7 +73,7 @@ class ControlThread {
   int blcomp(int value);
   int expcomp(int level);
 
-  // --- Exposure and day/night (exposure_handlers.cpp) ---
+  // --- Exposure, day/night and binning (exposure_handlers.cpp) ---
   int exposure_mode(int value);
   int gain(int level);
   int agc_max_gain(int level);
@@ -83,8 +83,6 @@ class ControlThread {
   int daynight_hysteresis(int value);
   int binning_time(int value);
   int binning_level(int value);
-
-  // --- Binning (binning_engine.cpp) ---
   int binning_mode(int value);
   int binning(int value);
   int force_binning(int value);
