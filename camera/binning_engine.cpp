@@ -105,7 +105,7 @@ void wait_frame_length(DspCommand& dsp) {
   do {
     usleep(static_cast<useconds_t>(std::min(left, kLongestSleep_us)));
     left -= kLongestSleep_us;
-  } while (left > 0 && !stop_asked());
+  } while (left > 0 && !RequestPath::instance().stop_asked());
 }
 
 void write_timing(DspCommand& dsp, const Readout& readout) {

@@ -2,7 +2,7 @@
 #include <cstring>
 #include <new>
 
-#include "camera/request_path.h"
+#include "camera/lifecycle.h"
 #include "dsp/cancellation.h"
 #include "ipcam/camera/camera_interface.h"
 #include "ipcam/camera/camera_request.h"

@@ -10,7 +10,6 @@
 #include <iterator>
 
 #include "camera/never_destroyed.h"
-#include "camera/request_path.h"
 #include "dsp/cancellation.h"
 #include "dsp/command_text.h"
 
@@ -69,37 +68,36 @@ constinit NeverDestroyed<ControlThread> g_control_thread;
 
 ControlThread& ControlThread::instance() { return *g_control_thread; }
 
-bool ControlThread::is_this_thread() const { return thread_.load() == pthread_self(); }
-
 void ControlThread::run(LibraryObjects& library) {
   const CancellationBlock cancellation_block;
-  thread_ = pthread_self();
+  RequestPath& requests = RequestPath::instance();
+  requests.begin_serving();
   library_ = &library;
   gpio0_ = open("/dev/gpio-0", O_RDWR);
   gpio4_ = open("/dev/gpio-4", O_RDWR);
 
-  if (start_up()) serve();
-  close_request_path();
+  if (start_up()) serve(requests);
+  requests.close();
   destroy_objects();
   library_ = nullptr;
-  thread_ = pthread_t{};
+  requests.end_serving();
 }
 
-void ControlThread::serve() {
+void ControlThread::serve(RequestPath& requests) {
   for (;;) {
-    Message message{};
-    if (!receive_message(message)) continue;
+    RequestPath::Message message{};
+    if (!requests.receive(message)) continue;
     switch (message.type) {
       case MESSAGE_SETTING: {
         auto& request = *static_cast<s_cam_cgi_cmd*>(message.record);
         request.result = dispatch(request);
-        answer_message(message);
+        requests.answer(message);
         break;
       }
       case MESSAGE_RAW: {
         auto& request = *static_cast<s_ccdlsi_dbg*>(message.record);
         request.result = raw_command(request);
-        answer_message(message);
+        requests.answer(message);
         break;
       }
       case MESSAGE_STOP:

@@ -1,12 +1,10 @@
 // The camera control thread: its state, its objects, and one handler per request code.
 #pragma once
 
-#include <pthread.h>
-
-#include <atomic>
 #include <cstdint>
 #include <memory>
 
+#include "camera/request_path.h"
 #include "camera/settings_record.h"
 #include "ipcam/camera/auto_daynight.h"
 #include "ipcam/camera/camera_request.h"
@@ -31,9 +29,8 @@ struct LibraryObjects {
 // Everything that only the control thread may touch. One object per process, which lives as long as the
 // library: flags keep their values over stop and start, and a new start changes only what start-up sets.
 //
-// Every member function but instance() and is_this_thread() is for the control thread alone, so handlers take
-// no locks. The workers run on threads of their own and share the DspCommand, which serialises its exchanges
-// itself.
+// Every member function but instance() is for the control thread alone, so handlers take no locks. The workers run on
+// threads of their own and share the DspCommand, which serialises its exchanges itself.
 //
 // A handler returns the request's result: 0, also when a setter that it called has failed, or -1 for a value
 // that it refuses.
@@ -41,8 +38,6 @@ class ControlThread {
  public:
   constexpr ControlThread() = default;
   static ControlThread& instance();
-  // True on the control thread, from its first step to its last.
-  bool is_this_thread() const;
 
   // Runs the control thread from its first step to its last: creates its objects, applies the stored settings,
   // serves requests until the stop message, tears down. Does not throw.
@@ -98,7 +93,7 @@ class ControlThread {
   bool report_ready();
 
   void create_objects();
-  void serve();
+  void serve(RequestPath& requests);
   void destroy_objects();
 
   // Sends the factory adjustment files' register values; `half_pixel_wb` chooses the white-balance file.
@@ -132,8 +127,6 @@ class ControlThread {
   std::int32_t binning_mode_ = 0;    // 4 automatic, 2 by hand, 1 and 3 as requested
   std::uint8_t binning_on_ = 0;      // the binning function last switched binning on
   std::uint8_t forced_binning_ = 0;  // binning is forced
-
-  std::atomic<pthread_t> thread_{};  // zero while there is none; no thread has that number
 
   // Objects, from the thread's start to its end.
   LibraryObjects* library_ = nullptr;

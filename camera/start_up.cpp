@@ -47,10 +47,7 @@ void ControlThread::create_objects() {
   onepush_wb_ = std::make_unique<OnepushWB>(dsp_.get());
 }
 
-bool InitCamera() {
-  ControlThread& control = ControlThread::instance();
-  return control.is_this_thread() && control.init_camera();
-}
+bool InitCamera() { return RequestPath::instance().is_served_here() && ControlThread::instance().init_camera(); }
 
 bool ControlThread::init_camera() {
   SettingsRecord record{};
