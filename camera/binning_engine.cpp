@@ -1,4 +1,4 @@
-// Switching the sensor between full and binned readout, and the request handlers around it.
+// The binning engine: switches the sensor between full and binned readout.
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,31 +8,13 @@
 #include "camera/control_thread.h"
 #include "camera/factory_adjustment.h"
 #include "camera/register_text.h"
+#include "camera/request_path.h"
 
 namespace ipcam::camera {
 
 namespace {
 
 constexpr int kAttempts = 5;
-
-// Binning modes.
-constexpr std::int32_t kModeStopped = 1;
-constexpr std::int32_t kModeByHand = 2;
-constexpr std::int32_t kModeAutomatic = 4;
-
-// Values of the binning mode request, and the modes that they choose.
-struct ModeRequest {
-  int value;
-  std::int32_t mode;
-};
-constexpr ModeRequest kModeRequests[] = {{34, kModeStopped}, {9, kModeByHand}, {30, 3}, {4, kModeAutomatic}};
-
-// Values of the other binning requests.
-constexpr int kSwitchOn = 0;
-constexpr int kSwitchOff = 1;
-constexpr int kFunctionAutomatic = 4;
-constexpr int kFunctionStop = 34;
-constexpr int kUnforce = 29;
 
 // Readout field of the sensor status register.
 constexpr unsigned char kReadoutMask = 0x1c;
@@ -109,7 +91,8 @@ RegisterReply read_frame_length(DspCommand& dsp) {
   return reply;
 }
 
-// Waits as many frames as a long exposure takes, so that no picture of the old readout is on its way.
+// Waits as many frames as a long exposure takes, so that no picture of the old readout is on its way. A shutdown does
+// not wait for more than the sleep that it meets.
 void wait_frame_length(DspCommand& dsp) {
   constexpr std::int64_t kFrame_us = 34'000;
   // The wait may be 37 minutes. glibc's usleep() takes any time, POSIX lets others refuse a second or more.
@@ -119,9 +102,11 @@ void wait_frame_length(DspCommand& dsp) {
   const std::int64_t vmax = reply.bytes[0] + 256 * reply.bytes[1];
   const std::int64_t divisor = reply.bytes[2] + 256 * reply.bytes[3];
   const std::int64_t frames = divisor == 0 ? 1 : std::max<std::int64_t>(vmax / divisor, 1);
-  for (std::int64_t left = frames * kFrame_us; left > 0; left -= kLongestSleep_us) {
+  std::int64_t left = frames * kFrame_us;
+  do {
     usleep(static_cast<useconds_t>(std::min(left, kLongestSleep_us)));
-  }
+    left -= kLongestSleep_us;
+  } while (left > 0 && !RequestPath::instance().stop_asked());
 }
 
 void write_timing(DspCommand& dsp, const Readout& readout) {
@@ -159,9 +144,6 @@ void write_gain_ceilings(DspCommand& dsp, const Readout& readout, const Settings
   }
 }
 
-// The stored levels 0 and 1 stand for the day/night worker's own levels.
-int daynight_level(std::int32_t stored) { return stored == 0 || stored == 1 ? stored + 32 : stored; }
-
 }  // namespace
 
 // Setters and writes that fail in between are not looked at: half a switch is worse than a whole one with a
@@ -191,91 +173,6 @@ int ControlThread::run_binning_engine(int value) {
 
   // The sharpness registers mean something else in the new readout.
   sharpness(snapshot_.sharpness);
-  return 0;
-}
-
-void ControlThread::rerun_automatic_binning() {
-  if (binning_mode_ == kModeAutomatic && forced_binning_ == 0) run_binning_engine(kSwitchOff);
-}
-
-int ControlThread::binning_mode(int value) {
-  for (const ModeRequest& row : kModeRequests) {
-    if (row.value == value) binning_mode_ = row.mode;
-  }
-  return 0;
-}
-
-int ControlThread::binning(int value) { return run_binning_engine(value); }
-
-int ControlThread::force_binning(int value) {
-  if (value == kSwitchOn || value == kSwitchOff) {
-    const int result = run_binning_engine(value);
-    forced_binning_ = 1;
-    return result;
-  }
-  if (value != kUnforce) return -1;
-
-  forced_binning_ = 0;
-  switch (binning_mode_) {
-    case kModeByHand:
-      return binning_function(binning_on_ != 0 ? kSwitchOn : kSwitchOff);
-    case kModeAutomatic:
-      return binning_function(kFunctionAutomatic);
-    case kModeStopped:
-      return binning_function(kFunctionStop);
-    default:
-      return -1;
-  }
-}
-
-int ControlThread::binning_function(int value) {
-  if (forced_binning_ != 0) return record_binning_function(value);
-  switch (value) {
-    case kSwitchOn:
-    case kSwitchOff:
-      return switch_binning_by_hand(value);
-    case kFunctionAutomatic:
-      return start_automatic_binning();
-    case kFunctionStop:
-      binning_mode_ = kModeStopped;
-      auto_daynight_->stop_thread();
-      return -1;
-    default:
-      return -1;
-  }
-}
-
-// While binning is forced, a request only changes what will be restored.
-int ControlThread::record_binning_function(int value) {
-  if (value == kSwitchOn) binning_on_ = 1;
-  if (value == kSwitchOff) binning_on_ = 0;
-  if (value == kFunctionAutomatic) binning_mode_ = kModeAutomatic;
-  if (value == kFunctionStop) binning_mode_ = kModeStopped;
-  return -1;
-}
-
-int ControlThread::switch_binning_by_hand(int value) {
-  auto_daynight_->stop_thread();
-  const int result = run_binning_engine(value);
-  binning_mode_ = kModeByHand;
-  binning_on_ = value == kSwitchOn ? 1 : 0;
-  return result;
-}
-
-int ControlThread::start_automatic_binning() {
-  run_binning_engine(kSwitchOff);
-  if (binning_on_ == 1) binning_on_ = 0;
-  binning_mode_ = kModeAutomatic;
-
-  SettingsRecord record{};
-  record.daynight_seconds = 30;
-  read_settings(*library_->config, record);
-  // In 32-bit arithmetic, also for a time that does not fit.
-  auto_daynight_->setConditionTime(static_cast<int>(1000u * static_cast<std::uint32_t>(record.daynight_seconds)));
-  auto_daynight_->setDnLevel(daynight_level(record.daynight_level));
-  apply_agc_limit_to_daynight();
-  auto_daynight_->setCameraType(1);
-  auto_daynight_->execute_process();
   return 0;
 }
 

@@ -2,7 +2,8 @@
 #include <cstring>
 #include <new>
 
-#include "camera/request_path.h"
+#include "camera/lifecycle.h"
+#include "dsp/cancellation.h"
 #include "ipcam/camera/camera_interface.h"
 #include "ipcam/camera/camera_request.h"
 
@@ -133,6 +134,7 @@ CameraInterface* create_camera_IF(ipcam::comm::s_port_inf* /*port*/, s_ctrl_inf*
 }
 
 void delete_camera_IF(CameraInterface* camera) {
+  const CancellationBlock cancellation_block;
   // The object goes even when there is no control thread to end.
   shut_down_camera_ctrl();
   delete camera;

@@ -10,9 +10,9 @@
 #include <iterator>
 #include <utility>
 
-#include "camera/request_path.h"
+#include "camera/never_destroyed.h"
+#include "dsp/cancellation.h"
 #include "dsp/command_text.h"
-#include "ipcam/system.h"
 
 namespace ipcam::camera {
 
@@ -27,29 +27,23 @@ struct DispatchRow {
   QueryHandler query = nullptr;
 };
 
-// Ascending codes; every other code answers 0.
+// Ascending codes; every other code answers 0, the named ones included that are accepted without effect.
 constexpr DispatchRow kDispatch[] = {
     {.code = REQUEST_COLOR, .handler = &ControlThread::color},
     {.code = REQUEST_WB_MODE, .handler = &ControlThread::wb_mode},
     {.code = REQUEST_EXP_COMP, .handler = &ControlThread::expcomp},
     {.code = REQUEST_GAIN, .handler = &ControlThread::gain},
     {.code = REQUEST_BL_COMP, .handler = &ControlThread::blcomp},
-    {.code = REQUEST_SHUTTER, .handler = &ControlThread::no_operation},
     {.code = REQUEST_SATURATION, .handler = &ControlThread::saturation},
     {.code = REQUEST_SHARPNESS, .handler = &ControlThread::sharpness},
     {.code = REQUEST_R_GAIN, .handler = &ControlThread::rgain},
     {.code = REQUEST_B_GAIN, .handler = &ControlThread::bgain},
-    {.code = REQUEST_SET_ICR, .handler = &ControlThread::set_icr},
     {.code = REQUEST_GET_ICR, .query = &ControlThread::icr_state},
     {.code = REQUEST_COLORBAR, .handler = &ControlThread::colorbar},
     {.code = REQUEST_EXP_MODE, .handler = &ControlThread::exposure_mode},
     {.code = REQUEST_ONE_PUSH_TRG, .handler = &ControlThread::onepush_trigger},
-    {.code = REQUEST_FLICKERLESS, .handler = &ControlThread::no_operation},
-    {.code = REQUEST_AUTO_SLOW_SHUTTER, .handler = &ControlThread::no_operation},
     {.code = REQUEST_CONTRAST, .handler = &ControlThread::contrast},
     {.code = REQUEST_HOLD_AUTO_IRIS_OPEN, .handler = &ControlThread::hold_iris_open},
-    {.code = REQUEST_AUTO_SHUTTER, .handler = &ControlThread::no_operation},
-    {.code = REQUEST_AUTO_SLOW_SHUTTER_MIN_SPEED, .handler = &ControlThread::no_operation},
     {.code = REQUEST_AGC_MAX_GAIN, .handler = &ControlThread::agc_max_gain},
     {.code = REQUEST_GAMMA, .handler = &ControlThread::gamma},
     {.code = REQUEST_BINNING_MODE, .handler = &ControlThread::binning_mode},
@@ -69,76 +63,42 @@ static_assert(std::is_sorted(std::begin(kDispatch), std::end(kDispatch), by_code
 
 constexpr unsigned int kMaxRawReply = 32;  // bytes of a raw command's reply that callers accept
 
-thread_local bool t_is_control_thread = false;
+constinit NeverDestroyed<ControlThread> g_control_thread;
 
 }  // namespace
 
-ControlThread& ControlThread::instance() {
-  // Never destroyed: the thread may still run when the process exits.
-  static ControlThread& thread = *new ControlThread;
-  return thread;
-}
-
-bool ControlThread::running_here() const { return t_is_control_thread && library_ != nullptr; }
+ControlThread& ControlThread::instance() { return *g_control_thread; }
 
 void ControlThread::run(LibraryObjects& library) {
-  t_is_control_thread = true;
+  const CancellationBlock cancellation_block;
+  RequestPath& requests = RequestPath::instance();
+  requests.begin_serving();
   library_ = &library;
   gpio0_ = open("/dev/gpio-0", O_RDWR);
   gpio4_ = open("/dev/gpio-4", O_RDWR);
 
-  if (start_up()) serve();
-  close_request_path();
+  if (start_up()) serve(requests);
+  requests.close();
   destroy_objects();
   library_ = nullptr;
+  requests.end_serving();
 }
 
-// The camera is reported ready whether or not it could be set up; the result says whether to serve requests.
-bool ControlThread::start_up() {
-  bool is_set_up = false;
-  try {
-    create_objects();
-    is_set_up = init_camera();
-  } catch (...) {
-    // A constructor of the camera's own libraries failed: a start-up failure like any other.
-  }
-  if (!is_set_up) writeSyslog("Camera control", "Failed to communicate with the sub CPU.");
-
-  if (evr_enable_ != 0 && dsp_ != nullptr) {
-    try {
-      evr_control_ = std::make_unique<EVRControl>(evr_enable_, dsp_.get());
-      evr_control_->start();
-    } catch (...) {
-      if (is_set_up) writeSyslog("Camera control", "Failed to communicate with the sub CPU.");
-      is_set_up = false;
-    }
-  }
-  if (auto_daynight_ != nullptr) auto_daynight_->setCameraReady();
-  return is_set_up;
-}
-
-void ControlThread::create_objects() {
-  dsp_ = std::make_unique<DspCommand>();
-  focus_assist_ = std::make_unique<FocusAssist>(library_->post_process.get(), dsp_.get());
-  auto_daynight_ = std::make_unique<AutoDaynight>(1, dsp_.get());
-  onepush_wb_ = std::make_unique<OnepushWB>(dsp_.get());
-}
-
-void ControlThread::serve() {
+void ControlThread::serve(RequestPath& requests) {
   for (;;) {
-    Message message{};
-    if (!receive_message(message)) continue;
+    RequestPath::Message message{};
+    if (!requests.receive(message)) continue;
     switch (message.type) {
       case MESSAGE_SETTING: {
         auto& request = *static_cast<s_cam_cgi_cmd*>(message.record);
         request.result = dispatch(request);
-        post_reply(request.reply_slot);
+        requests.answer(message);
         break;
       }
       case MESSAGE_RAW: {
         auto& request = *static_cast<s_ccdlsi_dbg*>(message.record);
         request.result = raw_command(request);
-        post_reply(request.reply_slot);
+        requests.answer(message);
         break;
       }
       case MESSAGE_STOP:
@@ -185,7 +145,7 @@ int ControlThread::dispatch(s_cam_cgi_cmd& request) try {
   return -1;
 }
 
-int ControlThread::raw_command(s_ccdlsi_dbg& request) {
+int ControlThread::raw_command(s_ccdlsi_dbg& request) try {
   const bool is_terminated = memchr(request.cmd, '\0', sizeof request.cmd) != nullptr;
   const int length = is_terminated ? dsp_->do_debug(reinterpret_cast<unsigned char*>(request.cmd),
                                                     reinterpret_cast<unsigned char*>(request.reply))
@@ -196,10 +156,10 @@ int ControlThread::raw_command(s_ccdlsi_dbg& request) {
     request.reply_len = 0;
   }
   return 0;
+} catch (...) {
+  request.reply_len = 0;
+  return -1;
 }
-
-// The filter is moved by the day/night mode; setting it by itself has no effect.
-int ControlThread::set_icr(int /*value*/) { return 0; }
 
 int ControlThread::icr_state(std::int32_t* answer) {
   unsigned char reply[1] = {};

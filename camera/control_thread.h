@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "camera/request_path.h"
 #include "camera/settings_record.h"
 #include "ipcam/camera/auto_daynight.h"
 #include "ipcam/camera/camera_request.h"
@@ -28,17 +29,15 @@ struct LibraryObjects {
 // Everything that only the control thread may touch. One object per process, which lives as long as the
 // library: flags keep their values over stop and start, and a new start changes only what start-up sets.
 //
-// Every member function but instance() and running_here() is for the control thread alone, so handlers take
-// no locks. The workers run on threads of their own and share the DspCommand, which serialises its exchanges
-// itself.
+// Every member function but instance() is for the control thread alone, so handlers take no locks. The workers run on
+// threads of their own and share the DspCommand, which serialises its exchanges itself.
 //
 // A handler returns the request's result: 0, also when a setter that it called has failed, or -1 for a value
 // that it refuses.
 class ControlThread {
  public:
+  constexpr ControlThread() = default;
   static ControlThread& instance();
-  // True on the control thread while its objects exist.
-  bool running_here() const;
 
   // Runs the control thread from its first step to its last: creates its objects, applies the stored settings,
   // serves requests until the stop message, tears down. Does not throw.
@@ -53,7 +52,6 @@ class ControlThread {
   bool init_camera();
 
   // --- IR-cut filter ---
-  int set_icr(int value);
   int icr_state(std::int32_t* answer);
 
   // --- Picture, white balance and compensation (picture_handlers.cpp) ---
@@ -70,10 +68,9 @@ class ControlThread {
   int blcomp(int value);
   int expcomp(int level);
 
-  // --- Exposure and day/night (exposure_handlers.cpp) ---
+  // --- Exposure, day/night and binning (exposure_handlers.cpp) ---
   int exposure_mode(int value);
   int gain(int level);
-  int no_operation(int value);
   int agc_max_gain(int level);
   int hold_iris_open(int value);
   int hold_iris_state(std::int32_t* answer);
@@ -81,8 +78,6 @@ class ControlThread {
   int daynight_hysteresis(int value);
   int binning_time(int value);
   int binning_level(int value);
-
-  // --- Binning (binning_engine.cpp) ---
   int binning_mode(int value);
   int binning(int value);
   int force_binning(int value);
@@ -91,11 +86,14 @@ class ControlThread {
   const SettingsSnapshot& snapshot() const { return snapshot_; }
 
  private:
-  ControlThread() = default;
-
+  // Steps of start-up; false when one failed.
   bool start_up();
+  bool set_up_camera();
+  bool start_evr_control();
+  bool report_ready();
+
   void create_objects();
-  void serve();
+  void serve(RequestPath& requests);
   void destroy_objects();
 
   // Sends the factory adjustment files' register values; `half_pixel_wb` chooses the white-balance file.

@@ -1,4 +1,4 @@
-// Request handlers for exposure patterns, gain limits, the iris, and day/night switching.
+// Handlers of the exposure, gain, iris, day/night and binning requests.
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -115,6 +115,30 @@ FilterSwitch filter_switch(int value) {
   }
 }
 
+// --- Binning ---
+
+// Binning modes.
+constexpr std::int32_t kModeStopped = 1;
+constexpr std::int32_t kModeByHand = 2;
+constexpr std::int32_t kModeAutomatic = 4;
+
+// Values of the binning mode request, and the modes that they choose.
+struct ModeRequest {
+  int value;
+  std::int32_t mode;
+};
+constexpr ModeRequest kModeRequests[] = {{34, kModeStopped}, {9, kModeByHand}, {30, 3}, {4, kModeAutomatic}};
+
+// Values of the other binning requests.
+constexpr int kSwitchOn = 0;
+constexpr int kSwitchOff = 1;
+constexpr int kFunctionAutomatic = 4;
+constexpr int kFunctionStop = 34;
+constexpr int kUnforce = 29;
+
+// The stored levels 0 and 1 stand for the day/night worker's own levels.
+int daynight_level(std::int32_t stored) { return stored == 0 || stored == 1 ? stored + 32 : stored; }
+
 }  // namespace
 
 // --- Exposure ---
@@ -165,8 +189,6 @@ int ControlThread::exposure_mode(int /*value*/) {
   return 0;
 }
 
-int ControlThread::no_operation(int /*value*/) { return 0; }
-
 // --- Gain ---
 
 void ControlThread::apply_agc_limit_to_daynight() {
@@ -212,7 +234,7 @@ int ControlThread::hold_iris_open(int value) {
     auto_daynight_->stop_thread();
     exposure_mode(0);
     usleep(kSettle_us);
-    // A record that cannot be read gives focus assist the level 0.
+    // The level counts also when the read reports a failure; nothing read is the level 0.
     SettingsRecord record{};
     read_settings(*library_->config, record);
     focus_assist_->setLevel(record.focus_assist_level);
@@ -284,6 +306,93 @@ int ControlThread::binning_level(int value) {
   if (static_cast<std::uint32_t>(value) > 4095) return -1;
   run_binning_engine(1);
   auto_daynight_->setDnLevel(value);
+  return 0;
+}
+
+// --- Binning ---
+
+void ControlThread::rerun_automatic_binning() {
+  if (binning_mode_ == kModeAutomatic && forced_binning_ == 0) run_binning_engine(kSwitchOff);
+}
+
+int ControlThread::binning_mode(int value) {
+  for (const ModeRequest& row : kModeRequests) {
+    if (row.value == value) binning_mode_ = row.mode;
+  }
+  return 0;
+}
+
+int ControlThread::binning(int value) { return run_binning_engine(value); }
+
+int ControlThread::force_binning(int value) {
+  if (value == kSwitchOn || value == kSwitchOff) {
+    const int result = run_binning_engine(value);
+    forced_binning_ = 1;
+    return result;
+  }
+  if (value != kUnforce) return -1;
+
+  forced_binning_ = 0;
+  switch (binning_mode_) {
+    case kModeByHand:
+      return binning_function(binning_on_ != 0 ? kSwitchOn : kSwitchOff);
+    case kModeAutomatic:
+      return binning_function(kFunctionAutomatic);
+    case kModeStopped:
+      return binning_function(kFunctionStop);
+    default:
+      return -1;
+  }
+}
+
+int ControlThread::binning_function(int value) {
+  if (forced_binning_ != 0) return record_binning_function(value);
+  switch (value) {
+    case kSwitchOn:
+    case kSwitchOff:
+      return switch_binning_by_hand(value);
+    case kFunctionAutomatic:
+      return start_automatic_binning();
+    case kFunctionStop:
+      binning_mode_ = kModeStopped;
+      auto_daynight_->stop_thread();
+      return -1;
+    default:
+      return -1;
+  }
+}
+
+// While binning is forced, a request only changes what will be restored.
+int ControlThread::record_binning_function(int value) {
+  if (value == kSwitchOn) binning_on_ = 1;
+  if (value == kSwitchOff) binning_on_ = 0;
+  if (value == kFunctionAutomatic) binning_mode_ = kModeAutomatic;
+  if (value == kFunctionStop) binning_mode_ = kModeStopped;
+  return -1;
+}
+
+int ControlThread::switch_binning_by_hand(int value) {
+  auto_daynight_->stop_thread();
+  const int result = run_binning_engine(value);
+  binning_mode_ = kModeByHand;
+  binning_on_ = value == kSwitchOn ? 1 : 0;
+  return result;
+}
+
+int ControlThread::start_automatic_binning() {
+  run_binning_engine(kSwitchOff);
+  if (binning_on_ == 1) binning_on_ = 0;
+  binning_mode_ = kModeAutomatic;
+
+  // The level counts also when the read reports a failure.
+  SettingsRecord record{};
+  if (!read_settings(*library_->config, record)) record.daynight_seconds = 30;
+  // In 32-bit arithmetic, also for a time that does not fit.
+  auto_daynight_->setConditionTime(static_cast<int>(1000u * static_cast<std::uint32_t>(record.daynight_seconds)));
+  auto_daynight_->setDnLevel(daynight_level(record.daynight_level));
+  apply_agc_limit_to_daynight();
+  auto_daynight_->setCameraType(1);
+  auto_daynight_->execute_process();
   return 0;
 }
 

@@ -65,7 +65,7 @@ void set_text(DspCommand& dsp, TextSetter setter, const char* text) {
 }
 
 bool read_own_settings(SettingsRecord& record) {
-  OwnConfig config;
+  ipcam::config::ConfigFile config = open_config();
   return read_settings(config, record);
 }
 
@@ -167,8 +167,9 @@ int ControlThread::wb_mode(int value) {
   // Gains first: the mode register selects them the moment it is written.
   const SettingsSnapshot& stored = record.snapshot;
   if (value == kOnepushRequest) {
-    // The measurement that has just ended may have saved its gains. A record that cannot be read now stays as it was.
-    read_own_settings(record);
+    // The measurement that has just ended may have saved its gains.
+    SettingsRecord saved{};
+    if (read_own_settings(saved)) record = saved;
     std::fprintf(stderr, "Saved RGain:%d, BGain:%d\n", stored.onepush_rgain, stored.onepush_bgain);
     dsp_->do_rbgain_preset1(stored.onepush_rgain, stored.onepush_bgain);
   }

@@ -1,26 +1,25 @@
-// The request path: queueing requests, starting the control thread and shutting it down.
+// The request path: admission of requests, and their way to the control thread and back.
 #include "camera/request_path.h"
 
-#include <pthread.h>
+#include <unistd.h>
 
-#include <array>
-#include <atomic>
-#include <memory>
+#include <utility>
 
-#include "camera/control_thread.h"
+#include "camera/imported_call.h"
+#include "camera/never_destroyed.h"
 #include "camera/signal_mask.h"
-#include "dsp/locking.h"
+#include "dsp/cancellation.h"
 #include "ipcam/camera/camera_request.h"
-#include "ipcam/comm/port_inf.h"
-#include "ipcam/comm/thd_if.h"
-#include "ipcam/comm/wit_end.h"
 #include "ipcam/system.h"
 
 namespace ipcam::camera {
 
 namespace {
 
-constexpr int kReplySlots = 10;  // requests that can wait for their answers at the same time
+constexpr int kPostAttempts = 3;
+constexpr useconds_t kLookAgain_us = 1'000;
+
+constinit NeverDestroyed<RequestPath> g_request_path;
 
 void mark_not_served(s_cam_cgi_cmd& request) { request.result = -1; }
 
@@ -29,234 +28,154 @@ void mark_not_served(s_ccdlsi_dbg& request) {
   request.reply_len = 0;
 }
 
-extern "C" void* control_thread_main(void* /*argument*/);
-
-// One per process, never destroyed: callers may still be on their way out of it when the process exits.
-//
-// A caller is inside from enter() to leave(). Once admission is closed nobody enters, nothing is queued, and the
-// slots of those inside come free one by one, so that every caller gets out and the semaphores can be deleted.
-class RequestPath {
- public:
-  static RequestPath& instance() {
-    static RequestPath& path = *new RequestPath;
-    return path;
-  }
-
-  template <class Record>
-  int submit(e_message type, Record* record);
-
-  int start(ipcam::comm::s_port_inf* port) IPCAM_EXCLUDES(lifecycle_lock_);
-  int shut_down() IPCAM_EXCLUDES(lifecycle_lock_);
-
-  bool receive(Message& message);
-  void post(int slot) { ipcam::comm::WitEnd_post(slot, &replies_); }
-  void close();
-  LibraryObjects& library() { return library_; }
-
- private:
-  bool enter() IPCAM_EXCLUDES(state_lock_);
-  void leave();
-  bool queue(int type, void* record) IPCAM_EXCLUDES(state_lock_);
-  int close_and_look() IPCAM_EXCLUDES(state_lock_);
-  bool serve_or_give_back(e_message type, void* record, int slot);
-  int release() IPCAM_REQUIRES(lifecycle_lock_);
-
-  // Start and shutdown, one at a time. Taken before state_lock_.
-  LibraryMutex lifecycle_lock_;
-  ipcam::comm::s_port_inf* port_ IPCAM_GUARDED_BY(lifecycle_lock_) = nullptr;
-  bool started_ IPCAM_GUARDED_BY(lifecycle_lock_) = false;
-  pthread_t thread_ IPCAM_GUARDED_BY(lifecycle_lock_) = {};
-  LibraryObjects library_;  // created and destroyed under lifecycle_lock_, used by the control thread in between
-
-  // Queue and semaphores have their own synchronisation; they are created and deleted under lifecycle_lock_ while
-  // nobody is inside.
-  bool requests_exist_ IPCAM_GUARDED_BY(lifecycle_lock_) = false;
-  bool second_exists_ IPCAM_GUARDED_BY(lifecycle_lock_) = false;
-  bool replies_exist_ IPCAM_GUARDED_BY(lifecycle_lock_) = false;
-  void* requests_storage_ = nullptr;
-  void* second_storage_ = nullptr;
-  ipcam::comm::s_thdIf_ctl requests_{};
-  ipcam::comm::s_thdIf_ctl second_{};  // part of the camera's convention; no message is ever sent on it
-  ipcam::comm::s_witEnd_sem reply_sems_[kReplySlots]{};
-  ipcam::comm::s_witEnd_ctl replies_{};
-
-  // Admission.
-  LibraryMutex state_lock_;
-  bool accepting_ IPCAM_GUARDED_BY(state_lock_) = false;
-  std::atomic<int> callers_{0};  // inside; raised under state_lock_ only
-  std::atomic<int> queued_{0};   // messages not yet received
-
-  // Slots whose request was answered as not served. Written by the control thread after admission has been closed,
-  // before it posts the slot, so the slot's waiter reads its own entry.
-  std::array<bool, kReplySlots> not_served_{};
-};
-
-extern "C" void* control_thread_main(void* /*argument*/) {
-  ControlThread::instance().run(RequestPath::instance().library());
-  pthread_exit(reinterpret_cast<void*>(1));
-}
-
 template <class Record>
-int RequestPath::submit(e_message type, Record* record) {
+int submit(e_message type, Record* record) {
+  // A caller that left in the midst would leave its record behind.
+  const CancellationBlock cancellation_block;
   if (record == nullptr) return -1;
-  const DoorbellBlock doorbell_block;
-
-  bool served = false;
-  if (enter()) {
-    served = ipcam::comm::WitEnd_get(&record->reply_slot, &replies_) == 0 &&
-             serve_or_give_back(type, record, record->reply_slot);
-    leave();
-  }
-  if (served) return 0;
+  const SignalBlock doorbell_block(doorbell_signal());
+  if (RequestPath::instance().serve(type, record, &record->reply_slot)) return 0;
   mark_not_served(*record);
-  staticsInfoUpdate(3, 0);
+  result_of([] { staticsInfoUpdate(3, 0); });
   return -1;
 }
 
-bool RequestPath::serve_or_give_back(e_message type, void* record, int slot) {
-  const bool is_queued = queue(type, record);
+}  // namespace
+
+RequestPath& RequestPath::instance() { return *g_request_path; }
+
+// --- A caller's end ---
+
+bool RequestPath::serve(e_message type, void* record, std::int32_t* slot) {
+  const Visit visit(*this);
+  if (!visit.is_admitted()) return false;
+  if (result_of([&] { return ipcam::comm::WitEnd_get(slot, &channels_->replies); }) != 0) return false;
+
+  Caller caller{.record = record, .slot = *slot};
+  const bool is_queued = queue(type, caller);
   // A semaphore goes back to the pool only through a wait, so an unused one is posted first.
-  if (!is_queued) ipcam::comm::WitEnd_post(slot, &replies_);
-  ipcam::comm::WitEnd_wait_put(slot, &replies_);
-  return is_queued && !not_served_[static_cast<std::size_t>(slot)];
+  if (!is_queued && !post(caller.slot)) return false;
+  result_of([&] { return ipcam::comm::WitEnd_wait_put(caller.slot, &channels_->replies); });
+  if (!is_queued) return false;
+
+  // A wait that has ended early does not end the request: the control thread still has the record.
+  while (caller.outcome.load() == kPending) usleep(kLookAgain_us);
+  return caller.outcome.load() == kAnswered;
 }
 
+// Counted before the look: whoever closes the path and counts then is seen here, or sees this caller.
 bool RequestPath::enter() {
-  LockGuard lock(state_lock_);
-  if (!accepting_) return false;
+  if (is_served_here()) return false;
   callers_.fetch_add(1);
-  return true;
+  if (accepting_.load()) return true;
+  leave();
+  return false;
 }
 
 void RequestPath::leave() {
   if (callers_.fetch_sub(1) == 1) callers_.notify_all();
 }
 
-bool RequestPath::queue(int type, void* record) {
-  LockGuard lock(state_lock_);
-  if (!accepting_) return false;
-  queued_.fetch_add(1);
-  if (ipcam::comm::ThdIf_send(type, record, &requests_) == 0) return true;
-  queued_.fetch_sub(1);
-  return false;
+bool RequestPath::queue(e_message type, Caller& caller) {
+  {
+    LockGuard lock(lock_);
+    if (!accepting_.load()) return false;
+    caller.next = waiting_;
+    waiting_ = &caller;
+  }
+  // Outside the lock, since the control thread wakes at once and takes it.
+  if (send(type, caller.record) == 0) return true;
+  // If the control thread has it all the same, there will be an answer.
+  return take(caller.record) == nullptr;
 }
+
+// --- The control thread's end ---
 
 bool RequestPath::receive(Message& message) {
-  if (ipcam::comm::ThdIf_timed_receive(&message.type, &message.record, nullptr, &requests_) != 0) return false;
-  queued_.fetch_sub(1);
-  return true;
+  const auto receive_next = [&] {
+    return ipcam::comm::ThdIf_timed_receive(&message.type, &message.record, nullptr, &channels_->requests);
+  };
+  if (result_of(receive_next) != 0) return false;
+  message.caller = nullptr;
+  if (message.type != MESSAGE_SETTING && message.type != MESSAGE_RAW) return true;
+  message.caller = take(message.record);
+  return message.caller != nullptr;
 }
 
-// Looked at under the lock: a message that turns out not to be sent is never counted here.
-int RequestPath::close_and_look() {
-  LockGuard lock(state_lock_);
-  accepting_ = false;
-  return queued_.load();
+void RequestPath::answer(const Message& message) { finish(*message.caller, kAnswered); }
+
+// The shutdown closes the path as its first step. Under the lock, so that it counts from its message on.
+bool RequestPath::stop_asked() {
+  LockGuard lock(lock_);
+  return !accepting_.load();
 }
 
 void RequestPath::close() {
-  while (close_and_look() > 0) {
-    Message message{};
-    if (!receive(message)) continue;
-    int slot = 0;
-    if (message.type == MESSAGE_SETTING) {
-      slot = static_cast<s_cam_cgi_cmd*>(message.record)->reply_slot;
-    } else if (message.type == MESSAGE_RAW) {
-      slot = static_cast<s_ccdlsi_dbg*>(message.record)->reply_slot;
-    } else {
-      continue;
-    }
-    not_served_[static_cast<std::size_t>(slot)] = true;
-    post(slot);
-  }
-}
-
-int RequestPath::start(ipcam::comm::s_port_inf* port) {
-  if (port == nullptr) return -1;
-  const DoorbellBlock doorbell_block;  // the control thread inherits it
-  LockGuard lifecycle(lifecycle_lock_);
-  if (started_) return -1;
-  release();  // what an earlier start left behind when it failed; what cannot be released is made anew all the same
-
-  port_ = port;
-  if (ipcam::comm::WitEnd_new(reply_sems_, kReplySlots, &replies_) != 0) return -1;
-  replies_exist_ = true;
-  if (ipcam::comm::ThdIf_new(&requests_storage_, 0, nullptr, nullptr, &requests_) != 0) return -1;
-  requests_exist_ = true;
-  if (ipcam::comm::ThdIf_new(&second_storage_, 0, nullptr, nullptr, &second_) != 0) return -1;
-  second_exists_ = true;
-
-  library_.config = std::make_unique<OwnConfig>();
-  library_.object_detection = std::make_unique<ipcam::detection::ObjectDetectionIF>();
-  library_.post_process = std::make_unique<ipcam::eptz::PostProcessInterface>();
-  library_.post_process->waitReady();
-  library_.post_process->changeBinningMode(false);
-
-  // Admission opens with the thread's life: the lock keeps a thread that ends at once from closing it first.
-  LockGuard state(state_lock_);
-  not_served_ = {};
-  queued_.store(0);
-  if (pthread_create(&thread_, nullptr, control_thread_main, nullptr) != 0) return -1;
-  started_ = true;
-  accepting_ = true;
-  return 0;
-}
-
-int RequestPath::shut_down() {
-  const DoorbellBlock doorbell_block;
-  LockGuard lifecycle(lifecycle_lock_);
-  if (!started_) return -1;
+  Caller* caller = nullptr;
   {
-    // Nothing gets behind the stop message.
-    LockGuard state(state_lock_);
-    queued_.fetch_add(1);
-    if (ipcam::comm::ThdIf_send(MESSAGE_STOP, nullptr, &requests_) != 0) {
-      queued_.fetch_sub(1);
-      return -1;
-    }
-    accepting_ = false;
+    LockGuard lock(lock_);
+    accepting_.store(false);
+    caller = std::exchange(waiting_, nullptr);
   }
-  if (pthread_join(thread_, nullptr) != 0) return -1;
-  started_ = false;
+  while (caller != nullptr) {
+    Caller* const next = caller->next;
+    finish(*caller, kNotServed);
+    caller = next;
+  }
+}
 
-  // Callers that have been posted may still be inside the wait.
+RequestPath::Caller* RequestPath::take(const void* record) {
+  LockGuard lock(lock_);
+  Caller** link = &waiting_;
+  while (*link != nullptr && (*link)->record != record) link = &(*link)->next;
+  Caller* const caller = *link;
+  if (caller != nullptr) *link = caller->next;
+  return caller;
+}
+
+void RequestPath::finish(Caller& caller, Outcome outcome) {
+  const int slot = caller.slot;
+  caller.outcome.store(outcome);
+  post(slot);
+}
+
+// --- Start and shutdown ---
+
+void RequestPath::open(Channels& channels) {
+  LockGuard lock(lock_);
+  channels_ = &channels;
+  accepting_.store(true);
+}
+
+bool RequestPath::stop() {
+  LockGuard lock(lock_);
+  if (send(MESSAGE_STOP, nullptr) != 0) return false;
+  accepting_.store(false);
+  return true;
+}
+
+void RequestPath::wait_until_left() {
   for (int inside = callers_.load(); inside != 0; inside = callers_.load()) callers_.wait(inside);
-  return release();
 }
 
-int RequestPath::release() {
-  if (requests_exist_) {
-    if (ipcam::comm::ThdIf_delete(&requests_) != 0) return -1;
-    requests_exist_ = false;
-  }
-  if (second_exists_) {
-    if (ipcam::comm::ThdIf_delete(&second_) != 0) return -1;
-    second_exists_ = false;
-  }
-  library_.config.reset();
-  library_.object_detection.reset();
-  library_.post_process.reset();
-  if (replies_exist_) {
-    if (ipcam::comm::WitEnd_delete(&replies_) != 0) return -1;
-    replies_exist_ = false;
-  }
-  return 0;
+// --- Channels ---
+
+int RequestPath::send(e_message type, void* record) {
+  return result_of([&] { return ipcam::comm::ThdIf_send(type, record, &channels_->requests); });
 }
 
-}  // namespace
+// Nothing else wakes the caller that waits on the slot, so one exception is not the end of it. Of a result nothing is
+// known.
+bool RequestPath::post(int slot) {
+  const auto post_once = [&] { ipcam::comm::WitEnd_post(slot, &channels_->replies); };
+  for (int attempt = 0; attempt < kPostAttempts; ++attempt) {
+    if (result_of(post_once) == 0) return true;
+  }
+  return false;
+}
 
-int cam_cgi_command(s_cam_cgi_cmd* cmd) { return RequestPath::instance().submit(MESSAGE_SETTING, cmd); }
+int cam_cgi_command(s_cam_cgi_cmd* cmd) { return submit(MESSAGE_SETTING, cmd); }
 
-int cam_ccd_debug(s_ccdlsi_dbg* dbg) { return RequestPath::instance().submit(MESSAGE_RAW, dbg); }
-
-int new_camera_ctrl(ipcam::comm::s_port_inf* port) { return RequestPath::instance().start(port); }
-
-int shut_down_camera_ctrl() { return RequestPath::instance().shut_down(); }
-
-bool receive_message(Message& message) { return RequestPath::instance().receive(message); }
-
-void post_reply(int reply_slot) { RequestPath::instance().post(reply_slot); }
-
-void close_request_path() { RequestPath::instance().close(); }
+int cam_ccd_debug(s_ccdlsi_dbg* dbg) { return submit(MESSAGE_RAW, dbg); }
 
 }  // namespace ipcam::camera

@@ -1,7 +1,5 @@
-// Reading the stored camera settings record.
+// Reading and writing the stored camera settings record.
 #include "camera/settings_record.h"
-
-#include <cstring>
 
 namespace ipcam::camera {
 
@@ -14,13 +12,14 @@ char g_settings_file[] = "all.conf";
 
 constinit LibraryMutex g_record_lock;
 
-OwnConfig::OwnConfig() : ConfigFile(g_settings_file) {}
+ipcam::config::ConfigFile open_config() { return ipcam::config::ConfigFile(g_settings_file); }
 
 bool read_settings(ipcam::config::ConfigFile& config, SettingsRecord& record) {
-  SettingsRecord buffer{};
-  if (config.read_record(&buffer, kSettingsKind) != 0) return false;
-  std::memcpy(&record, &buffer, sizeof record);
-  return true;
+  return config.read_record(&record, kSettingsKind) == 0;
+}
+
+bool write_settings(ipcam::config::ConfigFile& config, SettingsRecord& record) {
+  return config.write_record(&record, kSettingsKind) == 0;
 }
 
 }  // namespace ipcam::camera

@@ -76,7 +76,7 @@ struct SettingsRecord {
   std::uint8_t reserved172[256];
   std::int32_t focus_assist_level;  // 428
   std::uint8_t reserved432[104];
-  std::int32_t icr_condition;  // 536: with icr_enable 1, the value 2 sets the IR-cut filter at start-up
+  std::int32_t icr_condition;  // 536: 2, with icr_enable 1, asks for the IR-cut filter at start-up: no effect
   std::uint8_t reserved540[86];
   std::uint8_t icr_enable;  // 626
   std::uint8_t reserved627[153];
@@ -93,14 +93,17 @@ static_assert(offsetof(SettingsRecord, focus_assist_level) == 428 && offsetof(Se
               offsetof(SettingsRecord, half_pixel_wb) == 868 && offsetof(SettingsRecord, daynight_seconds) == 872 &&
               offsetof(SettingsRecord, daynight_level) == 876);
 
-// A configuration object of the caller's own on "all.conf".
-class OwnConfig : public ipcam::config::ConfigFile {
- public:
-  OwnConfig();
-};
+// A configuration object on "all.conf".
+ipcam::config::ConfigFile open_config();
 
-// Reads the record through `config`. Returns true when `record` was filled; else it is left as it was.
+// Reads the record through `config` into `record`, which is zeros before. Returns true when that was done; else
+// `record` has what the failed read left there.
+//
+// The camera's own library has the record's operations at their places among the virtual ones, under names of its own.
+// So they are called here and in write_settings() only, where nobody can know an object's class and call them by name.
 bool read_settings(ipcam::config::ConfigFile& config, SettingsRecord& record);
+// Stores the record through `config`. Returns true when that was done.
+bool write_settings(ipcam::config::ConfigFile& config, SettingsRecord& record);
 
 // Guards every read-change-write of the stored record, so that two threads that change different fields do not
 // lose each other's. A worker's run lock may be taken while it is held, nothing else.
@@ -116,8 +119,7 @@ RecordUpdate update_settings(ipcam::config::ConfigFile& config, Change change) {
   SettingsRecord record{};
   if (!read_settings(config, record)) return RecordUpdate::kReadFailed;
   if (!change(record)) return RecordUpdate::kLeft;
-  if (config.write_record(&record, kSettingsKind) != 0) return RecordUpdate::kWriteFailed;
-  return RecordUpdate::kDone;
+  return write_settings(config, record) ? RecordUpdate::kDone : RecordUpdate::kWriteFailed;
 }
 
 }  // namespace ipcam::camera

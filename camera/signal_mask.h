@@ -1,19 +1,25 @@
-// Keeps the doorbell signal out of a thread for the length of a scope.
+// Keeps signals out of a thread for the length of a scope.
 #pragma once
 
 #include <csignal>
 
 namespace ipcam::camera {
 
-// Blocks signal 10 in the calling thread and gives the thread its mask back at the end of the scope. While a
-// thread is inside the library, the doorbell is for the thread that waits for a reply; threads created inside the
-// scope inherit the block.
-class DoorbellBlock {
+// While a thread is inside the library, the doorbell (signal 10) is for the thread that waits for a reply.
+sigset_t doorbell_signal();
+
+// Every signal but those that a thread raises itself by a fault or by giving up: for the library's own threads, where a
+// handler of the host program would shorten a pulse or a pause.
+sigset_t all_but_fault_signals();
+
+// Blocks signals in the calling thread and gives the thread its mask back at the end of the scope; threads created
+// inside the scope inherit the block.
+class SignalBlock {
  public:
-  DoorbellBlock();
-  ~DoorbellBlock();
-  DoorbellBlock(const DoorbellBlock&) = delete;
-  DoorbellBlock& operator=(const DoorbellBlock&) = delete;
+  explicit SignalBlock(const sigset_t& signals);
+  ~SignalBlock();
+  SignalBlock(const SignalBlock&) = delete;
+  SignalBlock& operator=(const SignalBlock&) = delete;
 
  private:
   sigset_t previous_ = {};

@@ -1,4 +1,7 @@
 // Switching the sensor readout: the whole sequence, its retries, and the requests around it.
+#include <algorithm>
+#include <thread>
+
 #include "tests/support/story.h"
 
 namespace ipcam::test {
@@ -34,6 +37,27 @@ TEST_F(BinningEngineTest, WaitsForWholeFrames) {
       total_us += us;
     }
     EXPECT_EQ(c.wait_us, total_us - 200000 - 2 * 100000 - 500000) << c.lines << " / " << c.divisor;
+  }
+}
+
+TEST_F(BinningEngineTest, AShutdownEndsTheWaitOfItsOwnStart) {
+  const std::string sleep = "usleep(900000)";
+  write_settings();
+  for (const unsigned byte : {10u, 11u, 86u, 87u}) camera.set_reg(81, byte, byte < 86 ? 0xff : 87 - byte);  // 37 minutes
+  for (int round = 0; round < 2; ++round) {
+    ASSERT_EQ(0, start_control_thread());
+    forget();
+    clock->hold(sleep);
+    std::thread caller([&] { request(74, 1); });
+    EXPECT_TRUE(clock->wait_until_held(sleep));
+    clock->release(sleep);
+    EXPECT_TRUE(clock->wait_until_held(sleep));
+    std::thread server([&] { stop_control_thread(); });
+    EXPECT_TRUE(eventually([] { return std::ranges::count(platform::journal(), "ThdIf_send(3)") == 1; }));
+    clock->release_all();
+    caller.join();
+    server.join();
+    EXPECT_EQ(2, std::ranges::count(clock->waits(), sleep));
   }
 }
 

@@ -1,4 +1,7 @@
 // Fails every single system call of every operation once: it costs that operation, and nothing after it.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "tests/support/operations.h"
 
 namespace ipcam::test {
@@ -97,6 +100,42 @@ class NthFailure : public FaultTest {
 
   int runs = 0;
 };
+
+// Each entry point as the first that a process uses, its 1st, 2nd, 3rd ... allocation failing; before this process uses
+// any. Only the start may throw.
+TEST(NthFailureOfTheFirstUse, CostsThatUseOnly) {
+  camera::s_cam_cgi_cmd setting{};
+  camera::s_ccdlsi_dbg raw{};
+  const std::function<void()> uses[] = {
+      [&] { camera::cam_cgi_command(&setting); },
+      [&] { camera::cam_ccd_debug(&raw); },
+      [] { camera::delete_camera_IF(camera::create_camera_IF(nullptr, nullptr)); },
+      [] { camera::InitCamera(); },
+      [] {
+        static comm::s_port_inf port;
+        try {
+          camera::new_camera_ctrl(&port);
+        } catch (const std::bad_alloc&) {
+        }
+        camera::delete_camera_IF(nullptr);
+      },
+  };
+  for (const auto& use : uses) {
+    int status = 0;
+    for (int nth = 0; status == 0; ++nth) {
+      capture([&] {
+        const pid_t child = fork();
+        if (child == 0) {
+          fail_next("new", ENOMEM, nth);
+          [&]() noexcept { use(); }();
+          _exit(failures_left());
+        }
+        waitpid(child, &status, 0);
+      });
+    }
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << &use - uses << ": " << status;
+  }
+}
 
 class NthFailureOfAStart : public NthFailure {
  protected:

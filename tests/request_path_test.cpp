@@ -7,7 +7,20 @@
 #include <thread>
 
 #include "ipcam/camera/camera_request.h"
+#include "ipcam/detection/object_detection_if.h"
 #include "tests/support/call_cases.h"
+
+namespace {
+
+// Called on the control thread by each request that announces a change of the picture.
+void (*g_on_control_thread)() = nullptr;
+
+}  // namespace
+
+__attribute__((visibility("default"))) int ipcam::detection::ObjectDetectionIF::config() {
+  if (g_on_control_thread != nullptr) g_on_control_thread();
+  return 0;
+}
 
 namespace ipcam::camera {
 namespace {
@@ -82,14 +95,77 @@ TEST_F(RequestPath, AnswersQueriesAndRawCommands) {
                {"raw-without-end", [&](const std::string&) { return raw(std::string(256, 'r')); }}});
 }
 
-// The doorbell must reach whichever thread of the host program is open for it.
-TEST_F(RequestPath, LeavesTheCallersSignalMaskAsItWas) {
-  sigset_t mask;
+// A number that the camera's own library has not reserved: neither wait nor post know it.
+TEST_F(RequestPath, AnswersWhateverTheNumberOfTheReplySemaphore) {
   start_control_thread();
+  for (const int number : {-1, 10, 1 << 30}) {
+    test::fail_next("WitEnd_get", 0, 0, 0);  // "succeeds", and leaves the number alone
+    s_cam_cgi_cmd setting{
+        .code = 39, .value = 7, .reserved8 = 0, .result = 0, .inq_value = 0, .reserved20 = 0, .reply_slot = number};
+    EXPECT_EQ(cam_cgi_command(&setting), 0);
+    EXPECT_EQ(setting.result, -1);
+  }
+}
+
+TEST_F(RequestPath, LosesOneRequestAtMostByAnExceptionOfTheCamerasOwnLibraries) {
+  start_control_thread();
+  for (const char* call : {"WitEnd_get", "ThdIf_send", "WitEnd_wait_put", "WitEnd_post", "ThdIf_timed_receive"}) {
+    test::fail_next(call, 0, 0, test::kThrows);
+    const int result = request(39, 3);
+    EXPECT_TRUE(result == 0 || result == kNotServed) << call << ": " << result;
+    EXPECT_EQ(request(39, 7), -1) << call;
+    EXPECT_EQ(test::failures_left(), 0) << call;
+  }
+  stop_control_thread();
+  test::fail_next("staticsInfoUpdate", 0, 0, test::kThrows);
+  EXPECT_EQ(request(39, 3), kNotServed);
+}
+
+// As long as its record is queued, it cannot leave.
+TEST_F(RequestPath, CancelsACallerAtItsReturn) {
+  start_control_thread();
+  clock->hold("sleep(1)");
+  bool goes_on = false;
+  std::thread caller([&] {
+    request(80);
+    goes_on = true;
+  });
+  ASSERT_TRUE(clock->wait_until_held("sleep(1)"));
+  pthread_cancel(caller.native_handle());
+  clock->release_all();
+  caller.join();
+  EXPECT_FALSE(goes_on);
+  EXPECT_EQ(request(32), 0);
+  stop_control_thread();  // comes back: nobody is inside
+}
+
+TEST_F(RequestPath, RefusesOnTheControlThreadWhatWouldWaitForIt) {
+  start_control_thread();
+  g_on_control_thread = [] {
+    s_cam_cgi_cmd setting{};
+    s_ccdlsi_dbg raw{};
+    ipcam::comm::s_port_inf port{};
+    EXPECT_EQ(cam_cgi_command(&setting) + cam_ccd_debug(&raw) + new_camera_ctrl(&port), -3);
+    EXPECT_EQ(setting.result + raw.result, -2);
+    delete_camera_IF(create_camera_IF(nullptr, nullptr));
+  };
+  EXPECT_EQ(request(39, 3), 0);
+  g_on_control_thread = nullptr;
+  EXPECT_EQ(request(39, 3), 0);
+}
+
+// The host program's signals are for its own threads: no handler of theirs shortens a pause of the library.
+TEST_F(RequestPath, KeepsSignalsOutOfItsOwnThreadsOnly) {
+  static sigset_t mask;
+  g_on_control_thread = [] { pthread_sigmask(SIG_SETMASK, nullptr, &mask); };
+  start_control_thread();
+  g_on_control_thread = nullptr;
+  for (const int signal : {SIGUSR1, SIGALRM, SIGTERM, SIGSEGV})
+    EXPECT_EQ(sigismember(&mask, signal), signal != SIGSEGV);
   request(39, 3);
   stop_control_thread();
   pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-  EXPECT_EQ(sigismember(&mask, SIGUSR1), 0);
+  EXPECT_TRUE(sigisemptyset(&mask));
 }
 
 // More callers than reply semaphores, with a shutdown in their midst: each call returns, and a request that was

@@ -169,7 +169,7 @@ constexpr Field kFields[] = {
     {SNAPSHOT_FIELD(onepush_rgain), .values = kRegisterGain, .meaning = "red gain of the last one-push measurement"},
     {SNAPSHOT_FIELD(onepush_bgain), .values = kRegisterGain, .meaning = "blue gain of the last one-push measurement"},
     {RECORD_FIELD(focus_assist_level), .values = kAnyNumber, .meaning = "level of the focus assist while iris is held"},
-    {RECORD_FIELD(icr_condition), .values = kAnyNumber, .meaning = "2, with icr_enable 1: IR-cut filter set at start"},
+    {RECORD_FIELD(icr_condition), .values = kAnyNumber, .meaning = "2, with icr_enable 1: IR-cut at start; no effect"},
     {RECORD_FIELD(icr_enable), .values = {.max = 255}, .meaning = "see icr_condition"},
     {RECORD_FIELD(binning_mode), .values = kBinningMode, .meaning = "who decides about pixel binning, from the start"},
     {RECORD_FIELD(half_pixel_wb), .values = kOffOn,

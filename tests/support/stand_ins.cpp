@@ -18,9 +18,13 @@
 #include <cstdlib>
 #include <mutex>
 #include <new>
+#include <stdexcept>
 
+#include "ipcam/camera/auto_daynight.h"
 #include "ipcam/comm/thd_if.h"
 #include "ipcam/comm/wit_end.h"
+#include "ipcam/config/config_file.h"
+#include "ipcam/system.h"
 #include "tests/support/interpose.h"
 
 namespace ipcam::test {
@@ -75,6 +79,7 @@ bool control_device(int fd, unsigned long request, void* argument, int& result) 
 }  // namespace
 
 void* real_function(const char* name) {
+  const Unfailing unfailing;
   void* const intercepted = dlsym(RTLD_DEFAULT, (std::string("__interceptor_") + name).c_str());
   return intercepted != nullptr ? intercepted : dlsym(RTLD_NEXT, name);
 }
@@ -176,12 +181,21 @@ void* observed(int type, void* message) {
 
 void ipcam::test::observe_messages(MessageObserver observer) { g_message_observer = observer; }
 
+namespace {
+
+int failed_call(long result) {
+  if (result == kThrows) throw std::runtime_error("wanted by a test");
+  return static_cast<int>(result);
+}
+
+}  // namespace
+
 // What the platform's library would be asked for by this name.
 #define FAILING_PLATFORM_CALL(name, symbol, parameters, arguments)                                    \
   __attribute__((visibility("default"))) int ipcam::comm::name parameters {                           \
     static auto* const kReal = reinterpret_cast<decltype(&ipcam::comm::name)>(real_function(symbol)); \
     long result = 0;                                                                                  \
-    return fails(#name, result) ? static_cast<int>(result) : kReal arguments;                         \
+    return fails(#name, result) ? failed_call(result) : kReal arguments;                              \
   }
 
 // clang-format off
@@ -195,8 +209,35 @@ FAILING_PLATFORM_CALL(WitEnd_new, "_ZN5ipcam4comm10WitEnd_newEPNS0_12s_witEnd_se
     (s_witEnd_sem* sems, int count, s_witEnd_ctl* ctl), (sems, count, ctl))
 FAILING_PLATFORM_CALL(WitEnd_get, "_ZN5ipcam4comm10WitEnd_getEPiPNS0_12s_witEnd_ctlE", (int* number, s_witEnd_ctl* ctl),
     (number, ctl))
+FAILING_PLATFORM_CALL(ThdIf_timed_receive, "_ZN5ipcam4comm19ThdIf_timed_receiveEPiPvPjPNS0_11s_thdIf_ctlE",
+    (int* type, void* message, unsigned int* limit, s_thdIf_ctl* ctl), (type, message, limit, ctl))
+FAILING_PLATFORM_CALL(WitEnd_post, "_ZN5ipcam4comm11WitEnd_postEiPNS0_12s_witEnd_ctlE", (int number, s_witEnd_ctl* ctl),
+    (number, ctl))
+FAILING_PLATFORM_CALL(WitEnd_wait_put, "_ZN5ipcam4comm15WitEnd_wait_putEiPNS0_12s_witEnd_ctlE",
+    (int number, s_witEnd_ctl* ctl), (number, ctl))
 FAILING_PLATFORM_CALL(WitEnd_delete, "_ZN5ipcam4comm13WitEnd_deleteEPNS0_12s_witEnd_ctlE", (s_witEnd_ctl* ctl), (ctl))
 // clang-format on
+
+STAND_IN void staticsInfoUpdate(int item, int value) {
+  long result = 0;
+  if (fails("staticsInfoUpdate", result)) failed_call(result);
+  REAL(staticsInfoUpdate)(item, value);
+}
+
+__attribute__((visibility("default"))) int ipcam::config::ConfigFile::read_record(void* record, int kind) {
+  static auto* const kReal = reinterpret_cast<int (*)(ConfigFile*, void*, int)>(
+      real_function("_ZN5ipcam6config10ConfigFile11read_recordEPvi"));
+  const int done = kReal(this, record, kind);
+  long result = 0;
+  return fails("read_record", result) ? failed_call(result) : done;
+}
+
+__attribute__((visibility("default"))) int ipcam::camera::AutoDaynight::setCameraReady() {
+  static auto* const kReal =
+      reinterpret_cast<int (*)(AutoDaynight*)>(real_function("_ZN5ipcam6camera12AutoDaynight14setCameraReadyEv"));
+  long result = 0;
+  return fails("setCameraReady", result) ? failed_call(result) : kReal(this);
+}
 
 // --- Files and devices ---
 

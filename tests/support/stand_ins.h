@@ -51,11 +51,14 @@ bool eventually(Condition condition) {
 // Opens of the device paths go to `devices` and ioctls on them are carried out, until it is called with null.
 void use_devices(const sim::Devices* devices);
 
+inline constexpr long kThrows = 777;
+
 // The `nth` call (0: the next) of the function `name` from now on is not made; it fails with `error`, or gives
 // `result` instead, in whatever thread it happens. Functions: "open", "read", "write", "fsync", "lseek",
 // "ioctl", "fopen", "fread", "ftok", "semget", "shmget", "shmat", "kill", "signal", "sigprocmask" (pthread_sigmask
 // too), "sigtimedwait", "sigwaitinfo", "pthread_create" (gives `error`), "new" (throws std::bad_alloc), "lock" (a
-// semaphore operation -1). These are made, but fail: "unlock" (+1), "shmdt". Several may be waiting at a time.
+// semaphore operation -1). These are made, but fail: "unlock" (+1), "shmdt", "read_record". Those of the camera's own
+// libraries, by their names, throw for the result kThrows. Several may be waiting at a time.
 void fail_next(const std::string& name, int error, int nth = 0, long result = -1);
 void clear_failures();
 // Failures that have not happened yet.

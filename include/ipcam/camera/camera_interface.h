@@ -10,8 +10,8 @@ namespace ipcam::camera {
 // Settings of a camera. The declaration serves a whole family of cameras; what follows is how this camera answers.
 // The order of the operations is part of the binary interface.
 //
-// Threads: any thread, any number at once, but not the control thread itself. An operation that is served blocks
-// its caller until the control thread has carried it out, one operation at a time; at most 10 callers wait.
+// Threads: any thread, any number at once. An operation that is served blocks its caller until the control thread has
+// carried it out, one operation at a time; at most 10 callers wait. On the control thread itself none is served.
 //
 // Results: 0 when the value was accepted, -1 when it was refused or no control thread runs (before
 // new_camera_ctrl(), after delete_camera_IF(), after a failed start-up). Accepted is not applied: when the image
@@ -53,8 +53,9 @@ class IPCAM_CAMERA_API CameraInterface {
   // Not supported: 0, nothing is done.
   virtual int ExpCompMode(int mode) = 0;
 
-  // Exposure compensation: 0 (darkest, offset -9) to 18 (brightest, offset +9), 9 is none. While the stored
-  // exposure settings do not allow compensation, the level is remembered but not sent, and the result is 0.
+  // Exposure compensation: 0 (darkest, offset -9) to 18 (brightest, offset +9), 9 is none. Returns -1 for another
+  // level. While the stored exposure settings do not allow compensation, the level is remembered but not sent, and
+  // the result is 0.
   virtual int ExpComp(int level) = 0;
 
   // Accepted without effect; DnMode() moves the IR-cut filter.
@@ -121,9 +122,10 @@ class IPCAM_CAMERA_API CameraInterface {
   virtual int Saturation(int level) = 0;
 
   // Runs the register command text `cmd` of `len` characters, 0 to 255, e.g. "r,0,3" (see
-  // DspCommand::execute_rw_cmd), and copies its reply, one byte per register and at most 32, into `reply`;
-  // `*reply_len` is their number. Returns 0 when the command was run; one that fails has the result 0 too, with
-  // `*reply_len` 0. Returns -1 for a null pointer, another length or an unserved request, with `*reply_len` 0.
+  // DspCommand::execute_rw_cmd), and copies its reply into `reply`: of a read one byte per register, of a write one
+  // byte however many registers it writes, the first one's value before. `*reply_len` is their number. Returns 0 when
+  // the command was run; one that fails has the result 0 too, with `*reply_len` 0. Returns -1 for a null pointer,
+  // another length or an unserved request, with `*reply_len` 0.
   virtual int sif_inquiry(const char* cmd, int len, char* reply, int* reply_len) = 0;
 
   // Not supported: 0, nothing is done.
@@ -288,8 +290,8 @@ IPCAM_CAMERA_API CameraInterface* create_camera_IF(ipcam::comm::s_port_inf* port
 
 // Ends the library's one control thread, whichever object is given, and waits until it has ended. Requests queued by
 // then are served first; callers that still wait for a place in the queue get -1. Then destroys `camera`, which may be
-// null. A thread that has been ended already is no error. Any thread but the control thread; no operation may be
-// running on `camera` itself.
+// null. A thread that has been ended already is no error. Called on the control thread itself, it only destroys
+// `camera`. Any thread; no operation may be running on `camera` itself.
 IPCAM_CAMERA_API void delete_camera_IF(CameraInterface* camera);
 
 }  // namespace ipcam::camera

@@ -77,8 +77,8 @@ struct s_ccdlsi_dbg {
   char cmd[256];            // register command text, NUL-terminated within the field
   std::int32_t cmd_len;     // length as given by the sender; the terminating NUL decides
   std::int32_t result;      // out: 0 when the command was run, also when it failed; -1 when not served
-  char reply[256];          // out: one byte per register of the command
-  std::int32_t reply_len;   // out: valid bytes in `reply`, 0 to 32; 0 when the command failed
+  char reply[256];          // out: one byte per register, its value before a write
+  std::int32_t reply_len;   // out: of a read its registers, of a write 1 however many it writes; 0 when it failed
   std::int32_t reply_slot;  // out: number of the reply semaphore used
 };
 static_assert(sizeof(s_ccdlsi_dbg) == 532);
@@ -89,9 +89,10 @@ static_assert(offsetof(s_ccdlsi_dbg, reserved0) == 0 && offsetof(s_ccdlsi_dbg, c
 
 // Queues one request to the control thread and blocks until it has been served.
 // Returns 0 when it was answered: the outcome is in `cmd->result`. Returns -1 at once, with `cmd->result` -1,
-// when no control thread runs (not started, start-up failed, stopping or stopped), and -1 for a null `cmd`.
+// when no control thread runs (not started, start-up failed, stopping or stopped), when the camera's own libraries
+// fail, and on the control thread itself, where it could not be served; and -1 for a null `cmd`.
 // At most 10 requests wait at a time; a further caller waits for a place. Signal 10 is blocked in the calling
-// thread during the call. Any thread but the control thread itself.
+// thread during the call, and a cancellation of the thread takes effect at the return. Any thread.
 IPCAM_CAMERA_API int cam_cgi_command(s_cam_cgi_cmd* cmd);
 
 // The same for a raw register command. A command that fails, or a `cmd` without a terminating NUL, is answered
@@ -101,7 +102,8 @@ IPCAM_CAMERA_API int cam_ccd_debug(s_ccdlsi_dbg* dbg);
 // Creates the request path and starts the control thread, which applies the stored settings before it serves
 // the first request. `port` is kept but not used, and must stay valid until the shutdown.
 // Returns 0; -1 for a null `port`, when a control thread has been started already and not been shut down
-// (also when its start-up failed), or when a resource could not be had. A constructor of the camera's own
+// (also when its start-up failed; so always on the control thread itself), or when a resource could not be had. A
+// constructor of the camera's own
 // libraries that throws passes its exception on. What a failed call created is released by the next call.
 // Any thread. The thread is ended by delete_camera_IF().
 IPCAM_CAMERA_API int new_camera_ctrl(ipcam::comm::s_port_inf* port);
