@@ -15,7 +15,7 @@
 #include "ipcam/camera/parameter_tables.h"
 #include "ipcam/comm/port_inf.h"
 #include "tools/link_state.h"
-#include "tools/register_masks.h"
+#include "tools/parameter_tables.h"
 #include "tools/stored_record.h"
 
 namespace ipcam::tools {
@@ -92,7 +92,7 @@ CameraSession::CameraSession(const std::string& tried) {
 
 // A raw command is carried out on the control thread. This one is like none that a worker sends.
 int CameraSession::find_control_thread(const std::string& tried) {
-  const std::vector<Address> marker(3, *parse_address("sensor_mode"));
+  const std::vector<Address> marker(3, registers::address("sensor_mode"));
   start_exchange_log();
   port_.read(marker, tried);
   for (const LoggedExchange& exchange : stop_exchange_log()) {

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "tools/commands.h"
-#include "tools/register_masks.h"
+#include "tools/parameter_tables.h"
 #include "tools/settings_table.h"
 
 namespace ipcam::tools {
@@ -109,11 +109,10 @@ std::string group_bytes(const RegisterGroup& group) {
   return group.count == 1 ? first : first + " to " + hex(group.first.byte + group.count - 1u);
 }
 
-// The chroma gamma curve's registers take two masks in turn.
+// A curve of 16-bit values may take two masks in turn.
 std::string group_mask(const RegisterGroup& group) {
-  const std::string first = hex(register_mask(group.first));
-  const auto second_byte = static_cast<std::uint16_t>(group.first.byte + 1);
-  const std::string second = group.count > 1 ? hex(register_mask({group.first.category, second_byte})) : first;
+  const std::string first = hex(mask_of(group, 0));
+  const std::string second = group.count > 1 ? hex(mask_of(group, 1)) : first;
   return first == second ? first : first + ", " + second;
 }
 
@@ -220,9 +219,9 @@ void reg_list(Context& context) {
     const RegisterGroup& group = *group_of(address);
     Json json = register_json(address);
     json["mask"] = register_mask(address);
-    json["meaning"] = group.meaning;
+    json["meaning"] = meaning_of(group);
     context.out.result(json, padded(address_text(address), 9) + padded(name, 24) + "mask " +
-                                 hex(register_mask(address)) + "  " + std::string(group.meaning));
+                                 hex(register_mask(address)) + "  " + meaning_of(group));
   }
 }
 
@@ -241,7 +240,7 @@ std::string register_document() {
                   "\n\n| Byte | Name | Mask | Meaning | Tables |\n|---|---|---|---|---|\n";
     }
     document += "| " + group_bytes(group) + " | " + group_name(group) + " | " + group_mask(group) + " | " +
-                std::string(group.meaning) + " | " + writers_of(group) + " |\n";
+                meaning_of(group) + " | " + writers_of(group) + " |\n";
   }
   return document;
 }
