@@ -17,7 +17,7 @@ struct Address {
 
 enum class Kind : std::uint8_t {
   kWritable,
-  kReadOnly,  // no row of a parameter table can be made of it
+  kReadOnly,  // no row that writes can be made of it
   kBits,      // a part of the register in the rows before, under a name of its own
 };
 
