@@ -10,7 +10,7 @@
 #include <iterator>
 
 #include "camera/request_path.h"
-#include "dsp/command_text.h"
+#include "dsp/register_rows.h"
 #include "ipcam/system.h"
 
 namespace ipcam::camera {
@@ -198,9 +198,7 @@ int ControlThread::raw_command(s_ccdlsi_dbg& request) {
 int ControlThread::set_icr(int /*value*/) { return 0; }
 
 int ControlThread::icr_state(std::int32_t* answer) {
-  unsigned char reply[1] = {};
-  run_command(*dsp_, "r,17,27", reply);
-  *answer = (reply[0] & 0x01) != 0 ? 59 : 60;
+  *answer = read_register(*dsp_, read_row("icr_state")) != 0 ? 59 : 60;
   return 0;
 }
 

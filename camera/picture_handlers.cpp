@@ -3,7 +3,7 @@
 #include <iterator>
 
 #include "camera/control_thread.h"
-#include "camera/register_text.h"
+#include "dsp/register_rows.h"
 
 namespace ipcam::camera {
 
@@ -24,10 +24,10 @@ constexpr const char* kExpCompTexts[] = {"0xf7", "0xf8", "0xf9", "0xfa", "0xfb",
                                          "0x01", "0x02", "0x03", "0x04", "0x05", "0x06", "0x07", "0x08", "0x09"};
 static_assert(std::size(kExpCompTexts) == 19);
 
-// The highest levels run with companion registers of their own.
+// The highest levels run with a range of their own.
 constexpr int kFirstHighExpComp = 16;
-constexpr const char* kHighExpCompCompanion = "w,11,12,0xff,0x04;11,13,0xff,0x04";
-constexpr const char* kExpCompCompanion = "w,11,12,0xff,0x55;11,13,0xff,0x0a";
+constexpr param_info kHighExpCompRange[] = {row("expcomp_range_a", 0x04), row("expcomp_range_b", 0x04)};
+constexpr param_info kExpCompRange[] = {row("expcomp_range_a", 0x55), row("expcomp_range_b", 0x0a)};
 
 constexpr int kOnepushRequest = 7;
 constexpr int kManualRequest = 9;
@@ -203,7 +203,7 @@ int ControlThread::expcomp(int level) {
   if (gate != 0 && gate != 3 && gate != 4 && gate != 5) return 0;
 
   set_text(*dsp_, &DspCommand::do_expcomp, kExpCompTexts[level]);
-  run_text(*dsp_, level >= kFirstHighExpComp ? kHighExpCompCompanion : kExpCompCompanion);
+  write_registers(*dsp_, level >= kFirstHighExpComp ? kHighExpCompRange : kExpCompRange);
   return 0;
 }
 

@@ -6,8 +6,8 @@
 namespace ipcam::registers {
 
 // readout_status
-inline constexpr std::uint8_t kAllPixels = 0x08;
-inline constexpr std::uint8_t kBinnedPixels = 0x10;
+inline constexpr std::uint8_t kReadoutAllPixels = 0x08;
+inline constexpr std::uint8_t kReadoutBinned = 0x10;
 
 // ae_mode
 inline constexpr std::uint8_t kAeNormal = 0;
