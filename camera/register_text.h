@@ -7,7 +7,8 @@
 
 namespace ipcam::camera {
 
-// A write up to its data: "w,9,3,0xff," at the beginning of a command, ";9,4,0xff," behind other writes.
+// A write up to its data, category, byte number and mask: behind "w," at the beginning of a command, behind ";" after
+// other writes.
 struct WritePrefix {
   char text[24] = {};
 };
