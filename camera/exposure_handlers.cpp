@@ -8,6 +8,7 @@
 #include "camera/control_thread.h"
 #include "dsp/exposure_patterns.h"
 #include "dsp/register_rows.h"
+#include "registers/gpio.h"
 
 namespace ipcam::camera {
 
@@ -70,22 +71,11 @@ const PatternRow& find_pattern(const SettingsSnapshot& settings, bool held_open)
 
 // --- GPIO lines of the IR-cut filter ---
 
-struct GpioRequest {
-  std::uint8_t bits;  // line levels; for the direction request the lines to make outputs
-  std::uint8_t mask;  // lines concerned
-  std::uint8_t reserved[2] = {};
-};
-static_assert(sizeof(GpioRequest) == 4);
-static_assert(offsetof(GpioRequest, bits) == 0 && offsetof(GpioRequest, mask) == 1);
-
-constexpr unsigned long kGpioDirection = 0x4004B401;
-constexpr unsigned long kGpioWrite = 0x4004B402;
-
 constexpr std::uint8_t kFilterLines = 0xc0;  // gpio-0: the two inputs of the filter's drive
 constexpr std::uint8_t kLevelLine = 0x08;    // gpio-4: holds its level while the filter stays
 
 int gpio_request(int device, unsigned long request, std::uint8_t bits, std::uint8_t mask) {
-  GpioRequest record{.bits = bits, .mask = mask};
+  gpio::Record record{.bits = bits, .mask = mask};
   return ioctl(device, request, &record);
 }
 
@@ -237,10 +227,10 @@ int ControlThread::hold_iris_state(std::int32_t* answer) {
 
 int ControlThread::daynight_mode(int value) {
   library_->object_detection->config();
-  if (gpio_request(gpio0_, kGpioDirection, kFilterLines, kFilterLines) < 0) {
+  if (gpio_request(gpio0_, gpio::kDirection, kFilterLines, kFilterLines) < 0) {
     std::fprintf(stderr, "/dev/gpio-0 TKV_Q5_IOCTL_GPIO_DIR error !!!\n");
   }
-  if (gpio_request(gpio4_, kGpioDirection, kLevelLine, kLevelLine) < 0) {
+  if (gpio_request(gpio4_, gpio::kDirection, kLevelLine, kLevelLine) < 0) {
     std::fprintf(stderr, "/dev/gpio-4 TKV_Q5_IOCTL_GPIO_DIR error !!!\n");
   }
 
@@ -252,10 +242,10 @@ int ControlThread::daynight_mode(int value) {
   }
 
   // The filter moves on a pulse; its drive must not stay powered.
-  gpio_request(gpio0_, kGpioWrite, filter.drive, kFilterLines);
+  gpio_request(gpio0_, gpio::kWrite, filter.drive, kFilterLines);
   sleep(1);
-  gpio_request(gpio0_, kGpioWrite, 0x00, kFilterLines);
-  gpio_request(gpio4_, kGpioWrite, filter.level, kLevelLine);
+  gpio_request(gpio0_, gpio::kWrite, 0x00, kFilterLines);
+  gpio_request(gpio4_, gpio::kWrite, filter.level, kLevelLine);
   return 0;
 }
 
