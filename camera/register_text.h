@@ -10,7 +10,7 @@ namespace ipcam::camera {
 // A write up to its data, category, byte number and mask: behind "w," at the beginning of a command, behind ";" after
 // other writes.
 struct WritePrefix {
-  char text[24] = {};
+  char text[16] = {};  // one that is longer does not compile
 };
 
 consteval WritePrefix write_prefix(std::string_view start, std::string_view name) {
