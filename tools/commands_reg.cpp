@@ -86,12 +86,16 @@ void print_state(Output& out, Address address, std::uint8_t value) {
   out.line(out.is_json() ? json_text(json) : register_text(address) + " = " + hex(value));
 }
 
-// Names of the settings and tables that write the registers of a group.
-std::string writers_of(const RegisterGroup& group) {
+// Names of the tables that write the registers of a row; of a part of a register, those that write just this part.
+std::string tables_of(const registers::Register& row) {
+  const bool is_part = row.kind == registers::Kind::kBits;
   std::string names;
   for (const ParameterTable& table : parameter_tables()) {
-    const bool writes = std::any_of(table.rows.begin(), table.rows.end(),
-                                    [&](const camera::param_info& row) { return group_of(address_of(row)) == &group; });
+    const bool writes = std::any_of(table.rows.begin(), table.rows.end(), [&](const camera::param_info& entry) {
+      const int index = entry.byte - row.first.byte;
+      return entry.category == row.first.category && index >= 0 && index < row.count &&
+             (!is_part || entry.mask == row.mask);
+    });
     if (writes) names += (names.empty() ? "" : ", ") + std::string(table.name);
   }
   return names;
@@ -226,21 +230,18 @@ void reg_list(Context& context) {
 }
 
 std::string register_document() {
-  std::string document =
-      "# Registers of the image processor\n\n"
-      "Every register that the library, the simulated camera and the tools know by name. A register is addressed by\n"
-      "category and byte number and holds one byte; a value of two registers has its low byte first. Names work\n"
-      "wherever `camctl reg` takes a register. The mask shows the bits in use, the last column the exported parameter\n"
-      "tables that write the register.\n";
+  std::string document;
   int category = -1;
-  for (const RegisterGroup& group : register_groups()) {
-    if (group.first.category != category) {
-      category = group.first.category;
-      document += "\n## Category " + std::to_string(category) +
+  for (const registers::Register& row : registers::kRegisters) {
+    if (row.first.category != category) {
+      document += category < 0 ? "" : "\n";
+      category = row.first.category;
+      document += "## Category " + std::to_string(category) +
                   "\n\n| Byte | Name | Mask | Meaning | Tables |\n|---|---|---|---|---|\n";
     }
-    document += "| " + group_bytes(group) + " | " + group_name(group) + " | " + group_mask(group) + " | " +
-                meaning_of(group) + " | " + writers_of(group) + " |\n";
+    const std::string where = row.kind == registers::Kind::kBits ? "in " : "";
+    document += "| " + where + group_bytes(row) + " | " + group_name(row) + " | " + group_mask(row) + " | " +
+                meaning_of(row) + " | " + tables_of(row) + " |\n";
   }
   return document;
 }
