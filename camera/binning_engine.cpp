@@ -2,13 +2,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
 #include "camera/control_thread.h"
 #include "camera/factory_adjustment.h"
-#include "camera/register_text.h"
 #include "camera/request_path.h"
+#include "dsp/exposure_patterns.h"
+#include "dsp/register_rows.h"
+#include "ipcam/camera/parameter_tables.h"
+#include "registers/register_values.h"
 
 namespace ipcam::camera {
 
@@ -16,49 +21,34 @@ namespace {
 
 constexpr int kAttempts = 5;
 
-// Readout field of the sensor status register.
-constexpr unsigned char kReadoutMask = 0x1c;
 
 // Everything in which the two readouts differ.
 struct Readout {
-  bool binned;
+  bool is_binned;
   const char* wb_file;
-  unsigned char old_field;      // readout field as long as the sensor has not switched
-  int manual_frame_exposure;    // maximum frame exposure index with a slow fixed shutter
-  const char* timing[3];        // sensor timing, in the order sent
-  const char* manual_ceiling;   // gain ceilings at level 6: exposed by hand,
-  const char* held_ceiling;     // by hand with the iris held open,
-  const char* agc_ceilings[2];  // and automatic, normal then slow shutter
+  std::uint8_t old_status;  // readout_status as long as the sensor has not switched
+  // Sensor timing, in the order sent: three commands.
+  param_info first_timing[3];
+  param_info second_timing[4];
+  param_info third_timing[4];
 };
 
 // clang-format off
 constexpr Readout kBinned = {
-    .binned = true,
+    .is_binned = true,
     .wb_file = kHalfPixelWbFile,
-    .old_field = 0x08,
-    .manual_frame_exposure = 0,
-    .timing = {"w,16,9,0xff,0x09;91,0,0x03,0x02;91,2,0x0f,0x09",
-               "w,16,21,0xff,0x0c;16,20,0xff,0xf4;16,23,0xff,0x12;16,22,0xff,0x9a",
-               "w,16,14,0xff,0x4d;16,15,0xff,0x09;16,16,0xff,0xf2;16,17,0xff,0x0f"},
-    .manual_ceiling = "w,11,106,0xff,0xeb;11,107,0xff,0x17",
-    .held_ceiling = "w,11,34,0xff,0xfa;11,35,0xff,0x06;11,58,0xff,0xfc;11,59,0xff,0x03",
-    .agc_ceilings = {"w,11,26,0xff,0xeb;11,27,0xff,0x17;11,50,0xff,0xeb;11,51,0xff,0x17",
-                     "w,11,34,0xff,0xeb;11,35,0xff,0x17;11,58,0xff,0xeb;11,59,0xff,0x17"},
+    .old_status = registers::kReadoutAllPixels,
+    .first_timing = {row("timing_a", 0x09), row("timing_d", 0x02), row("timing_e", 0x09)},
+    .second_timing = {row("timing_c_1", 0x0c), row("timing_c_0", 0xf4), row("timing_c_3", 0x12), row("timing_c_2", 0x9a)},
+    .third_timing = {row("timing_b_0", 0x4d), row("timing_b_1", 0x09), row("timing_b_2", 0xf2), row("timing_b_3", 0x0f)},
 };
-
-// All pixels are noisier: the ceilings are those of gain level 5.
 constexpr Readout kAllPixels = {
-    .binned = false,
+    .is_binned = false,
     .wb_file = kAllPixelWbFile,
-    .old_field = 0x10,
-    .manual_frame_exposure = 22,
-    .timing = {"w,16,9,0xff,0x0a;91,0,0x03,0x03;91,2,0x0f,0x0c",
-               "w,16,21,0xff,0x0f;16,20,0xff,0xf2;16,23,0xff,0x15;16,22,0xff,0x98",
-               "w,16,14,0xff,0x4a;16,15,0xff,0x0c;16,16,0xff,0xef;16,17,0xff,0x12"},
-    .manual_ceiling = "w,11,106,0xff,0xee;11,107,0xff,0x13",
-    .held_ceiling = "w,11,34,0xff,0xfd;11,35,0xff,0x02;11,58,0xff,0x00;11,59,0xff,0x00",
-    .agc_ceilings = {"w,11,26,0xff,0xee;11,27,0xff,0x13;11,50,0xff,0xee;11,51,0xff,0x13",
-                     "w,11,34,0xff,0xee;11,35,0xff,0x13;11,58,0xff,0xee;11,59,0xff,0x13"},
+    .old_status = registers::kReadoutBinned,
+    .first_timing = {row("timing_a", 0x0a), row("timing_d", 0x03), row("timing_e", 0x0c)},
+    .second_timing = {row("timing_c_1", 0x0f), row("timing_c_0", 0xf2), row("timing_c_3", 0x15), row("timing_c_2", 0x98)},
+    .third_timing = {row("timing_b_0", 0x4a), row("timing_b_1", 0x0c), row("timing_b_2", 0xef), row("timing_b_3", 0x12)},
 };
 // clang-format on
 
@@ -70,20 +60,23 @@ const Readout* find_readout(int value) {
 
 void switch_readout(DspCommand& dsp, const Readout& readout) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    dsp.do_binning(readout.binned);
+    dsp.do_binning(readout.is_binned);
     usleep(200'000);
-    if ((run_text(dsp, "r,2,0").bytes[0] & kReadoutMask) != readout.old_field) return;
+    if (read_register(dsp, read_row("readout_status")) != readout.old_status) return;
     std::fprintf(stderr, "do_binning retrying...\n");
     usleep(200'000);
   }
   std::fprintf(stderr, "do_binning timedout.\n");
 }
 
-// Frame length VMAX and a second 16-bit value, which divides it, low byte first.
+constexpr param_info kFrameLength[] = {read_row("vmax_lo"), read_row("vmax_hi"), read_row("frame_lines_lo"),
+                                       read_row("frame_lines_hi")};
+
+// Frame length VMAX and the lines of one frame, which divide it, low byte first.
 RegisterReply read_frame_length(DspCommand& dsp) {
   RegisterReply reply;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    reply = run_text(dsp, "r,81,10;81,11;81,86;81,87");
+    reply = read_registers(dsp, kFrameLength);
     if (reply.result != -1) break;
     usleep(100'000);
     std::fprintf(stderr, "Retrying to get VMAX.\n");
@@ -110,37 +103,57 @@ void wait_frame_length(DspCommand& dsp) {
 }
 
 void write_timing(DspCommand& dsp, const Readout& readout) {
-  run_text(dsp, readout.timing[0]);
+  write_registers(dsp, readout.first_timing);
   usleep(100'000);
-  run_text(dsp, readout.timing[1]);
+  write_registers(dsp, readout.second_timing);
   usleep(100'000);
-  run_text(dsp, readout.timing[2]);
+  write_registers(dsp, readout.third_timing);
 }
 
 void set_hdrsl(DspCommand& dsp) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    run_text(dsp, "w,2,3,0x03,1");
+    write_register(dsp, row("hdrsl", 1));
     usleep(500'000);
-    if ((run_text(dsp, "r,2,3").bytes[0] & 0x03) != 0) return;
+    if (read_register(dsp, read_row("hdrsl")) != 0) return;
     usleep(500'000);
     std::fprintf(stderr, "Retry to set HDRSL.\n");
   }
   std::fprintf(stderr, "Couldn't set HDRSL\n");
 }
 
-// Only gain level 6 depends on the readout.
+// Registers of gain ceilings.
+constexpr param_info kFixedGain[] = {row("fixed_gain_lo"), row("fixed_gain_hi")};
+constexpr param_info kNormalGains[] = {row("normal_gain_a_lo"), row("normal_gain_a_hi"), row("normal_gain_b_lo"),
+                                       row("normal_gain_b_hi")};
+constexpr param_info kSlowGains[] = {row("slow_gain_a_lo"), row("slow_gain_a_hi"), row("slow_gain_c_lo"),
+                                     row("slow_gain_c_hi")};
+
+// Writes one 16-bit value, or two, into two rows each.
+template <std::size_t kRows, std::size_t kWords>
+void write_words(DspCommand& dsp, const param_info (&named_rows)[kRows], const std::uint16_t (&words)[kWords]) {
+  static_assert(kRows == 2 * kWords);
+  auto rows = std::to_array(named_rows);
+  fill_words(rows.data(), words);
+  write_registers(dsp, rows);
+}
+
+// Only the highest gain depends on the readout. The values are those of the tables that the setters send.
 void write_gain_ceilings(DspCommand& dsp, const Readout& readout, const SettingsSnapshot& settings) {
-  const bool manual = settings.gain_level == 6 && has_slow_fixed_shutter(settings);
+  const int level = highest_gain(readout.is_binned);
+  const bool manual = settings.gain_level == kHighestGain && has_slow_fixed_shutter(settings);
   if (manual && settings.hold_iris_open == 0) {
     std::fprintf(stderr, "Pattern E(LF)\n");
-    run_text(dsp, readout.manual_ceiling);
+    write_words(dsp, kFixedGain, {manual_gain_tbl[level]});
   } else if (manual) {
     std::fprintf(stderr, "Pattern G(LF)\n");
-    run_text(dsp, readout.held_ceiling);
-  } else if (settings.agc_max_gain == 6) {
+    const auto& held = agc_slow_max_gain_tbl[kHeldGainRow + level];
+    write_words(dsp, kSlowGains, {held[0], held[3]});
+  } else if (settings.agc_max_gain == kHighestGain) {
     std::fprintf(stderr, "Pattern A,C,C,D,F(LF)\n");
-    run_text(dsp, readout.agc_ceilings[0]);
-    run_text(dsp, readout.agc_ceilings[1]);
+    const auto& normal = agc_normal_max_gain_tbl[level];
+    const auto& slow = agc_slow_max_gain_tbl[level];
+    write_words(dsp, kNormalGains, {normal[0], normal[2]});
+    write_words(dsp, kSlowGains, {slow[0], slow[3]});
   }
 }
 
@@ -154,18 +167,18 @@ int ControlThread::run_binning_engine(int value) {
   if (readout == nullptr) return -1;
 
   // The pipeline scales up a binned picture: it is told before the sensor bins and after it has stopped.
-  if (readout->binned) {
+  if (readout->is_binned) {
     library_->post_process->waitReady();
     library_->post_process->changeBinningMode(true);
   }
   switch_readout(*dsp_, *readout);
   wait_frame_length(*dsp_);
-  if (!readout->binned) {
+  if (!readout->is_binned) {
     library_->post_process->waitReady();
     library_->post_process->changeBinningMode(false);
   }
 
-  if (has_slow_fixed_shutter(snapshot_)) dsp_->do_max_frm_exp(readout->manual_frame_exposure);
+  if (has_slow_fixed_shutter(snapshot_)) dsp_->do_max_frm_exp(manual_frame_exposure(readout->is_binned));
   if (load_wb_adjustment(*dsp_, readout->wb_file) == AdjustmentFile::kCannotOpen) return -1;
   write_timing(*dsp_, *readout);
   set_hdrsl(*dsp_);

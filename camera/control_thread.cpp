@@ -12,7 +12,7 @@
 
 #include "camera/never_destroyed.h"
 #include "dsp/cancellation.h"
-#include "dsp/command_text.h"
+#include "dsp/register_rows.h"
 
 namespace ipcam::camera {
 
@@ -162,9 +162,7 @@ int ControlThread::raw_command(s_ccdlsi_dbg& request) try {
 }
 
 int ControlThread::icr_state(std::int32_t* answer) {
-  unsigned char reply[1] = {};
-  run_command(*dsp_, "r,17,27", reply);
-  *answer = (reply[0] & 0x01) != 0 ? 59 : 60;
+  *answer = read_register(*dsp_, read_row("icr_state")) != 0 ? 59 : 60;
   return 0;
 }
 

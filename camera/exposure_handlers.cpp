@@ -6,19 +6,15 @@
 #include <cstdio>
 
 #include "camera/control_thread.h"
-#include "camera/register_text.h"
+#include "dsp/exposure_patterns.h"
+#include "dsp/register_rows.h"
+#include "registers/gpio.h"
 
 namespace ipcam::camera {
 
 namespace {
 
 // --- Exposure patterns ---
-
-enum AeMode : std::int32_t { kNormal = 0, kSlowShutter = 1, kManual = 3 };
-
-// Maximum frame exposure index of a pattern that is exposed by hand.
-constexpr std::int32_t kManualFrameExposure = 22;
-constexpr std::int32_t kManualFrameExposureBinned = 0;
 
 // A row index: a setting of the snapshot, or 0 without one, moved by an offset.
 struct RowIndex {
@@ -35,7 +31,7 @@ struct RowIndex {
 constexpr auto kMinSpeed = &SettingsSnapshot::slow_shutter_min_speed;
 constexpr auto kSpeed = &SettingsSnapshot::shutter_speed;
 constexpr auto kAgcGain = &SettingsSnapshot::agc_max_gain;
-constexpr auto kManualGain = &SettingsSnapshot::gain_level;
+constexpr auto kGainLevel = &SettingsSnapshot::gain_level;
 
 struct PatternRow {
   // Applies when these three are as given. The shutter is slow when the automatic shutter may go slow, or the
@@ -43,22 +39,22 @@ struct PatternRow {
   bool automatic, slow, held_open;
   const char* log_line;
   RowIndex shutter, gain;
-  AeMode mode;
+  ExposureMode mode;
 };
 
 // One row for each combination of the three conditions. The maximum frame exposure is slow_shutter_min_speed, but
 // depends on the readout in the manual mode.
 // clang-format off
 constexpr PatternRow kPatterns[] = {
-    // auto  slow   held                  shutter           gain
-    {true,  true,  true,  "Pattern D\n", {kMinSpeed, 5},   {kAgcGain, 0},    kSlowShutter},
-    {true,  true,  false, "Pattern C\n", {kMinSpeed, 0},   {kAgcGain, 0},    kSlowShutter},
-    {true,  false, true,  "Pattern B\n", {nullptr, 0},     {kAgcGain, 0},    kNormal},
-    {true,  false, false, "Pattern A\n", {nullptr, 1},     {kAgcGain, 0},    kNormal},
-    {false, true,  true,  "Pattern G\n", {kSpeed, 5},      {kManualGain, 7}, kSlowShutter},
-    {false, true,  false, "Pattern E\n", {kSpeed, 0},      {kManualGain, 0}, kManual},
-    {false, false, true,  "Pattern F\n", {kSpeed, 6},      {kAgcGain, 0},    kNormal},
-    {false, false, false, "Pattern A\n", {kSpeed, -4},     {kAgcGain, 0},    kNormal},
+    // auto  slow   held                  shutter          gain                        mode
+    {true,  true,  true,  "Pattern D\n", {kMinSpeed, 5},{kAgcGain, 0},              kSlowShutter},
+    {true,  true,  false, "Pattern C\n", {kMinSpeed, 0},{kAgcGain, 0},              kSlowShutter},
+    {true,  false, true,  "Pattern B\n", {nullptr, 0}, {kAgcGain, 0},              kNormalExposure},
+    {true,  false, false, "Pattern A\n", {nullptr, 1}, {kAgcGain, 0},              kNormalExposure},
+    {false, true,  true,  "Pattern G\n", {kSpeed, 5},  {kGainLevel, kHeldGainRow}, kSlowShutter},
+    {false, true,  false, "Pattern E\n", {kSpeed, 0},  {kGainLevel, 0},            kManualExposure},
+    {false, false, true,  "Pattern F\n", {kSpeed, 6},  {kAgcGain, 0},              kNormalExposure},
+    {false, false, false, "Pattern A\n", {kSpeed, -4}, {kAgcGain, 0},              kNormalExposure},
 };
 // clang-format on
 
@@ -75,22 +71,11 @@ const PatternRow& find_pattern(const SettingsSnapshot& settings, bool held_open)
 
 // --- GPIO lines of the IR-cut filter ---
 
-struct GpioRequest {
-  std::uint8_t bits;  // line levels; for the direction request the lines to make outputs
-  std::uint8_t mask;  // lines concerned
-  std::uint8_t reserved[2] = {};
-};
-static_assert(sizeof(GpioRequest) == 4);
-static_assert(offsetof(GpioRequest, bits) == 0 && offsetof(GpioRequest, mask) == 1);
-
-constexpr unsigned long kGpioDirection = 0x4004B401;
-constexpr unsigned long kGpioWrite = 0x4004B402;
-
 constexpr std::uint8_t kFilterLines = 0xc0;  // gpio-0: the two inputs of the filter's drive
 constexpr std::uint8_t kLevelLine = 0x08;    // gpio-4: holds its level while the filter stays
 
 int gpio_request(int device, unsigned long request, std::uint8_t bits, std::uint8_t mask) {
-  GpioRequest record{.bits = bits, .mask = mask};
+  gpio::Record record{.bits = bits, .mask = mask};
   return ioctl(device, request, &record);
 }
 
@@ -143,18 +128,19 @@ int daynight_level(std::int32_t stored) { return stored == 0 || stored == 1 ? st
 
 // --- Exposure ---
 
-bool ControlThread::sensor_is_binned() { return run_text(*dsp_, "r,0,3").bytes[0] != 0; }
+bool ControlThread::sensor_is_binned() { return read_register(*dsp_, read_row("sensor_mode")) != 0; }
 
 int ControlThread::gain_for_readout(int level) {
-  if (level != 6) return level;
-  return sensor_is_binned() ? 6 : 5;
+  return level == kHighestGain ? highest_gain(sensor_is_binned()) : level;
 }
 
 s_ae_ptn ControlThread::choose_exposure_pattern() {
   if (snapshot_.exposure_mode == 0) {
     std::fprintf(stderr, "Flickerless\n");
-    return {
-        .shutter = 2, .gain = snapshot_.agc_max_gain, .mode = kNormal, .max_frm_exp = snapshot_.slow_shutter_min_speed};
+    return {.shutter = 2,
+            .gain = snapshot_.agc_max_gain,
+            .mode = kNormalExposure,
+            .max_frm_exp = snapshot_.slow_shutter_min_speed};
   }
   if (iris_hold_ == 0) dsp_->do_miris_mode(false);
 
@@ -164,8 +150,8 @@ s_ae_ptn ControlThread::choose_exposure_pattern() {
                       .gain = row.gain.of(snapshot_),
                       .mode = row.mode,
                       .max_frm_exp = snapshot_.slow_shutter_min_speed};
-  if (row.mode == kManual) {
-    pattern.max_frm_exp = sensor_is_binned() ? kManualFrameExposureBinned : kManualFrameExposure;
+  if (row.mode == kManualExposure) {
+    pattern.max_frm_exp = manual_frame_exposure(sensor_is_binned());
     dsp_->do_miris_mode(true);
   }
   return pattern;
@@ -266,10 +252,10 @@ int ControlThread::hold_iris_state(std::int32_t* answer) {
 
 int ControlThread::daynight_mode(int value) {
   library_->object_detection->config();
-  if (gpio_request(gpio0_, kGpioDirection, kFilterLines, kFilterLines) < 0) {
+  if (gpio_request(gpio0_, gpio::kDirection, kFilterLines, kFilterLines) < 0) {
     std::fprintf(stderr, "/dev/gpio-0 TKV_Q5_IOCTL_GPIO_DIR error !!!\n");
   }
-  if (gpio_request(gpio4_, kGpioDirection, kLevelLine, kLevelLine) < 0) {
+  if (gpio_request(gpio4_, gpio::kDirection, kLevelLine, kLevelLine) < 0) {
     std::fprintf(stderr, "/dev/gpio-4 TKV_Q5_IOCTL_GPIO_DIR error !!!\n");
   }
 
@@ -281,10 +267,10 @@ int ControlThread::daynight_mode(int value) {
   }
 
   // The filter moves on a pulse; its drive must not stay powered.
-  gpio_request(gpio0_, kGpioWrite, filter.drive, kFilterLines);
+  gpio_request(gpio0_, gpio::kWrite, filter.drive, kFilterLines);
   sleep(1);
-  gpio_request(gpio0_, kGpioWrite, 0x00, kFilterLines);
-  gpio_request(gpio4_, kGpioWrite, filter.level, kLevelLine);
+  gpio_request(gpio0_, gpio::kWrite, 0x00, kFilterLines);
+  gpio_request(gpio4_, gpio::kWrite, filter.level, kLevelLine);
   return 0;
 }
 

@@ -26,7 +26,7 @@ constexpr std::size_t kEvrOffset = 2;
 
 // One register of a write command: the text before its data, and the file offset of its data.
 struct AdjustmentRow {
-  const char* prefix;
+  WritePrefix prefix;
   std::uint8_t offset;
 };
 using AdjustmentRows = std::span<const AdjustmentRow>;
@@ -34,22 +34,33 @@ using AdjustmentRows = std::span<const AdjustmentRow>;
 // clang-format off
 constexpr AdjustmentRow kAdjustmentRows[] = {
     // Camera parameters.
-    {"w,9,3,0xff,", 2}, {";9,4,0xff,", 3}, {";11,16,0xff,", 4}, {";11,17,0xff,", 5},
+    {first_write("evrdata4"), 2}, {next_write("factory_adjust_a"), 3},
+    {next_write("factory_adjust_b"), 4}, {next_write("factory_adjust_c"), 5},
     // R-Y hue.
-    {"w,16,38,0xff,", 8}, {";16,39,0xff,", 9}, {";16,42,0xff,", 12}, {";16,43,0xff,", 13},
-    {";16,46,0xff,", 16}, {";16,47,0xff,", 17}, {";16,50,0xff,", 20}, {";16,51,0xff,", 21},
+    {first_write("hue_coefficient_0"), 8}, {next_write("hue_coefficient_1"), 9},
+    {next_write("hue_coefficient_4"), 12}, {next_write("hue_coefficient_5"), 13},
+    {next_write("hue_coefficient_8"), 16}, {next_write("hue_coefficient_9"), 17},
+    {next_write("hue_coefficient_12"), 20}, {next_write("hue_coefficient_13"), 21},
     // B-Y hue.
-    {"w,16,40,0xff,", 10}, {";16,41,0xff,", 11}, {";16,44,0xff,", 14}, {";16,45,0xff,", 15},
-    {";16,48,0xff,", 18}, {";16,49,0xff,", 19}, {";16,52,0xff,", 22}, {";16,53,0xff,", 23},
+    {first_write("hue_coefficient_2"), 10}, {next_write("hue_coefficient_3"), 11},
+    {next_write("hue_coefficient_6"), 14}, {next_write("hue_coefficient_7"), 15},
+    {next_write("hue_coefficient_10"), 18}, {next_write("hue_coefficient_11"), 19},
+    {next_write("hue_coefficient_14"), 22}, {next_write("hue_coefficient_15"), 23},
     // R-Y gain.
-    {"w,16,54,0xff,", 24}, {";16,55,0xff,", 25}, {";16,58,0xff,", 28}, {";16,59,0xff,", 29},
-    {";16,62,0xff,", 32}, {";16,63,0xff,", 33}, {";16,66,0xff,", 36}, {";16,67,0xff,", 37},
+    {first_write("gain_coefficient_0"), 24}, {next_write("gain_coefficient_1"), 25},
+    {next_write("gain_coefficient_4"), 28}, {next_write("gain_coefficient_5"), 29},
+    {next_write("gain_coefficient_8"), 32}, {next_write("gain_coefficient_9"), 33},
+    {next_write("gain_coefficient_12"), 36}, {next_write("gain_coefficient_13"), 37},
     // B-Y gain.
-    {"w,16,56,0xff,", 26}, {";16,57,0xff,", 27}, {";16,60,0xff,", 30}, {";16,61,0xff,", 31},
-    {";16,64,0xff,", 34}, {";16,65,0xff,", 35}, {";16,68,0xff,", 38}, {";16,69,0xff,", 39},
+    {first_write("gain_coefficient_2"), 26}, {next_write("gain_coefficient_3"), 27},
+    {next_write("gain_coefficient_6"), 30}, {next_write("gain_coefficient_7"), 31},
+    {next_write("gain_coefficient_10"), 34}, {next_write("gain_coefficient_11"), 35},
+    {next_write("gain_coefficient_14"), 38}, {next_write("gain_coefficient_15"), 39},
     // White balance, from a file of its own.
-    {"w,13,8,0xff,", 2}, {";13,9,0xff,", 3}, {";13,10,0xff,", 4},
-    {";13,11,0xff,", 5}, {";13,12,0xff,", 6}, {";13,13,0xff,", 7},
+    {first_write("wb_adjust_0"), 2}, {next_write("wb_adjust_1"), 3},
+    {next_write("wb_adjust_2"), 4},
+    {next_write("wb_adjust_3"), 5}, {next_write("wb_adjust_4"), 6},
+    {next_write("wb_adjust_5"), 7},
 };
 
 // The rows that make one command, and the command's name in the log.
@@ -73,7 +84,7 @@ using CommandText = std::array<char, 256>;
 // Characters of the command at its longest, when every data byte has three digits, with the terminator.
 constexpr std::size_t longest_text(const AdjustmentCommand& command) {
   std::size_t size = 1;
-  for (const AdjustmentRow& row : command.rows) size += std::string_view(row.prefix).size() + 3;
+  for (const AdjustmentRow& row : command.rows) size += std::string_view(row.prefix.text).size() + 3;
   return size;
 }
 
@@ -90,8 +101,8 @@ CommandText build_command(AdjustmentRows rows, const unsigned char* file) {
   CommandText text{};
   std::size_t used = 0;
   for (const AdjustmentRow& row : rows) {
-    used +=
-        static_cast<std::size_t>(std::snprintf(&text[used], text.size() - used, "%s%d", row.prefix, file[row.offset]));
+    used += static_cast<std::size_t>(
+        std::snprintf(&text[used], text.size() - used, "%s%d", row.prefix.text, file[row.offset]));
   }
   return text;
 }
@@ -128,8 +139,8 @@ AdjustmentFile load_wb_adjustment(DspCommand& dsp, const char* path) {
 }
 
 int ControlThread::apply_factory_adjustment(bool half_pixel_wb) {
-  run_text(*dsp_, "w,11,1,0x07,5");
-  run_text(*dsp_, "w,2,3,0x03,1");
+  write_register(*dsp_, row("flickerless", 5));
+  write_register(*dsp_, row("hdrsl", 1));
 
   unsigned char file[kCameraBytesRead] = {};
   const AdjustmentFile read = read_adjustment_file(kCameraFile, file, kCameraBytesUsed);

@@ -3,7 +3,8 @@
 #include <iterator>
 
 #include "camera/control_thread.h"
-#include "camera/register_text.h"
+#include "dsp/register_rows.h"
+#include "registers/white_balance_modes.h"
 
 namespace ipcam::camera {
 
@@ -24,35 +25,14 @@ constexpr const char* kExpCompTexts[] = {"0xf7", "0xf8", "0xf9", "0xfa", "0xfb",
                                          "0x01", "0x02", "0x03", "0x04", "0x05", "0x06", "0x07", "0x08", "0x09"};
 static_assert(std::size(kExpCompTexts) == 19);
 
-// The highest levels run with companion registers of their own.
+// The highest levels run with a range of their own.
 constexpr int kFirstHighExpComp = 16;
-constexpr const char* kHighExpCompCompanion = "w,11,12,0xff,0x04;11,13,0xff,0x04";
-constexpr const char* kExpCompCompanion = "w,11,12,0xff,0x55;11,13,0xff,0x0a";
+constexpr param_info kHighExpCompRange[] = {row("expcomp_range_a", 0x04), row("expcomp_range_b", 0x04)};
+constexpr param_info kExpCompRange[] = {row("expcomp_range_a", 0x55), row("expcomp_range_b", 0x0a)};
 
-constexpr int kOnepushRequest = 7;
-constexpr int kManualRequest = 9;
-constexpr int kOnepushMode = 3;
-
-struct WhiteBalanceMode {
-  int request;           // what the caller asks for
-  const char* keyword;   // what the setter is told
-  std::int32_t wb_mode;  // what the settings record calls it
-};
-
-constexpr WhiteBalanceMode kWhiteBalanceModes[] = {
-    {.request = 5, .keyword = "indoor", .wb_mode = 1},
-    {.request = 6, .keyword = "outdoor", .wb_mode = 2},
-    {.request = kOnepushRequest, .keyword = "onepush", .wb_mode = kOnepushMode},
-    {.request = 8, .keyword = "atw", .wb_mode = 4},
-    {.request = kManualRequest, .keyword = "manual", .wb_mode = 5},
-    {.request = 21, .keyword = "atwpro", .wb_mode = 6},
-    {.request = 64, .keyword = "fluorescent", .wb_mode = 10},
-    {.request = 65, .keyword = "mercurylampmega", .wb_mode = 11},
-};
-
-// Requests by stored mode, for re-applying it; 4 is one that the mode handler refuses.
-constexpr int kRequestsByWbMode[] = {4, 5, 6, 7, 8, 9, 21};
-static_assert(std::size(kRequestsByWbMode) == 7);
+// The last stored mode that colour re-applies, and the request for mode 0, which the mode handler refuses.
+constexpr std::int32_t kLastReappliedMode = 6;
+constexpr int kRefusedRequest = 4;
 
 // Compared unsigned, so that a negative level is above every range.
 bool above(int level, unsigned highest) { return static_cast<unsigned>(level) > highest; }
@@ -116,8 +96,9 @@ int ControlThread::color(int value) {
   const std::uint8_t kept = forced_apply_;
   forced_apply_ = 1;
   const std::int32_t mode = record.snapshot.wb_mode;
-  if (mode < 0 || static_cast<std::size_t>(mode) >= std::size(kRequestsByWbMode)) return 0;
-  if (wb_mode(kRequestsByWbMode[mode]) != 0) return 0;
+  if (mode < 0 || mode > kLastReappliedMode) return 0;
+  const auto* stored_mode = registers::find_mode(&registers::WhiteBalanceMode::stored, mode);
+  if (wb_mode(stored_mode != nullptr ? stored_mode->request : kRefusedRequest) != 0) return 0;
   saturation(snapshot_.saturation);
   forced_apply_ = kept;
   return 0;
@@ -159,25 +140,24 @@ int ControlThread::wb_mode(int value) {
   if (!read_own_settings(record)) return -1;
   end_measurement(*onepush_wb_);
 
-  const WhiteBalanceMode* mode = std::begin(kWhiteBalanceModes);
-  while (mode != std::end(kWhiteBalanceModes) && mode->request != value) ++mode;
-  if (mode == std::end(kWhiteBalanceModes)) return -1;
-  snapshot_.wb_mode = mode->wb_mode;
+  const auto* mode = registers::find_mode(&registers::WhiteBalanceMode::request, value);
+  if (mode == nullptr) return -1;
+  snapshot_.wb_mode = mode->stored;
 
   // Gains first: the mode register selects them the moment it is written.
   const SettingsSnapshot& stored = record.snapshot;
-  if (value == kOnepushRequest) {
+  if (value == registers::kOnepushRequest) {
     // The measurement that has just ended may have saved its gains.
     SettingsRecord saved{};
     if (read_own_settings(saved)) record = saved;
     std::fprintf(stderr, "Saved RGain:%d, BGain:%d\n", stored.onepush_rgain, stored.onepush_bgain);
     dsp_->do_rbgain_preset1(stored.onepush_rgain, stored.onepush_bgain);
   }
-  if (value == kManualRequest) {
+  if (value == registers::kManualRequest) {
     dsp_->do_rgain(static_cast<unsigned>(stored.rgain));
     dsp_->do_bgain(static_cast<unsigned>(stored.bgain));
   }
-  set_text(*dsp_, &DspCommand::do_whitebalance, mode->keyword);
+  set_text(*dsp_, &DspCommand::do_whitebalance, mode->keyword.data());
   return 0;
 }
 
@@ -186,7 +166,7 @@ int ControlThread::rgain(int level) { return set_manual_gain(*dsp_, &DspCommand:
 int ControlThread::bgain(int level) { return set_manual_gain(*dsp_, &DspCommand::do_bgain, snapshot_.bgain, level); }
 
 int ControlThread::onepush_trigger(int /*value*/) {
-  if (snapshot_.wb_mode != kOnepushMode) return -1;
+  if (snapshot_.wb_mode != registers::kOnepushStored) return -1;
   end_measurement(*onepush_wb_);
   onepush_wb_->start();
   return 0;
@@ -206,7 +186,7 @@ int ControlThread::expcomp(int level) {
   if (gate != 0 && gate != 3 && gate != 4 && gate != 5) return 0;
 
   set_text(*dsp_, &DspCommand::do_expcomp, kExpCompTexts[level]);
-  run_text(*dsp_, level >= kFirstHighExpComp ? kHighExpCompCompanion : kExpCompCompanion);
+  write_registers(*dsp_, level >= kFirstHighExpComp ? kHighExpCompRange : kExpCompRange);
   return 0;
 }
 

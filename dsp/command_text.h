@@ -17,9 +17,4 @@ char* next_piece(char** rest, char separator);
 // when the entry is right; otherwise the reason has been printed.
 bool parse_entry(int mode, char* text, param_info& entry);
 
-// Runs a command text with do_debug(), which copies it.
-inline int run_command(DspCommand& dsp, const char* text, unsigned char* result) {
-  return dsp.do_debug(const_cast<char*>(text), reinterpret_cast<char*>(result));
-}
-
 }  // namespace ipcam::camera

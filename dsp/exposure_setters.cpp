@@ -4,8 +4,10 @@
 #include <limits>
 
 #include "dsp/cancellation.h"
+#include "dsp/exposure_patterns.h"
 #include "dsp/setter.h"
 #include "ipcam/camera/parameter_tables.h"
+#include "registers/register_values.h"
 
 namespace ipcam::camera {
 
@@ -19,7 +21,6 @@ constexpr int kSlowHalf = 12;
 constexpr std::size_t kNormalWords = kNormalHalf / 2;  // of a row of agc_normal_max_gain_tbl
 
 constexpr std::uint8_t kIrisHeldOpen = 0x55;
-constexpr int kUnbinnedFrameExposure = 22;  // an index and a value of its own, outside max_frm_exp_tbl
 
 // Greatest table rows of an exposure pattern, by its mode.
 struct PatternLimits {
@@ -37,7 +38,8 @@ constexpr PatternLimits kNoTables = {.shutter = std::numeric_limits<std::uint32_
                                      .gain = std::size(agc_normal_max_gain_tbl) - 1};
 
 // Values of the mode register, by the mode of a pattern.
-constexpr std::uint8_t kModeRegister[] = {0, 1, 3, 4};
+constexpr std::uint8_t kModeRegister[] = {registers::kAeNormal, registers::kAeSlowShutter, registers::kAeManualGain,
+                                          registers::kAeManual};
 static_assert(std::size(kModeRegister) == std::size(kPatternLimits));
 
 constexpr KeywordSetting kAgcModes[] = {
@@ -109,13 +111,13 @@ int send_manual(DspCommand& dsp, const s_ae_ptn& pattern) IPCAM_REQUIRES(g_table
 int send_pattern(DspCommand& dsp, const s_ae_ptn& pattern) IPCAM_EXCLUDES(g_table_lock) {
   const LockGuard lock(g_table_lock);
   switch (pattern.mode) {
-    case 0:
+    case kNormalExposure:
       return send_normal(dsp, pattern);
-    case 1:
+    case kSlowShutter:
       return send_slow(dsp, pattern);
-    case 2:
+    case kManualGain:
       return send_manual_gain(dsp, pattern);
-    case 3:
+    case kManualExposure:
       return send_manual(dsp, pattern);
     default:
       return 0;
@@ -146,8 +148,8 @@ int DspCommand::do_expmode(int mode) {
 }
 
 int DspCommand::do_max_frm_exp(int index) {
-  std::uint8_t value = kUnbinnedFrameExposure;
-  if (index != kUnbinnedFrameExposure) {
+  std::uint8_t value = kAllPixelFrameExposure;
+  if (index != kAllPixelFrameExposure) {
     if (static_cast<std::uint32_t>(index) >= std::size(max_frm_exp_tbl)) return refuse_value(index);
     value = max_frm_exp_tbl[index];
   }
@@ -158,14 +160,15 @@ int DspCommand::do_max_frm_exp(int index) {
 int DspCommand::do_autoexposure(unsigned char* text) {
   constexpr std::string_view kManual = "manual";
   std::printf("%s: set autoexposure: %s\n", g_prgname, printable(text));
-  if (starts_with(text, "auto")) return set_byte(*this, g_ae_auto, 0);
+  if (starts_with(text, "auto")) return set_byte(*this, g_ae_auto, registers::kAeNormal);
   if (!starts_with(text, kManual)) return refuse_option(text);
 
   // The keyword alone is the value 0. These registers take the high byte first.
   const unsigned char* number = text + kManual.size();
   std::int32_t value = 0;
   if (*number != '\0' && !number_within(number, 0, 0xffff, value)) return refuse_value(text);
-  const std::uint8_t bytes[] = {3, static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value & 0xff)};
+  const std::uint8_t bytes[] = {registers::kAeManualGain, static_cast<std::uint8_t>(value >> 8),
+                                static_cast<std::uint8_t>(value & 0xff)};
   return set_bytes(*this, g_ae_manual, bytes, std::size(g_ae_manual));
 }
 

@@ -12,13 +12,12 @@
 #include "dsp/cancellation.h"
 #include "dsp/locking.h"
 #include "ipcam/camera/dsp_command.h"
+#include "registers/gpio.h"
 
 namespace ipcam::camera {
 namespace {
 
 constexpr char kGpioPath[] = "/dev/corvo2_gpio-0";
-constexpr unsigned long kGpioOut = 0x4004B401;
-constexpr unsigned long kGpioIn = 0xC004B403;
 
 constexpr char kFlashPath[] = "/dev/mtdblock3";
 constexpr char kMemoryPath[] = "/dev/mem";
@@ -34,13 +33,6 @@ constexpr std::size_t kChunkSize = 1024;
 
 constexpr std::uint8_t kAllToSdram[] = {6, 0, 'P', 'R', 'E', 'N', 2, 9, 6, 0, 'P', 'R', 'D', 'S'};
 constexpr std::uint8_t kAllToSdramReply[] = {2, 1, 2, 1, 2, 1};
-
-struct GpioRecord {
-  std::uint8_t value;
-  std::uint8_t mask;
-  std::uint8_t reserved[2];
-};
-static_assert(sizeof(GpioRecord) == 4);
 
 // Owner of a file descriptor.
 class Device {
@@ -61,21 +53,21 @@ class Device {
 
 // Asks the board which variant it is. Returns 0 or -1.
 int read_variant(std::uint8_t& variant) {
-  const Device gpio(kGpioPath, O_RDONLY);
-  if (!gpio.is_open()) {
+  const Device device(kGpioPath, O_RDONLY);
+  if (!device.is_open()) {
     std::fprintf(stderr, "%s: [ERROR] device file '%s' open error!\n", g_prgname, kGpioPath);
     return -1;
   }
-  if (ioctl(gpio.fd(), kGpioOut, 0UL) < 0) {
+  if (ioctl(device.fd(), gpio::kDirection, 0UL) < 0) {
     std::fprintf(stderr, "%s: [ERROR] TKV_Q5_IOCTL_GPIO_OUT failed!\n", g_prgname);
     return -1;
   }
-  GpioRecord record = {.value = 0x1F, .mask = 0x1F, .reserved = {}};
-  if (ioctl(gpio.fd(), kGpioIn, &record) < 0) {
+  gpio::Record record = {.bits = 0x1F, .mask = 0x1F};
+  if (ioctl(device.fd(), gpio::kRead, &record) < 0) {
     std::fprintf(stderr, "%s: [ERROR] TKV_Q5_IOCTL_GPIO_IN failed!\n", g_prgname);
     return -1;
   }
-  variant = record.value;
+  variant = record.bits;
   return 0;
 }
 

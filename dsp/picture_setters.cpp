@@ -4,6 +4,7 @@
 
 #include "dsp/setter.h"
 #include "ipcam/camera/parameter_tables.h"
+#include "registers/register_map.h"
 
 namespace ipcam::camera {
 
@@ -14,12 +15,12 @@ namespace {
 struct Effect {
   std::string_view keyword;
   param_info* table;
-  std::uint8_t bit;  // register bit that switches the effect on
+  std::uint8_t on;
 };
 
 constexpr Effect kEffects[] = {
-    {.keyword = "monochrome", .table = g_effect_mono, .bit = 0x01},
-    {.keyword = "negative", .table = g_effect_nega, .bit = 0x02},
+    {.keyword = "monochrome", .table = g_effect_mono, .on = registers::bits("monochrome").mask},
+    {.keyword = "negative", .table = g_effect_nega, .on = registers::bits("negative").mask},
 };
 
 constexpr std::int32_t kMaxGamma = 6;
@@ -83,7 +84,7 @@ int DspCommand::do_effect(unsigned char* text) {
     if (!starts_with(text, effect.keyword)) continue;
     std::int32_t on = 0;
     if (!number_within(text + effect.keyword.size(), 0, 1, on)) return refuse_value(text);
-    return set_byte(*this, effect.table, on != 0 ? effect.bit : std::uint8_t{0});
+    return set_byte(*this, effect.table, on != 0 ? effect.on : std::uint8_t{0});
   }
   return refuse_option(text);
 }

@@ -1,66 +1,34 @@
 // Parameter tables of the picture and white-balance setters.
+#include "dsp/register_rows.h"
 #include "ipcam/camera/parameter_tables.h"
+#include "registers/register_values.h"
 
 namespace ipcam::camera {
 
-constinit param_info g_saturation[] = {
-    {.category = 10, .byte = 0x09, .mask = 0xff, .data = 0x00},
-};
-constinit param_info g_sharpness[] = {
-    {.category = 10, .byte = 0x07, .mask = 0xff, .data = 0x00},
-};
-constinit param_info g_contrast[] = {
-    {.category = 10, .byte = 0x06, .mask = 0xff, .data = 0x00},
-};
-constinit param_info g_brightness[] = {
-    {.category = 10, .byte = 0x05, .mask = 0xff, .data = 0x00},
-};
-constinit param_info g_hue[] = {
-    {.category = 10, .byte = 0x08, .mask = 0xff, .data = 0x00},
-};
+// clang-format off
+constinit param_info g_saturation[] = {row("saturation")};
+constinit param_info g_sharpness[] = {row("sharpness")};
+constinit param_info g_contrast[] = {row("contrast")};
+constinit param_info g_brightness[] = {row("brightness")};
+constinit param_info g_hue[] = {row("hue")};
+constinit param_info g_effect_mono[] = {row("monochrome")};
+constinit param_info g_effect_nega[] = {row("negative")};
+constinit param_info g_colorbar[] = {row("colorbar")};
+constinit param_info g_gamma[] = {row("gamma")};
 
-// Both effects are bits of one register: the masks keep each from undoing the other.
-constinit param_info g_effect_mono[] = {
-    {.category = 10, .byte = 0x0a, .mask = 0x01, .data = 0x00},
-};
-constinit param_info g_effect_nega[] = {
-    {.category = 10, .byte = 0x0a, .mask = 0x02, .data = 0x00},
-};
-
-constinit param_info g_colorbar[] = {
-    {.category = 10, .byte = 0x0b, .mask = 0xff, .data = 0x00},
-};
-constinit param_info g_gamma[] = {
-    {.category = 16, .byte = 0x06, .mask = 0xff, .data = 0x00},
-};
-
-constinit param_info g_whitebalance_mode[] = {
-    {.category = 12, .byte = 0x00, .mask = 0x07, .data = 0x00},
-};
-constinit param_info g_whitebalance_atwpro[] = {
-    {.category = 12, .byte = 0x00, .mask = 0x07, .data = 0x00},  // mode
-    {.category = 12, .byte = 0x01, .mask = 0x03, .data = 0x00},
-};
+constinit param_info g_whitebalance_mode[] = {row("wb_mode")};
+constinit param_info g_whitebalance_atwpro[] = {row("wb_mode"), row("wb_atwpro")};
 constinit param_info g_whitebalance_preset0[] = {
-    {.category = 12, .byte = 0x7c, .mask = 0xff, .data = 0x00},  // red gain, low byte
-    {.category = 12, .byte = 0x7d, .mask = 0xff, .data = 0x00},  // red gain, high byte
-    {.category = 12, .byte = 0x7e, .mask = 0xff, .data = 0x00},  // blue gain, low byte
-    {.category = 12, .byte = 0x7f, .mask = 0xff, .data = 0x00},  // blue gain, high byte
-    {.category = 12, .byte = 0x00, .mask = 0x07, .data = 0x04},  // manual mode, once the gains are set
+    row("manual_red_gain_lo"), row("manual_red_gain_hi"),
+    row("manual_blue_gain_lo"), row("manual_blue_gain_hi"),
+    row("wb_mode", registers::kWbManual),  // once the gains are set
 };
-constinit param_info g_rgain[] = {
-    {.category = 12, .byte = 0x7c, .mask = 0xff, .data = 0x00},  // low byte
-    {.category = 12, .byte = 0x7d, .mask = 0xff, .data = 0x00},  // high byte
-};
-constinit param_info g_bgain[] = {
-    {.category = 12, .byte = 0x7e, .mask = 0xff, .data = 0x00},  // low byte
-    {.category = 12, .byte = 0x7f, .mask = 0xff, .data = 0x00},  // high byte
-};
+constinit param_info g_rgain[] = {row("manual_red_gain_lo"), row("manual_red_gain_hi")};
+constinit param_info g_bgain[] = {row("manual_blue_gain_lo"), row("manual_blue_gain_hi")};
 constinit param_info g_rbgain_preset1[] = {
-    {.category = 12, .byte = 0x80, .mask = 0xff, .data = 0x00},  // red gain, low byte
-    {.category = 12, .byte = 0x81, .mask = 0xff, .data = 0x00},  // red gain, high byte
-    {.category = 12, .byte = 0x82, .mask = 0xff, .data = 0x00},  // blue gain, low byte
-    {.category = 12, .byte = 0x83, .mask = 0xff, .data = 0x00},  // blue gain, high byte
+    row("preset1_red_gain_lo"), row("preset1_red_gain_hi"),
+    row("preset1_blue_gain_lo"), row("preset1_blue_gain_hi"),
 };
+// clang-format on
 
 }  // namespace ipcam::camera

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "dsp/number_text.h"
+#include "dsp/register_rows.h"
 
 namespace ipcam::camera {
 
@@ -54,12 +55,7 @@ void fill_rows(param_info* rows, std::span<const std::uint8_t> bytes) {
   for (const std::uint8_t byte : bytes) (rows++)->data = byte;
 }
 
-void fill_rows(param_info* rows, std::span<const std::uint16_t> words) {
-  for (const std::uint16_t word : words) {
-    (rows++)->data = static_cast<std::uint8_t>(word & 0xff);
-    (rows++)->data = static_cast<std::uint8_t>(word >> 8);
-  }
-}
+void fill_rows(param_info* rows, std::span<const std::uint16_t> words) { fill_words(rows, words); }
 
 int send_rows(DspCommand& dsp, param_info* rows, int n) { return dsp.execute_abs_cmd(rows, n) < 0 ? -1 : 0; }
 

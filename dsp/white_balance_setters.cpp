@@ -1,42 +1,41 @@
 // Setters of the white balance: mode, manual gains and the gains of preset 1.
 #include <cstdio>
+#include <iterator>
 
 #include "dsp/setter.h"
 #include "ipcam/camera/parameter_tables.h"
+#include "registers/white_balance_modes.h"
 
 namespace ipcam::camera {
 
 using namespace setter;
+using registers::WhiteBalanceMode;
 
 namespace {
 
-constexpr KeywordSetting mode(std::string_view keyword, std::uint8_t value) {
-  return {.keyword = keyword, .table = g_whitebalance_mode, .rows = 1, .data_size = 1, .data = {value}};
+// The longest keyword that the text begins with, since "atw" begins "atwpro" too; null when there is none.
+const WhiteBalanceMode* find_keyword_mode(const unsigned char* text) {
+  const WhiteBalanceMode* found = nullptr;
+  for (const WhiteBalanceMode& mode : registers::kWhiteBalanceModes) {
+    if (!starts_with(text, mode.keyword)) continue;
+    if (found == nullptr || mode.keyword.size() > found->keyword.size()) found = &mode;
+  }
+  return found;
 }
 
-// A fixed light source is a pair of manual gains; the table's last row selects the manual mode with them.
-constexpr KeywordSetting light_source(std::string_view keyword, std::uint16_t red, std::uint16_t blue) {
-  const auto low = [](std::uint16_t gain) { return static_cast<std::uint8_t>(gain & 0xff); };
-  const auto high = [](std::uint16_t gain) { return static_cast<std::uint8_t>(gain >> 8); };
-  return {.keyword = keyword,
-          .table = g_whitebalance_preset0,
-          .rows = 5,
-          .data_size = 4,
-          .data = {low(red), high(red), low(blue), high(blue)}};
-}
+int send_mode(DspCommand& dsp, const WhiteBalanceMode& mode) {
+  if (mode.wb_mode == registers::kWbAtwpro) {
+    const std::uint8_t bytes[] = {mode.wb_mode, 2};
+    return set_bytes(dsp, g_whitebalance_atwpro, bytes, std::size(bytes));
+  }
+  if (mode.red_gain == 0) return set_byte(dsp, g_whitebalance_mode, mode.wb_mode);
 
-constexpr KeywordSetting kModes[] = {
-    {.keyword = "atwpro", .table = g_whitebalance_atwpro, .rows = 2, .data_size = 2, .data = {0, 2}},
-    mode("atw", 1),
-    mode("manual", 4),
-    mode("onepush", 5),  // preset 1
-    mode("trgon", 1),
-    light_source("indoor", 0x1011, 0x1011),
-    light_source("outdoor", 0x0af6, 0x190f),
-    light_source("fluorescent", 0x0af6, 0x190f),
-    light_source("mercurylampmega", 0x0dff, 0x0c0c),
-    light_source("mercurylampsd", 0x0cfd, 0x080f),
-};
+  // A fixed light source is a pair of manual gains; the table's last row selects the manual mode with them.
+  const std::uint16_t gains[] = {mode.red_gain, mode.blue_gain};
+  const LockGuard lock(g_table_lock);
+  fill_rows(g_whitebalance_preset0, gains);
+  return send_rows(dsp, g_whitebalance_preset0, std::size(g_whitebalance_preset0));
+}
 
 // Register gain of a manual gain level: a parabola from 10170 at level 0 to 1500 at 255. Levels above 255 are not
 // refused; the 32-bit square lets the curve rise again behind its end.
@@ -50,8 +49,8 @@ std::uint16_t register_gain(unsigned int level) {
 
 int DspCommand::do_whitebalance(unsigned char* text) {
   std::printf("%s: set whitebalance: %s\n", g_prgname, printable(text));
-  const KeywordSetting* setting = find_keyword(kModes, text);
-  return setting != nullptr ? set_keyword(*this, *setting) : refuse_option(text);
+  const WhiteBalanceMode* mode = find_keyword_mode(text);
+  return mode != nullptr ? send_mode(*this, *mode) : refuse_option(text);
 }
 
 int DspCommand::do_rgain(unsigned int level) {

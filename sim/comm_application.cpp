@@ -16,12 +16,21 @@
 #include <stdexcept>
 #include <string>
 
+#include "registers/register_values.h"
+
 namespace ipcam::sim {
 namespace {
 
 constexpr int kAccess = 0600;  // requesters run as the same user
 constexpr std::uint8_t kSuccess = 1;
 constexpr std::uint8_t kRefused = 2;
+
+// Registers with which the sensor does more than remember.
+constexpr Bits kReadout = registers::bits("readout");
+constexpr Bits kReadoutStatus = registers::bits("readout_status");
+constexpr Bits kWbMode = registers::bits("wb_mode");
+constexpr Address kMeasuredGains[] = {registers::address("measured_red_gain_lo"),
+                                      registers::address("measured_blue_gain_lo")};
 
 [[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what + ": " + std::strerror(errno)); }
 
@@ -262,14 +271,14 @@ bool CommApplication::execute(const Packet& command, const Request& request, Pac
 
     const std::uint8_t type = entry[1];
     const bool addressed = entry[0] >= 6;
-    const std::uint32_t category = addressed ? entry[2] : 0;
-    const std::uint32_t byte = addressed ? static_cast<std::uint32_t>(entry[3] << 8 | entry[4]) : 0;
+    Address address;
+    if (addressed) address = {entry[2], static_cast<std::uint16_t>(entry[3] << 8 | entry[4])};
     const bool refused = request.fault == Fault::wrong_status && static_cast<std::uint32_t>(i) == request.plan.entry;
     const std::uint8_t status = refused ? kRefused : kSuccess;
     if (addressed && type == 1) {
-      append(reply, {3, status, refused ? std::uint8_t{0} : read_register(category, byte)});
+      append(reply, {3, status, refused ? std::uint8_t{0} : read_register(address)});
     } else if (addressed && type == 2) {
-      for (std::uint32_t n = 0; !refused && n + 5 < entry[0]; ++n) write_register(category, byte + n, entry[5 + n]);
+      for (int n = 5; !refused && n < entry[0]; ++n, ++address.byte) write_register(address, entry[n]);
       append(reply, {2, status});
     } else if ((addressed && type == 0) || (entry[0] == 2 && type == 9)) {
       append(reply, {2, status});  // the entries of the all-to-SDRAM request
@@ -280,25 +289,27 @@ bool CommApplication::execute(const Packet& command, const Request& request, Pac
   return true;
 }
 
-std::uint8_t CommApplication::read_register(std::uint32_t category, std::uint32_t byte) {
+std::uint8_t CommApplication::read_register(Address address) {
   for (Switchboard::Script& script : board_.scripts) {
     const std::uint32_t length = script.length;
-    if (length == 0 || script.address != (category << 16 | byte)) continue;
+    if (length == 0 || script.address != (std::uint32_t{address.category} << 16 | address.byte)) continue;
     const std::uint32_t position = script.position;
     if (position + 1 < length) script.position = position + 1;
     return script.values[position % std::size(script.values)];
   }
 
-  if (board_.sensor_off == 0 && category == 2 && byte == 0) {
-    const std::uint32_t readout = (board_.reg(0, 3) & 1) != 0 ? 0x10 : 0x08;
+  if (board_.sensor_off == 0 && address == kReadoutStatus.address) {
     if (readout_lag_ > 0) {
       --readout_lag_;
     } else {
-      board_.set_reg(2, 0, (board_.reg(2, 0) & ~0x1cu) | readout);
+      const std::uint8_t status = board_.reg(kReadout) != 0 ? registers::kReadoutBinned : registers::kReadoutAllPixels;
+      board_.set_reg(address, (board_.reg(address) & ~kReadoutStatus.mask) | status);
     }
   }
-  if (board_.sensor_off == 0 && category == 14 && byte == 140 && (board_.reg(12, 0) & 7) == 1) advance_gains();
-  return board_.reg(category, byte);
+  if (board_.sensor_off == 0 && address == kMeasuredGains[0] && board_.reg(kWbMode) == registers::kWbAtw) {
+    advance_gains();
+  }
+  return board_.reg(address);
 }
 
 // One step of a one-push measurement: both gains go from where they started to their targets in equal steps.
@@ -309,22 +320,20 @@ void CommApplication::advance_gains() {
   for (std::uint32_t i = 0; i < 2; ++i) {
     const std::int64_t start = onepush_start_[i];
     const bool settled = onepush_reads_ >= steps;
-    const auto gain =
-        static_cast<std::uint32_t>(settled ? target[i] : start + (target[i] - start) * onepush_reads_ / steps);
-    board_.set_reg(14, 140 + 2 * i, gain & 0xff);
-    board_.set_reg(14, 141 + 2 * i, gain >> 8);
+    board_.set_word(kMeasuredGains[i], static_cast<std::uint32_t>(
+                                           settled ? target[i] : start + (target[i] - start) * onepush_reads_ / steps));
   }
 }
 
-void CommApplication::write_register(std::uint32_t category, std::uint32_t byte, std::uint8_t value) {
-  if (category == 0 && byte == 3 && ((board_.reg(0, 3) ^ value) & 1) != 0) readout_lag_ = board_.readout_lag_reads;
-  if (category == 12 && byte == 0 && (value & 7) == 1) {
-    onepush_reads_ = 0;
-    for (std::uint32_t i = 0; i < 2; ++i) {
-      onepush_start_[i] = static_cast<std::uint32_t>(board_.reg(14, 140 + 2 * i) | board_.reg(14, 141 + 2 * i) << 8);
-    }
+void CommApplication::write_register(Address address, std::uint8_t value) {
+  if (address == kReadout.address && ((board_.reg(address) ^ value) & kReadout.mask) != 0) {
+    readout_lag_ = board_.readout_lag_reads;
   }
-  board_.set_reg(category, byte, value);
+  if (address == kWbMode.address && (value & kWbMode.mask) == registers::kWbAtw) {
+    onepush_reads_ = 0;
+    for (std::uint32_t i = 0; i < 2; ++i) onepush_start_[i] = board_.word(kMeasuredGains[i]);
+  }
+  board_.set_reg(address, value);
 }
 
 void CommApplication::trace(const Packet& command, const Packet& reply, Fault fault) {

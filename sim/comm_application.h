@@ -52,8 +52,8 @@ class CommApplication {
   void deliver(const Request& request, const Packet& reply);
   // Returns false when the packet is not made of entries.
   bool execute(const Packet& command, const Request& request, Packet& reply);
-  std::uint8_t read_register(std::uint32_t category, std::uint32_t byte);
-  void write_register(std::uint32_t category, std::uint32_t byte, std::uint8_t value);
+  std::uint8_t read_register(Address address);
+  void write_register(Address address, std::uint8_t value);
   void advance_gains();
   void trace(const Packet& command, const Packet& reply, Fault fault);
   void wait_until_given_up(const Request& request);

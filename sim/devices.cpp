@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <fstream>
 
+#include "registers/gpio.h"
+
 namespace ipcam::sim {
 namespace {
 
@@ -28,17 +30,6 @@ constexpr std::array<DeviceFile, 5> kDeviceFiles = {{
 }};
 
 constexpr std::string_view kVariantPin = "corvo2_gpio-0";
-
-constexpr unsigned long kDirection = 0x4004B401;
-constexpr unsigned long kWrite = 0x4004B402;
-constexpr unsigned long kRead = 0xC004B403;
-
-struct GpioRecord {
-  std::uint8_t value;
-  std::uint8_t mask;
-  std::uint8_t reserved2[2];
-};
-static_assert(sizeof(GpioRecord) == 4);
 
 std::string_view base_name(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
@@ -92,23 +83,23 @@ bool Devices::ioctl(int fd, unsigned long request, void* argument, int& result) 
 }
 
 int Devices::gpio_request(const std::string& name, unsigned long request, void* argument) const {
-  if (name == kVariantPin && request == kDirection) {  // the argument is a plain number here
+  if (name == kVariantPin && request == gpio::kDirection) {  // the argument is a plain number here
     note(name + " out " + std::to_string(reinterpret_cast<std::uintptr_t>(argument)));
     return 0;
   }
-  const bool variant_read = name == kVariantPin && request == kRead;
-  const bool line_request = name != kVariantPin && (request == kDirection || request == kWrite);
+  const bool variant_read = name == kVariantPin && request == gpio::kRead;
+  const bool line_request = name != kVariantPin && (request == gpio::kDirection || request == gpio::kWrite);
   if (!variant_read && !line_request) return ENOTTY;
   if (argument == nullptr) return EFAULT;
 
-  auto* record = static_cast<GpioRecord*>(argument);
-  const char* verb = variant_read ? "in" : request == kDirection ? "direction" : "write";
+  auto* record = static_cast<gpio::Record*>(argument);
+  const char* verb = variant_read ? "in" : request == gpio::kDirection ? "direction" : "write";
   char line[64];
-  std::snprintf(line, sizeof(line), "%s %s %02x/%02x", name.c_str(), verb, record->value, record->mask);
+  std::snprintf(line, sizeof(line), "%s %s %02x/%02x", name.c_str(), verb, record->bits, record->mask);
   note(line);
-  if (variant_read) record->value = load_level(file(name));
-  if (request == kWrite) {
-    store_level(file(name), (load_level(file(name)) & ~record->mask) | (record->value & record->mask));
+  if (variant_read) record->bits = load_level(file(name));
+  if (request == gpio::kWrite) {
+    store_level(file(name), (load_level(file(name)) & ~record->mask) | (record->bits & record->mask));
   }
   return 0;
 }

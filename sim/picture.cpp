@@ -15,6 +15,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "registers/register_map.h"
+#include "registers/register_values.h"
 #include "sim/replace_file.h"
 
 namespace ipcam::sim {
@@ -241,35 +243,40 @@ std::vector<std::uint8_t> to_bytes(const Picture& picture, bool negative) {
 }  // namespace
 
 PictureSettings picture_settings(const Switchboard& board) {
-  const auto signed_reg = [&](std::uint32_t category, std::uint32_t byte) {
-    return static_cast<int>(static_cast<std::int8_t>(board.reg(category, byte)));
-  };
-  const auto level = [&](std::uint32_t byte) { return board.reg(10, byte) == 0 ? kNeutral : board.reg(10, byte); };
-  const auto factor = [&](std::uint32_t byte, std::uint32_t measured) {
-    const int gain = board.reg(12, byte) | board.reg(12, byte + 1) << 8;
-    return gain == 0 ? 1.0 : static_cast<double>(measured) / gain;
+  using registers::address;
+  using registers::bits;
+  const auto signed_reg = [&](Address at) { return static_cast<int>(static_cast<std::int8_t>(board.reg(at))); };
+  const auto level = [&](Address at) { return board.reg(at) == 0 ? kNeutral : board.reg(at); };
+  const auto factor = [&](Address gain, std::uint32_t measured) {
+    return board.word(gain) == 0 ? 1.0 : static_cast<double>(measured) / board.word(gain);
   };
 
-  PictureSettings settings{.expcomp = signed_reg(11, 0x03),
+  PictureSettings settings{.expcomp = signed_reg(address("expcomp")),
                            .red_factor = 1,
                            .blue_factor = 1,
-                           .gamma = std::min<int>(board.reg(16, 0x06), 6),
+                           .gamma = std::min<int>(board.reg(address("gamma")), 6),
                            .luma_curve = {},
-                           .brightness = level(0x05),
-                           .contrast = level(0x06),
-                           .sharpness = level(0x07),
-                           .saturation = level(0x09),
-                           .hue = signed_reg(10, 0x08),
-                           .monochrome = (board.reg(10, 0x0a) & 1) != 0,
-                           .negative = (board.reg(10, 0x0a) & 2) != 0,
-                           .colorbar = board.reg(10, 0x0b) != 0};
-  const int mode = board.reg(12, 0x00) & 7;
-  if (mode == 4 || mode == 5) {
-    const std::uint32_t gains = mode == 4 ? 0x7c : 0x80;
-    settings.red_factor = factor(gains, board.onepush_red);
-    settings.blue_factor = factor(gains + 2, board.onepush_blue);
+                           .brightness = level(address("brightness")),
+                           .contrast = level(address("contrast")),
+                           .sharpness = level(address("sharpness")),
+                           .saturation = level(address("saturation")),
+                           .hue = signed_reg(address("hue")),
+                           .monochrome = board.reg(bits("monochrome")) != 0,
+                           .negative = board.reg(bits("negative")) != 0,
+                           .colorbar = board.reg(address("colorbar")) != 0};
+  const int mode = board.reg(bits("wb_mode"));
+  if (mode == registers::kWbManual) {
+    settings.red_factor = factor(address("manual_red_gain_lo"), board.onepush_red);
+    settings.blue_factor = factor(address("manual_blue_gain_lo"), board.onepush_blue);
   }
-  for (std::uint32_t i = 0; i < settings.luma_curve.size(); ++i) settings.luma_curve[i] = board.reg(91, 0x06 + i);
+  if (mode == registers::kWbPreset1) {
+    settings.red_factor = factor(address("preset1_red_gain_lo"), board.onepush_red);
+    settings.blue_factor = factor(address("preset1_blue_gain_lo"), board.onepush_blue);
+  }
+  constexpr Address kLumaCurve = address("ygamma_0");
+  for (std::uint32_t i = 0; i < settings.luma_curve.size(); ++i) {
+    settings.luma_curve[i] = board.reg(kLumaCurve.category, kLumaCurve.byte + i);
+  }
   return settings;
 }
 

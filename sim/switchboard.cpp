@@ -8,6 +8,8 @@
 #include <new>
 #include <system_error>
 
+#include "registers/register_values.h"
+
 namespace ipcam::sim {
 
 std::uint8_t Switchboard::reg(std::uint32_t category, std::uint32_t byte) const {
@@ -16,6 +18,15 @@ std::uint8_t Switchboard::reg(std::uint32_t category, std::uint32_t byte) const 
 
 void Switchboard::set_reg(std::uint32_t category, std::uint32_t byte, std::uint32_t value) {
   __atomic_store_n(&registers[category & 0xff][byte & 0xffff], static_cast<std::uint8_t>(value), __ATOMIC_SEQ_CST);
+}
+
+std::uint16_t Switchboard::word(Address low) const {
+  return static_cast<std::uint16_t>(reg(low) | reg(low.category, low.byte + 1u) << 8);
+}
+
+void Switchboard::set_word(Address low, std::uint32_t value) {
+  set_reg(low, value & 0xff);
+  set_reg(low.category, low.byte + 1u, value >> 8);
 }
 
 bool Switchboard::script(std::uint32_t category, std::uint32_t byte, std::span<const std::uint8_t> values) {
@@ -78,15 +89,9 @@ SharedSwitchboard::SharedSwitchboard() {
   if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "register file");
   board_ = new (memory) Switchboard;
 
-  struct {
-    std::uint32_t category, byte, value;
-  } const sensor[] = {
-      {2, 0, 0x08},                                  // full readout
-      {81, 10, 2250 & 0xff},                         // VMAX
-      {81, 11, 2250 >> 8},   {81, 86, 1125 & 0xff},  // lines of one frame
-      {81, 87, 1125 >> 8},
-  };
-  for (const auto& row : sensor) board_->set_reg(row.category, row.byte, row.value);
+  board_->set_reg(registers::address("readout_status"), registers::kReadoutAllPixels);
+  board_->set_word(registers::address("vmax_lo"), 2250);
+  board_->set_word(registers::address("frame_lines_lo"), 1125);
   board_->onepush_red = 3650;
   board_->onepush_blue = 2029;
 }

@@ -7,9 +7,13 @@
 #include <span>
 #include <string_view>
 
+#include "registers/register_map.h"
 #include "sim/wire_format.h"
 
 namespace ipcam::sim {
+
+using registers::Address;
+using registers::Bits;
 
 // What can go wrong with one exchange. "Answered" means: registers read and written, reply in the record.
 enum class Fault : std::uint32_t {
@@ -120,10 +124,10 @@ struct Switchboard {
 
   // --- Sensor behaviour ---
   Counter sensor_off;         // 1: registers are plain memory
-  Counter readout_lag_reads;  // reads of 2/0 that still show the old readout after 0/3 has changed
+  Counter readout_lag_reads;  // reads of readout_status that still show the old one after readout has changed
   Counter onepush_red;        // gains that a one-push measurement arrives at
   Counter onepush_blue;
-  Counter onepush_settle_reads;  // reads of 14/140 until it has arrived
+  Counter onepush_settle_reads;  // reads of measured_red_gain_lo until it has arrived
 
   // Traced by the comm application before it ends the exchange in any way that a requester can see.
   Exchange trace[kTraceSize];
@@ -131,6 +135,13 @@ struct Switchboard {
 
   std::uint8_t reg(std::uint32_t category, std::uint32_t byte) const;
   void set_reg(std::uint32_t category, std::uint32_t byte, std::uint32_t value);
+  std::uint8_t reg(Address address) const { return reg(address.category, address.byte); }
+  void set_reg(Address address, std::uint32_t value) { set_reg(address.category, address.byte, value); }
+  // The bits that have the name.
+  std::uint8_t reg(const Bits& bits) const { return static_cast<std::uint8_t>(reg(bits.address) & bits.mask); }
+  // The 16-bit value of a register and the one behind it, low byte first.
+  std::uint16_t word(Address low) const;
+  void set_word(Address low, std::uint32_t value);
 
   // Successive reads of the register give `values` (1 to 256), then the last of them for ever, whatever is
   // written to it. An empty list ends the script. Returns false when all slots are in use.

@@ -12,10 +12,9 @@
 #include <thread>
 
 #include "ipcam/camera/camera_interface.h"
-#include "ipcam/camera/parameter_tables.h"
 #include "ipcam/comm/port_inf.h"
+#include "registers/register_values.h"
 #include "tools/link_state.h"
-#include "tools/register_masks.h"
 #include "tools/stored_record.h"
 
 namespace ipcam::tools {
@@ -65,11 +64,9 @@ void wait_until_ended(const std::set<int>& before, const std::string& tried) {
 
 // A measurement with a result ends in preset 1.
 bool selects_preset(const std::vector<RegisterWrite>& writes) {
-  constexpr std::uint8_t kPreset1 = 5;
-  const Address mode = address_of(camera::g_whitebalance_mode[0]);
-  const std::uint8_t mask = camera::g_whitebalance_mode[0].mask;
+  constexpr registers::Bits kMode = registers::bits("wb_mode");
   return std::any_of(writes.begin(), writes.end(), [&](const RegisterWrite& write) {
-    return write.address == mode && (write.value & mask) == kPreset1;
+    return write.address == kMode.address && (write.value & kMode.mask) == registers::kWbPreset1;
   });
 }
 
@@ -92,7 +89,7 @@ CameraSession::CameraSession(const std::string& tried) {
 
 // A raw command is carried out on the control thread. This one is like none that a worker sends.
 int CameraSession::find_control_thread(const std::string& tried) {
-  const std::vector<Address> marker(3, *parse_address("sensor_mode"));
+  const std::vector<Address> marker(3, registers::address("sensor_mode"));
   start_exchange_log();
   port_.read(marker, tried);
   for (const LoggedExchange& exchange : stop_exchange_log()) {

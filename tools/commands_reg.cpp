@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "tools/commands.h"
-#include "tools/register_masks.h"
+#include "tools/parameter_tables.h"
 #include "tools/settings_table.h"
 
 namespace ipcam::tools {
@@ -86,12 +86,16 @@ void print_state(Output& out, Address address, std::uint8_t value) {
   out.line(out.is_json() ? json_text(json) : register_text(address) + " = " + hex(value));
 }
 
-// Names of the settings and tables that write the registers of a group.
-std::string writers_of(const RegisterGroup& group) {
+// Names of the tables that write the registers of a row; of a part of a register, those that write just this part.
+std::string tables_of(const registers::Register& row) {
+  const bool is_part = row.kind == registers::Kind::kBits;
   std::string names;
   for (const ParameterTable& table : parameter_tables()) {
-    const bool writes = std::any_of(table.rows.begin(), table.rows.end(),
-                                    [&](const camera::param_info& row) { return group_of(address_of(row)) == &group; });
+    const bool writes = std::any_of(table.rows.begin(), table.rows.end(), [&](const camera::param_info& entry) {
+      const int index = entry.byte - row.first.byte;
+      return entry.category == row.first.category && index >= 0 && index < row.count &&
+             (!is_part || entry.mask == row.mask);
+    });
     if (writes) names += (names.empty() ? "" : ", ") + std::string(table.name);
   }
   return names;
@@ -109,11 +113,10 @@ std::string group_bytes(const RegisterGroup& group) {
   return group.count == 1 ? first : first + " to " + hex(group.first.byte + group.count - 1u);
 }
 
-// The chroma gamma curve's registers take two masks in turn.
+// A curve of 16-bit values may take two masks in turn.
 std::string group_mask(const RegisterGroup& group) {
-  const std::string first = hex(register_mask(group.first));
-  const auto second_byte = static_cast<std::uint16_t>(group.first.byte + 1);
-  const std::string second = group.count > 1 ? hex(register_mask({group.first.category, second_byte})) : first;
+  const std::string first = hex(mask_of(group, 0));
+  const std::string second = group.count > 1 ? hex(mask_of(group, 1)) : first;
   return first == second ? first : first + ", " + second;
 }
 
@@ -220,28 +223,25 @@ void reg_list(Context& context) {
     const RegisterGroup& group = *group_of(address);
     Json json = register_json(address);
     json["mask"] = register_mask(address);
-    json["meaning"] = group.meaning;
+    json["meaning"] = meaning_of(group);
     context.out.result(json, padded(address_text(address), 9) + padded(name, 24) + "mask " +
-                                 hex(register_mask(address)) + "  " + std::string(group.meaning));
+                                 hex(register_mask(address)) + "  " + meaning_of(group));
   }
 }
 
 std::string register_document() {
-  std::string document =
-      "# Registers of the image processor\n\n"
-      "Every register that the library, the simulated camera and the tools know by name. A register is addressed by\n"
-      "category and byte number and holds one byte; a value of two registers has its low byte first. Names work\n"
-      "wherever `camctl reg` takes a register. The mask shows the bits in use, the last column the exported parameter\n"
-      "tables that write the register.\n";
+  std::string document;
   int category = -1;
-  for (const RegisterGroup& group : register_groups()) {
-    if (group.first.category != category) {
-      category = group.first.category;
-      document += "\n## Category " + std::to_string(category) +
+  for (const registers::Register& row : registers::kRegisters) {
+    if (row.first.category != category) {
+      document += category < 0 ? "" : "\n";
+      category = row.first.category;
+      document += "## Category " + std::to_string(category) +
                   "\n\n| Byte | Name | Mask | Meaning | Tables |\n|---|---|---|---|---|\n";
     }
-    document += "| " + group_bytes(group) + " | " + group_name(group) + " | " + group_mask(group) + " | " +
-                std::string(group.meaning) + " | " + writers_of(group) + " |\n";
+    const std::string where = row.kind == registers::Kind::kBits ? "in " : "";
+    document += "| " + where + group_bytes(row) + " | " + group_name(row) + " | " + group_mask(row) + " | " +
+                meaning_of(row) + " | " + tables_of(row) + " |\n";
   }
   return document;
 }

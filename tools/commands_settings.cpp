@@ -4,7 +4,7 @@
 #include "ipcam/camera/camera_request.h"
 #include "tools/commands.h"
 #include "tools/link_state.h"
-#include "tools/register_masks.h"
+#include "tools/parameter_tables.h"
 #include "tools/settings_table.h"
 
 namespace ipcam::tools {
@@ -204,7 +204,7 @@ void get_query(Context& context, const std::string& name) {
     // As the control thread's handler answers, but without one.
     constexpr int kSet = 59;
     constexpr int kClear = 60;
-    const Address state = *parse_address("icr_state");
+    const Address state = registers::address("icr_state");
     const bool is_set = (BorrowedPort(context, tried)->read(state, tried) & register_mask(state)) != 0;
     answer = is_set ? kSet : kClear;
   } else if (context.session == nullptr) {

@@ -8,8 +8,6 @@
 #include <mutex>
 #include <utility>
 
-#include "tools/register_masks.h"
-
 namespace ipcam::tools {
 
 namespace {

@@ -1,7 +1,8 @@
-// Symbolic names of the image processor's registers, from the rows of registers.def.
+// Symbolic names of the image processor's registers, from the rows of the register map.
 #include "tools/register_names.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <iterator>
 
@@ -11,34 +12,20 @@ namespace ipcam::tools {
 
 namespace {
 
-constexpr std::uint8_t TABLE = 0;
+constexpr bool is_group(const registers::Register& row) { return row.kind != registers::Kind::kBits; }
 
-constexpr RegisterGroup kGroups[] = {
-#define REGISTERS(category, byte, count, mask, name, meaning) {{category, byte}, count, mask, name, meaning},
-#include "tools/registers.def"
-#undef REGISTERS
-};
-
-constexpr std::uint16_t end_of(const RegisterGroup& group) {
-  return static_cast<std::uint16_t>(group.first.byte + group.count);
-}
-
-static_assert(std::adjacent_find(std::begin(kGroups), std::end(kGroups),
-                                 [](const RegisterGroup& a, const RegisterGroup& b) {
-                                   return a.first >= b.first ||
-                                          (a.first.category == b.first.category && end_of(a) > b.first.byte);
-                                 }) == std::end(kGroups),
-              "ascending, and no register twice");
+constexpr auto kGroups = [] {
+  constexpr auto kCount = std::count_if(std::begin(registers::kRegisters), std::end(registers::kRegisters), is_group);
+  std::array<RegisterGroup, kCount> groups;
+  std::copy_if(std::begin(registers::kRegisters), std::end(registers::kRegisters), groups.begin(), is_group);
+  return groups;
+}();
 
 std::string name_in_group(const RegisterGroup& group, int index) {
   std::string name(group.name);
   if (group.count == 2) return name + (index == 0 ? "_lo" : "_hi");
   if (group.count > 2) return name + "_" + std::to_string(index);
   return name;
-}
-
-Address address_in_group(const RegisterGroup& group, int index) {
-  return {group.first.category, static_cast<std::uint16_t>(group.first.byte + index)};
 }
 
 std::optional<Address> parse_numbers(std::string_view text) {
@@ -56,7 +43,8 @@ std::span<const RegisterGroup> register_groups() { return kGroups; }
 
 const RegisterGroup* group_of(Address address) {
   const auto* group = std::find_if(std::begin(kGroups), std::end(kGroups), [&](const RegisterGroup& row) {
-    return row.first.category == address.category && row.first.byte <= address.byte && address.byte < end_of(row);
+    return row.first.category == address.category && row.first.byte <= address.byte &&
+           address.byte < row.first.byte + row.count;
   });
   return group == std::end(kGroups) ? nullptr : group;
 }
@@ -64,6 +52,15 @@ const RegisterGroup* group_of(Address address) {
 std::string register_name(Address address) {
   const RegisterGroup* group = group_of(address);
   return group == nullptr ? "" : name_in_group(*group, address.byte - group->first.byte);
+}
+
+std::uint8_t register_mask(Address address) {
+  const RegisterGroup* group = group_of(address);
+  return group == nullptr ? std::uint8_t{0xff} : mask_of(*group, address.byte - group->first.byte);
+}
+
+std::string meaning_of(const registers::Register& row) {
+  return std::string(row.meaning) + (row.kind == registers::Kind::kReadOnly ? "; read only" : "");
 }
 
 std::string address_text(Address address) {
@@ -74,12 +71,11 @@ std::string address_text(Address address) {
 
 std::optional<Address> parse_address(std::string_view text) {
   if (const auto address = parse_numbers(text)) return address;
+  std::string name(text);
+  std::replace(name.begin(), name.end(), '-', '_');  // as in names of settings
   for (const RegisterGroup& group : kGroups) {
-    if (!text.starts_with(group.name.substr(0, 1))) continue;
-    if (same_name(text, group.name)) return group.first;
-    for (int i = 0; i < group.count; ++i) {
-      if (same_name(text, name_in_group(group, i))) return address_in_group(group, i);
-    }
+    if (name == group.name) return group.first;
+    if (const int index = index_of(group, name); index >= 0) return address_of(group, index);
   }
   return std::nullopt;
 }

@@ -1,30 +1,19 @@
 // Symbolic names of the image processor's registers.
 #pragma once
 
-#include <compare>
-#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "registers/register_map.h"
+
 namespace ipcam::tools {
 
-struct Address {
-  std::uint8_t category = 0;
-  std::uint16_t byte = 0;
-  auto operator<=>(const Address&) const = default;
-};
-
-// Registers that follow one another and belong together; a row of the data file.
-struct RegisterGroup {
-  Address first;
-  std::uint16_t count;
-  std::uint8_t mask;  // bits in use; 0: see the parameter tables
-  std::string_view name;
-  std::string_view meaning;
-};
+using registers::Address;
+// Registers that follow one another and belong together: a row of the map that is no part of a register.
+using RegisterGroup = registers::Register;
 
 // In ascending order of addresses.
 std::span<const RegisterGroup> register_groups();
@@ -33,6 +22,10 @@ const RegisterGroup* group_of(Address address);
 
 // "saturation", "fixed_gain_lo", "cgamma_3"; empty when the register has no name.
 std::string register_name(Address address);
+// With what kind of register it is.
+std::string meaning_of(const registers::Register& row);
+// Bits in use of a register; all of one without a name.
+std::uint8_t register_mask(Address address);
 // "10/0x09".
 std::string address_text(Address address);
 

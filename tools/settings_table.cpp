@@ -2,11 +2,14 @@
 #include "tools/settings_table.h"
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <iterator>
+#include <utility>
 
 #include "camera/settings_record.h"
 #include "ipcam/camera/parameter_tables.h"
+#include "registers/white_balance_modes.h"
 
 namespace ipcam::tools {
 
@@ -14,9 +17,14 @@ namespace {
 
 using namespace ipcam::camera;  // request codes and parameter tables
 
+template <std::size_t... kRow>
+constexpr auto wb_words(std::index_sequence<kRow...>) {
+  constexpr auto kModes = registers::kRequestedModes;
+  return std::array{Word(kModes[kRow].keyword, kModes[kRow].request, kModes[kRow].stored)...};
+}
+constexpr auto kWbWords = wb_words(std::make_index_sequence<registers::kRequestedModes.size()>());
+
 constexpr Word kColorWords[] = {{"color", 2, 1}, {"monochrome", 3, 0}};
-constexpr Word kWbWords[] = {{"indoor", 5, 1}, {"outdoor", 6, 2}, {"onepush", 7, 3},       {"atw", 8, 4},
-                             {"manual", 9, 5}, {"atwpro", 21, 6}, {"fluorescent", 64, 10}, {"mercurylampmega", 65, 11}};
 constexpr Word kBacklightWords[] = {{"off", 0}, {"low", 2}, {"high", 4}};
 constexpr Word kOffOnWords[] = {{"off", 0}, {"on", 1}};
 constexpr Word kHoldWords[] = {{"on", 0, 1}, {"off", 1, 0}, {"toggle", 68, -1}};

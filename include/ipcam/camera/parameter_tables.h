@@ -67,22 +67,19 @@ IPCAM_CAMERA_API extern param_info g_lens_adjust[1];       // lens adjustment; f
 IPCAM_CAMERA_API extern param_info g_ae_normal[16];        // 8 shutter rows, 8 gain rows; do_shutter_gain
 IPCAM_CAMERA_API extern param_info g_ae_slow[24];          // 12 shutter rows, 12 gain rows; do_shutter_gain
 
-// --- Gain limits and iris
-// ----------------------------------------------------------------------------------------------
+// --- Gain limits and iris ---
 IPCAM_CAMERA_API extern param_info g_agc[1];            // automatic gain control, 0 or 1; do_agc
 IPCAM_CAMERA_API extern param_info g_agc_max_gain[20];  // gain ceilings: 8 normal, 12 slow-shutter; do_agc_max_gain
 IPCAM_CAMERA_API extern param_info g_miris_mode[2];     // iris held open, 0x55 or 0; do_miris_mode
 IPCAM_CAMERA_API extern param_info g_iris_modifier[7];  // iris modifier, sent as stored; do_iris_modifier
 IPCAM_CAMERA_API extern param_info g_miris_scl[7];      // iris scale, sent as stored; do_iris_modifier
 
-// --- Sensor, day/night
-// ---------------------------------------------------------------------------------------------------
+// --- Sensor, day/night ---
 IPCAM_CAMERA_API extern param_info g_binning[1];     // half-pixel readout, 0 or 1; do_binning
 IPCAM_CAMERA_API extern param_info g_sensormode[1];  // 0 "quadvga", 1 "vga"; do_sensormode
 IPCAM_CAMERA_API extern param_info g_dnlevel[4];     // day/night levels; do_dnmode, do_dnlevel
 
-// --- Exposure value tables, read-only
-// ----------------------------------------------------------------------------------
+// --- Exposure value tables, read-only ---
 IPCAM_CAMERA_API extern const std::uint16_t ae_normal_tbl[21][4];            // shutter side of g_ae_normal
 IPCAM_CAMERA_API extern const std::uint16_t ae_slow_tbl[15][6];              // shutter side of g_ae_slow
 IPCAM_CAMERA_API extern const std::uint16_t agc_normal_max_gain_tbl[14][6];  // gain side; the last 2 are not sent

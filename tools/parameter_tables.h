@@ -1,4 +1,4 @@
-// The bits of registers that the library uses, as its exported parameter tables have them.
+// Every exported parameter table of the library, by its name.
 #pragma once
 
 #include <span>
@@ -15,11 +15,7 @@ struct ParameterTable {
   std::span<const camera::param_info> rows;
 };
 
-// Every exported parameter table.
 std::vector<ParameterTable> parameter_tables();
-
-// Bits in use of a register: of its name's row, else of all tables with it, else all.
-std::uint8_t register_mask(Address address);
 
 inline Address address_of(const camera::param_info& row) {
   return {row.category, static_cast<std::uint16_t>(row.byte)};

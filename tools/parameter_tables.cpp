@@ -1,5 +1,5 @@
-// The bits of registers that the library uses, as its exported parameter tables have them.
-#include "tools/register_masks.h"
+// Every exported parameter table of the library, by its name.
+#include "tools/parameter_tables.h"
 
 #include "ipcam/camera/parameter_tables.h"
 
@@ -52,18 +52,6 @@ std::vector<ParameterTable> parameter_tables() {
       TABLE(g_dnlevel),
   };
 #undef TABLE
-}
-
-std::uint8_t register_mask(Address address) {
-  const RegisterGroup* group = group_of(address);
-  if (group != nullptr && group->mask != 0) return group->mask;
-  std::uint8_t mask = 0;
-  for (const ParameterTable& table : parameter_tables()) {
-    for (const camera::param_info& row : table.rows) {
-      if (address_of(row) == address) mask = static_cast<std::uint8_t>(mask | row.mask);
-    }
-  }
-  return mask == 0 ? std::uint8_t{0xff} : mask;
 }
 
 }  // namespace ipcam::tools
