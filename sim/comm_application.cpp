@@ -9,6 +9,7 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -16,12 +17,13 @@
 #include <stdexcept>
 #include <string>
 
+#include "sim/packet_entries.h"
+
 namespace ipcam::sim {
 namespace {
 
-constexpr int kAccess = 0600;  // requesters run as the same user
-constexpr std::uint8_t kSuccess = 1;
-constexpr std::uint8_t kRefused = 2;
+constexpr int kAccess = 0600;         // requesters run as the same user
+constexpr std::uint8_t kRefused = 2;  // status of an entry that was not carried out
 
 [[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what + ": " + std::strerror(errno)); }
 
@@ -252,29 +254,25 @@ void CommApplication::deliver(const Request& request, const Packet& reply) {
   if (fault == Fault::die_after_doorbell) die();
 }
 
-bool CommApplication::execute(const Packet& command, const Request& request, Packet& reply) {
-  if (command.length < 0 || command.length > kDataBytes) return false;
-  std::int32_t offset = 0;
-  for (std::int32_t i = 0; i < command.count; ++i) {
-    const std::uint8_t* entry = command.data + offset;
-    if (command.length - offset < 2 || entry[0] < 2 || entry[0] > command.length - offset) return false;
-    offset += entry[0];
-
-    const std::uint8_t type = entry[1];
-    const bool addressed = entry[0] >= 6;
-    const std::uint32_t category = addressed ? entry[2] : 0;
-    const std::uint32_t byte = addressed ? static_cast<std::uint32_t>(entry[3] << 8 | entry[4]) : 0;
-    const bool refused = request.fault == Fault::wrong_status && static_cast<std::uint32_t>(i) == request.plan.entry;
+bool CommApplication::execute(const Packet& packet, const Request& request, Packet& reply) {
+  const std::vector<CommandEntry> entries = decode_command(packet).entries;
+  const auto count = static_cast<std::uint32_t>(std::max(packet.count, 0));
+  if (packet.length < 0 || packet.length > kDataBytes || entries.size() < count) return false;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const CommandEntry& entry = entries[i];
+    const bool has_registers = !entry.values.empty();
+    const bool refused = request.fault == Fault::wrong_status && i == request.plan.entry;
     const std::uint8_t status = refused ? kRefused : kSuccess;
-    if (addressed && type == 1) {
-      append(reply, {3, status, refused ? std::uint8_t{0} : read_register(category, byte)});
-    } else if (addressed && type == 2) {
-      for (std::uint32_t n = 0; !refused && n + 5 < entry[0]; ++n) write_register(category, byte + n, entry[5 + n]);
+    if (has_registers && entry.type == kReadEntry) {
+      append(reply, {3, status, refused ? std::uint8_t{0} : read_register(entry.category, entry.byte)});
+    } else if (has_registers && entry.type == kWriteEntry) {
+      for (std::uint32_t n = 0; !refused && n < entry.values.size(); ++n) {
+        write_register(entry.category, entry.byte + n, entry.values[n]);
+      }
       append(reply, {2, status});
-    } else if ((addressed && type == 0) || (entry[0] == 2 && type == 9)) {
-      append(reply, {2, status});  // the entries of the all-to-SDRAM request
     } else {
-      append(reply, {2, kRefused});
+      const bool is_to_sdram = has_registers ? entry.type == 0 : entry.type == 9;  // of the all-to-SDRAM request
+      append(reply, {2, is_to_sdram ? status : kRefused});
     }
   }
   return true;

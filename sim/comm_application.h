@@ -50,8 +50,8 @@ class CommApplication {
   void serve_doorbell();
   // Puts the reply into the record, lets go of it and rings, as far as the fault allows. The lock is held.
   void deliver(const Request& request, const Packet& reply);
-  // Returns false when the packet is not made of entries.
-  bool execute(const Packet& command, const Request& request, Packet& reply);
+  // Returns false when the packet does not hold the entries that it counts.
+  bool execute(const Packet& packet, const Request& request, Packet& reply);
   std::uint8_t read_register(std::uint32_t category, std::uint32_t byte);
   void write_register(std::uint32_t category, std::uint32_t byte, std::uint8_t value);
   void advance_gains();

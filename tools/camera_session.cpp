@@ -119,8 +119,7 @@ RequestOutcome CameraSession::request(const Setting& setting, int value, const s
     const std::string reason = setting.depends.empty() ? "" : " (" + std::string(setting.depends) + ")";
     throw CommandError(kRefused, tried + ": refused" + reason);
   }
-  std::map<Address, std::uint8_t> registers;
-  RequestOutcome outcome{carried_out_writes(exchanges, registers)};
+  RequestOutcome outcome{carried_out_writes(exchanges)};
   if (setting.code == camera::REQUEST_ONE_PUSH_TRG && !selects_preset(outcome.writes)) {
     throw CommandError(kTimedOut, tried + ": the measurement found no gains");
   }
