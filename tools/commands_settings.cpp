@@ -130,17 +130,17 @@ std::string unsent_text(CameraSession& session, const Setting& setting, const st
 
 void run_request(Output& out, CameraSession& session, const Request& request) {
   const std::string tried = (request.setting->kind == Kind::kSetting ? "set " : "do ") + request.text;
-  const RequestOutcome outcome = session.request(*request.setting, request.value, tried);
+  const std::vector<RegisterWrite> writes = session.request(*request.setting, request.value, tried);
 
   Json json = {{"name", request.setting->name}};
   if (request.setting->kind == Kind::kSetting) json["value"] = request.value;
   json["registers"] = Json::array();
   std::string text = request.text;
-  for (const RegisterWrite& write : outcome.writes) {
+  for (const RegisterWrite& write : writes) {
     json["registers"].push_back(write_json(write));
     text += "\n" + write_text(write);
   }
-  if (outcome.writes.empty()) text += "\n" + unsent_text(session, *request.setting, tried);
+  if (writes.empty()) text += "\n" + unsent_text(session, *request.setting, tried);
   out.result(json, text);
 }
 

@@ -8,10 +8,8 @@
 #include <cstring>
 #include <map>
 #include <mutex>
-#include <utility>
 
 #include "ipcam/camera/dsp_command.h"
-#include "sim/packet_entries.h"
 #include "tools/register_masks.h"
 
 namespace ipcam::tools {
@@ -46,16 +44,20 @@ bool same_command(const sim::Packet& a, const sim::Packet& b) {
 
 }  // namespace
 
-void start_exchange_log() {
+ExchangeLog::ExchangeLog() {
   const std::lock_guard lock(g_mutex);
   g_exchanges.clear();
   g_is_logging = true;
 }
 
-std::vector<LoggedExchange> stop_exchange_log() {
+ExchangeLog::~ExchangeLog() {
   const std::lock_guard lock(g_mutex);
   g_is_logging = false;
-  return std::move(g_exchanges);
+}
+
+std::vector<LoggedExchange> ExchangeLog::exchanges() const {
+  const std::lock_guard lock(g_mutex);
+  return g_exchanges;
 }
 
 std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges) {
@@ -68,7 +70,7 @@ std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>&
     for (std::size_t i = 0; i < std::min(entries.size(), reply.size()); ++i) {
       const sim::CommandEntry& entry = entries[i];
       for (std::size_t n = 0; n < entry.values.size(); ++n) {
-        const Address address{entry.category, static_cast<std::uint16_t>(entry.byte + n)};
+        const Address address = address_in(entry, n);
         const bool is_write = entry.type == sim::kWriteEntry;
         const std::uint8_t value = is_write ? entry.values[n] : reply[i].value.value_or(0);
         const auto old = known.find(address);

@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "sim/wire_format.h"
+#include "sim/packet_entries.h"
 #include "tools/register_names.h"
 
 namespace ipcam::tools {
@@ -28,15 +28,27 @@ struct RegisterWrite {
   std::uint8_t value;
 };
 
-// Exchanges are taken down between the two calls only. Any thread.
-void start_exchange_log();
-std::vector<LoggedExchange> stop_exchange_log();
+// The register of an entry, or the one so many behind it.
+inline Address address_in(const sim::CommandEntry& entry, std::size_t index) {
+  return {entry.category, static_cast<std::uint16_t>(entry.byte + index)};
+}
+
+// Takes exchanges down while it exists, of all threads. One at a time.
+class ExchangeLog {
+ public:
+  ExchangeLog();
+  ~ExchangeLog();
+  ExchangeLog(const ExchangeLog&) = delete;
+  ExchangeLog& operator=(const ExchangeLog&) = delete;
+
+  std::vector<LoggedExchange> exchanges() const;
+};
 
 // The writes among `exchanges` that were carried out, in the order sent.
 std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges);
 
 // How long the last exchange took that failed, or whose reply reports a failure, and that was not repeated with
-// success; none when there is no such exchange. `end` is when the log was stopped.
+// success; none when there is no such exchange. `end` is when the last one ended.
 std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchange>& exchanges, Clock::time_point end);
 
 }  // namespace ipcam::tools
