@@ -3,8 +3,8 @@
 
 #include <charconv>
 
+#include "registers/words.h"
 #include "sim/exchange_text.h"
-#include "tools/values.h"
 
 namespace ipcam::sim {
 namespace {
@@ -32,11 +32,11 @@ std::uint32_t parse_number(const std::string& tried, std::string_view text, std:
   return value;
 }
 
-tools::Address parse_register(const std::string& tried, std::string_view text) {
-  if (const auto address = tools::parse_address(text)) return *address;
-  const std::vector<std::string> names = tools::register_names();
+registers::Address parse_register(const std::string& tried, std::string_view text) {
+  if (const auto address = registers::parse_address(text)) return *address;
+  const std::vector<std::string> names = registers::register_names();
   throw UsageError(tried + ": no such register (" + std::string(text) +
-                   tools::did_you_mean(text, {names.begin(), names.end()}) +
+                   registers::did_you_mean(text, {names.begin(), names.end()}) +
                    ", CATEGORY/BYTE up to 255/65535 or a register's name)");
 }
 

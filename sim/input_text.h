@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "registers/register_names.h"
 #include "sim/switchboard.h"
-#include "tools/register_names.h"
 
 namespace ipcam::sim {
 
@@ -24,13 +24,13 @@ std::uint32_t parse_number(const std::string& tried, std::string_view text, std:
 
 // "saturation=0x40" or "10/0x09=64,65,66": the register and its values, of which there must be one or more.
 struct RegisterValues {
-  tools::Address address;
+  registers::Address address;
   std::vector<std::uint8_t> values;
 };
 RegisterValues parse_register_values(const std::string& tried, std::string_view text);
 // The same with exactly one value.
 RegisterValues parse_register_value(const std::string& tried, std::string_view text);
-tools::Address parse_register(const std::string& tried, std::string_view text);
+registers::Address parse_register(const std::string& tried, std::string_view text);
 
 // "NAME[:EXCHANGE[:COUNT[:ENTRY]]]"
 struct FaultText {

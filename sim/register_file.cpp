@@ -35,11 +35,11 @@ void save_registers(const Switchboard& board, const std::string& path) {
       for (std::uint32_t byte = 0; byte < std::size(board.registers[0]); ++byte) {
         const std::uint8_t value = board.reg(category, byte);
         if (value == 0 && fresh->reg(category, byte) == 0) continue;
-        const tools::Address address{static_cast<std::uint8_t>(category), static_cast<std::uint16_t>(byte)};
-        const std::string name = tools::register_name(address);
+        const registers::Address address{static_cast<std::uint8_t>(category), static_cast<std::uint16_t>(byte)};
+        const std::string name = registers::register_name(address);
         char text[8];
         std::snprintf(text, sizeof(text), "=0x%02x", value);
-        file << tools::address_text(address) << text << (name.empty() ? "" : "  # ") << name << '\n';
+        file << registers::address_text(address) << text << (name.empty() ? "" : "  # ") << name << '\n';
       }
     }
     file.close();

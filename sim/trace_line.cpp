@@ -5,15 +5,15 @@
 #include <span>
 #include <vector>
 
+#include "registers/register_names.h"
 #include "sim/exchange_text.h"
 #include "sim/packet_entries.h"
-#include "tools/register_names.h"
 
 namespace ipcam::sim {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using tools::Address;
+using registers::Address;
 
 constexpr const char* kAccessNames[] = {"read", "write", "block", "other"};
 static_assert(std::size(kAccessNames) == static_cast<std::size_t>(Access::other) + 1);
@@ -22,7 +22,7 @@ Address address_in(const CommandEntry& entry, std::size_t index) {
   return {entry.category, static_cast<std::uint16_t>(entry.byte + index)};
 }
 
-bool begins_with(std::span<const Address> addresses, const tools::RegisterGroup& group) {
+bool begins_with(std::span<const Address> addresses, const registers::RegisterGroup& group) {
   if (addresses.size() < group.count) return false;
   for (std::uint16_t i = 0; i < group.count; ++i) {
     const auto byte = static_cast<std::uint16_t>(group.first.byte + i);
@@ -35,11 +35,11 @@ std::string names_of(std::span<const Address> addresses) {
   std::string names;
   bool any = false;
   while (!addresses.empty()) {
-    const tools::RegisterGroup* group = tools::group_of(addresses[0]);
+    const registers::RegisterGroup* group = registers::group_of(addresses[0]);
     const bool whole = group != nullptr && begins_with(addresses, *group);
     any = any || group != nullptr;
     names += names.empty() ? "" : " ";
-    names += whole ? std::string(group->name) : group != nullptr ? tools::register_name(addresses[0]) : "-";
+    names += whole ? std::string(group->name) : group != nullptr ? registers::register_name(addresses[0]) : "-";
     addresses = addresses.subspan(whole ? group->count : 1);
   }
   return any ? names : "";
@@ -70,7 +70,7 @@ std::string trace_json(const Exchange& exchange, std::uint32_t number) {
       const Json value = entry.type == kWriteEntry ? Json(entry.values[n]) : read;
       registers.push_back({{"category", address.category},
                            {"byte", address.byte},
-                           {"name", tools::register_name(address)},
+                           {"name", registers::register_name(address)},
                            {"value", value}});
     }
   }

@@ -61,7 +61,7 @@ void report(Output& out, const std::string& name, Durations durations) {
 Samples bench_exchanges(Context& context, int count, const std::string& tried) {
   context.out.progress("bench: exchanges");
   const LibraryMute mute;
-  const Address address = *parse_address("sensor_mode");
+  const Address address = *registers::parse_address("sensor_mode");
   BorrowedPort port(context, tried);
   BareExchange bare;
   return compare(

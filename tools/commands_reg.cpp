@@ -14,8 +14,8 @@ namespace {
 std::vector<std::string_view> views(const std::vector<std::string>& texts) { return {texts.begin(), texts.end()}; }
 
 Address parse_register(const std::string& text, const std::string& tried) {
-  if (const auto address = parse_address(text)) return *address;
-  throw CommandError(kUsage, tried + ": no register " + text + did_you_mean(text, views(register_names())) +
+  if (const auto address = registers::parse_address(text)) return *address;
+  throw CommandError(kUsage, tried + ": no register " + text + did_you_mean(text, views(registers::register_names())) +
                                  " (CATEGORY/BYTE or a name of camctl reg list)");
 }
 
@@ -87,7 +87,7 @@ void print_state(Output& out, Address address, std::uint8_t value) {
 }
 
 // Names of the settings and tables that write the registers of a group.
-std::string writers_of(const RegisterGroup& group) {
+std::string writers_of(const registers::RegisterGroup& group) {
   std::string names;
   for (const ParameterTable& table : parameter_tables()) {
     const bool writes = std::any_of(table.rows.begin(), table.rows.end(),
@@ -97,20 +97,20 @@ std::string writers_of(const RegisterGroup& group) {
   return names;
 }
 
-std::string group_name(const RegisterGroup& group) {
+std::string group_name(const registers::RegisterGroup& group) {
   std::string name(group.name);
   if (group.count == 1) return name;
   if (group.count == 2) return name + "_lo, " + name + "_hi";
   return name + "_0 to " + name + "_" + std::to_string(group.count - 1);
 }
 
-std::string group_bytes(const RegisterGroup& group) {
+std::string group_bytes(const registers::RegisterGroup& group) {
   const std::string first = hex(group.first.byte);
   return group.count == 1 ? first : first + " to " + hex(group.first.byte + group.count - 1u);
 }
 
 // The chroma gamma curve's registers take two masks in turn.
-std::string group_mask(const RegisterGroup& group) {
+std::string group_mask(const registers::RegisterGroup& group) {
   const std::string first = hex(register_mask(group.first));
   const auto second_byte = static_cast<std::uint16_t>(group.first.byte + 1);
   const std::string second = group.count > 1 ? hex(register_mask({group.first.category, second_byte})) : first;
@@ -215,9 +215,9 @@ void reg_watch(Context& context, const Words& registers, const WatchLimits& limi
 }
 
 void reg_list(Context& context) {
-  for (const std::string& name : register_names()) {
-    const Address address = *parse_address(name);
-    const RegisterGroup& group = *group_of(address);
+  for (const std::string& name : registers::register_names()) {
+    const Address address = *registers::parse_address(name);
+    const registers::RegisterGroup& group = *group_of(address);
     Json json = register_json(address);
     json["mask"] = register_mask(address);
     json["meaning"] = group.meaning;
@@ -234,7 +234,7 @@ std::string register_document() {
       "wherever `camctl reg` takes a register. The mask shows the bits in use, the last column the exported parameter\n"
       "tables that write the register.\n";
   int category = -1;
-  for (const RegisterGroup& group : register_groups()) {
+  for (const registers::RegisterGroup& group : registers::register_groups()) {
     if (group.first.category != category) {
       category = group.first.category;
       document += "\n## Category " + std::to_string(category) +

@@ -48,7 +48,7 @@ Finding exchange_finding(Context& context) {
   const auto start = std::chrono::steady_clock::now();
   try {
     const LibraryMute mute;
-    BorrowedPort(context, "doctor")->read(*parse_address("sensor_mode"), "doctor");
+    BorrowedPort(context, "doctor")->read(*registers::parse_address("sensor_mode"), "doctor");
   } catch (const CommandError& error) {
     return {"exchange", false, error.what(), "look at the comm application and at the link to the sub CPU",
             error.code()};

@@ -204,7 +204,7 @@ void get_query(Context& context, const std::string& name) {
     // As the control thread's handler answers, but without one.
     constexpr int kSet = 59;
     constexpr int kClear = 60;
-    const Address state = *parse_address("icr_state");
+    const Address state = *registers::parse_address("icr_state");
     const bool is_set = (BorrowedPort(context, tried)->read(state, tried) & register_mask(state)) != 0;
     answer = is_set ? kSet : kClear;
   } else if (context.session == nullptr) {

@@ -3,7 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/register_names.h"
+#include "registers/register_names.h"
 #include "tools/settings_table.h"
 
 namespace ipcam::tools {
@@ -51,9 +51,9 @@ Words all_setting_names() {
 
 // What the arguments of a command can be.
 Words arguments(const std::string& family, const std::string& command, const std::string& typed) {
-  if (family == "reg" && (command == "read" || command == "watch")) return register_names();
+  if (family == "reg" && (command == "read" || command == "watch")) return registers::register_names();
   if (family == "reg" && command == "write") {
-    Words names = register_names();
+    Words names = registers::register_names();
     for (std::string& name : names) name += '=';
     return names;
   }

@@ -25,7 +25,7 @@ using Registers = std::map<Address, std::uint8_t>;
 
 Registers read_named_registers(Context& context) {
   std::vector<Address> addresses;
-  for (const RegisterGroup& group : register_groups()) {
+  for (const registers::RegisterGroup& group : registers::register_groups()) {
     for (int i = 0; i < group.count; ++i) {
       addresses.push_back({group.first.category, static_cast<std::uint16_t>(group.first.byte + i)});
     }

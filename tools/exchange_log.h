@@ -6,12 +6,13 @@
 #include <optional>
 #include <vector>
 
+#include "registers/register_names.h"
 #include "sim/packet_entries.h"
-#include "tools/register_names.h"
 
 namespace ipcam::tools {
 
 using Clock = std::chrono::steady_clock;
+using registers::Address;
 
 struct LoggedExchange {
   sim::Packet command;

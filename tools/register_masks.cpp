@@ -55,7 +55,7 @@ std::vector<ParameterTable> parameter_tables() {
 }
 
 std::uint8_t register_mask(Address address) {
-  const RegisterGroup* group = group_of(address);
+  const registers::RegisterGroup* group = group_of(address);
   if (group != nullptr && group->mask != 0) return group->mask;
   std::uint8_t mask = 0;
   for (const ParameterTable& table : parameter_tables()) {

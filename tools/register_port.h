@@ -7,9 +7,11 @@
 #include <vector>
 
 #include "ipcam/camera/dsp_command.h"
-#include "tools/register_names.h"
+#include "registers/register_names.h"
 
 namespace ipcam::tools {
+
+using registers::Address;
 
 // Failures throw CommandError; `tried` leads their text. One thread at a time.
 class RegisterPort {

@@ -1,13 +1,13 @@
 // Symbolic names of the image processor's registers, from the rows of registers.def.
-#include "tools/register_names.h"
+#include "registers/register_names.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
 
-#include "tools/values.h"
+#include "registers/words.h"
 
-namespace ipcam::tools {
+namespace ipcam::registers {
 
 namespace {
 
@@ -92,4 +92,4 @@ std::vector<std::string> register_names() {
   return names;
 }
 
-}  // namespace ipcam::tools
+}  // namespace ipcam::registers

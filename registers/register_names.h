@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace ipcam::tools {
+namespace ipcam::registers {
 
 struct Address {
   std::uint8_t category = 0;
@@ -41,4 +41,4 @@ std::optional<Address> parse_address(std::string_view text);
 // Names of all registers, one by one.
 std::vector<std::string> register_names();
 
-}  // namespace ipcam::tools
+}  // namespace ipcam::registers
