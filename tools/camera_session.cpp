@@ -13,8 +13,8 @@
 #include "ipcam/camera/parameter_tables.h"
 #include "ipcam/comm/port_inf.h"
 #include "tools/link_state.h"
+#include "tools/record_text.h"
 #include "tools/register_masks.h"
-#include "tools/stored_record.h"
 
 namespace ipcam::tools {
 

@@ -92,6 +92,7 @@ class CommandLine {
   DumpRange dump_;
   WatchLimits watch_;
   bool yes_ = false;
+  bool force_ = false;
   int bench_count_ = 1000;
   bool bench_requests_ = false;
 };
@@ -152,6 +153,10 @@ void CommandLine::add_reg_commands() {
 
 void CommandLine::add_config_commands() {
   CLI::App* config = add_family("config", "Look at and change the stored settings");
+
+  CLI::App* init = add(config, "init", "Store sample settings where there are none", "config init");
+  init->add_flag("--force", force_, "Over those that are there");
+  on(init, [this] { config_init(context_, force_); });
 
   CLI::App* show = add(config, "show", "Show stored fields", "config show wb_mode");
   show->add_option("FIELD", names_, "Fields to show; all by default");

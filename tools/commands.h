@@ -69,6 +69,7 @@ void reg_list(Context& context);
 std::string register_document();
 
 // --- commands_config.cpp ---
+void config_init(Context& context, bool over_what_is_there);
 void config_show(Context& context, const Words& names);
 void config_set(Context& context, const Words& assignments);
 void config_save(Context& context, const std::string& file);

@@ -2,12 +2,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "tools/commands.h"
+#include "tools/record_text.h"
 #include "tools/settings_table.h"
-#include "tools/stored_record.h"
 
 namespace ipcam::tools {
 
@@ -16,6 +17,11 @@ namespace {
 camera::SettingsRecord stored_record(const std::string& tried) {
   if (const auto record = read_stored_record()) return *record;
   throw CommandError(kUsage, tried + ": the stored settings cannot be read (all.conf in the configuration directory)");
+}
+
+void store(const camera::SettingsRecord& record, const std::string& tried) {
+  if (settings::write_stored_record(record)) return;
+  throw CommandError(kUsage, tried + ": the stored settings cannot be written");
 }
 
 const Field& known_field(const std::string& name, const std::string& tried) {
@@ -41,6 +47,16 @@ std::vector<std::string> lines_of(const std::string& text) {
 }
 
 }  // namespace
+
+void config_init(Context& context, bool over_what_is_there) {
+  const std::filesystem::path path = settings::stored_record_path();
+  const bool is_there = read_stored_record() || std::filesystem::exists(std::filesystem::symlink_status(path));
+  if (is_there && !over_what_is_there) {
+    throw CommandError(kUsage, "config init: " + path.string() + " is there already, use --force");
+  }
+  store(settings::sample_record(), "config init");
+  context.out.result({{"file", path.string()}}, "sample settings in " + path.string());
+}
 
 void config_show(Context& context, const Words& names) {
   for (const std::string& name : names) known_field(name, "config show " + name);
@@ -84,7 +100,7 @@ void config_set(Context& context, const Words& assignments) {
   camera::SettingsRecord record = stored_record("config set");
   const camera::SettingsRecord before = record;
   for (const Change& change : changes) set_field(record, *change.field, change.value);
-  write_stored_record(record, "config set");
+  store(record, "config set");
   for (const Change& change : changes) {
     const int old_value = field_value(before, *change.field);
     context.out.result({{"name", change.field->name}, {"old", old_value}, {"new", change.value}},
@@ -115,7 +131,7 @@ void config_restore(Context& context, const std::string& file) {
     context.out.note(tried + ": no stored settings could be read, what the file leaves out becomes 0");
   }
   apply_record_text(text, file, record);
-  write_stored_record(record, tried);
+  store(record, tried);
   context.out.result({{"file", file}}, "restored from " + file);
 }
 

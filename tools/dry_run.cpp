@@ -10,7 +10,7 @@
 #include "sim/simulated_camera.h"
 #include "tools/commands.h"
 #include "tools/link_state.h"
-#include "tools/stored_record.h"
+#include "tools/record_text.h"
 
 namespace ipcam::tools {
 
@@ -38,12 +38,13 @@ Registers read_named_registers(Context& context) {
 
 // System V objects, /tmp and the stored settings of this process's own, and the camera's devices out of reach: nothing
 // that the requests do gets to the real camera. The factory's adjustment files in /var/tmp are the real ones.
-void enter_private_world(const camera::SettingsRecord& settings) {
+void enter_private_world(const camera::SettingsRecord& record) {
   sim::enter_own_namespaces({"/tmp"});
   sim::hide_devices();
   unsetenv("CAMSIM_DEVICES_DIR");
   setenv("IPCAM_CONFIG_DIR", "/tmp", 1);
-  write_stored_record(settings, kTried);
+  if (settings::write_stored_record(record)) return;
+  throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be copied");
 }
 
 // Namespaces are for a process with one thread, so beside a control thread a dry run needs a process of its own.
@@ -70,10 +71,10 @@ int run_own_program(Context& context, Words command_line) {
 
 int run_dry(Context& context, const std::vector<Request>& requests, const Words& command_line) {
   if (context.session != nullptr) return run_own_program(context, command_line);
-  const auto settings = read_stored_record();
-  if (!settings) throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be read");
+  const auto record = read_stored_record();
+  if (!record) throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be read");
   const Registers registers = read_named_registers(context);
-  enter_private_world(*settings);
+  enter_private_world(*record);
   sim::SimulatedCamera camera;
   camera.start();
   for (const auto& [address, value] : registers) camera.set_reg(address.category, address.byte, value);

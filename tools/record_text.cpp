@@ -1,5 +1,5 @@
-// The stored settings record: its fields by name, and its form as a text file.
-#include "tools/stored_record.h"
+// The stored settings record by the names of its fields, and as a text file.
+#include "tools/record_text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -14,14 +14,6 @@ namespace ipcam::tools {
 namespace {
 
 constexpr std::size_t kBytesPerLine = 16;
-
-class StoredConfig : public ipcam::config::ConfigFile {
- public:
-  StoredConfig() : ConfigFile(file_) {}
-
- private:
-  static inline char file_[] = "all.conf";
-};
 
 const std::uint8_t* bytes_of(const camera::SettingsRecord& record) {
   return reinterpret_cast<const std::uint8_t*>(&record);
@@ -76,20 +68,6 @@ bool set_bytes(const std::string& where, const std::string& bytes, camera::Setti
 }
 
 }  // namespace
-
-std::optional<camera::SettingsRecord> read_stored_record() {
-  camera::SettingsRecord record{};
-  StoredConfig config;
-  if (config.read_record(&record, camera::kSettingsKind) != 0) return std::nullopt;
-  return record;
-}
-
-void write_stored_record(const camera::SettingsRecord& record, const std::string& tried) {
-  camera::SettingsRecord copy = record;
-  StoredConfig config;
-  if (config.write_record(&copy, camera::kSettingsKind) == 0) return;
-  throw CommandError(kUsage, tried + ": the stored settings cannot be written");
-}
 
 int field_value(const camera::SettingsRecord& record, const Field& field) {
   const std::uint8_t* bytes = bytes_of(record) + field.offset;
