@@ -31,8 +31,6 @@ class CommApplication {
   };
   // Waits for one event, at most `limit_ms` (negative: without a limit), and serves it.
   Event serve_one(int limit_ms);
-  // Serves requests until SIGINT or SIGTERM.
-  void run();
 
   // Makes the record idle when the requester that has posted in it, or has been answered, is gone.
   void clear_abandoned();
@@ -58,8 +56,9 @@ class CommApplication {
   void trace(const Packet& command, const Packet& reply, Fault fault);
   void wait_until_given_up(const Request& request);
   void ring(std::int32_t pid);
-  void lock();
-  void unlock();
+  void lock() { change_semaphore(-1); }
+  void unlock() { change_semaphore(+1); }
+  void change_semaphore(short by);
   [[noreturn]] void die();
 
   Switchboard& board_;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -18,6 +19,12 @@ struct UsageError : std::runtime_error {
 };
 
 // All of them throw UsageError; `tried` leads its text.
+
+// Calls `use` with the lines of a file and their places, "FILE line 7". Blank lines are skipped, and so is what follows
+// a
+// '#'.
+void for_each_line(const std::string& path,
+                   const std::function<void(const std::string& where, const std::string& line)>& use);
 
 // A number from 0, in decimal or in hexadecimal with "0x".
 std::uint32_t parse_number(const std::string& tried, std::string_view text, std::uint32_t maximum);

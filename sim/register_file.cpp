@@ -1,7 +1,6 @@
 // Files of registers: one REGISTER=VALUE a line.
 #include "sim/register_file.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <fstream>
@@ -13,17 +12,11 @@
 namespace ipcam::sim {
 
 void load_registers(Switchboard& board, const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw UsageError(path + ": cannot be read");
   std::vector<RegisterValues> registers;
-  int number = 0;
-  for (std::string line; std::getline(file, line);) {
-    ++number;
-    line.erase(std::min(line.find('#'), line.size()));
+  for_each_line(path, [&](const std::string& where, std::string line) {
     std::erase_if(line, [](unsigned char c) { return std::isspace(c) != 0; });
-    if (!line.empty()) registers.push_back(parse_register_value(path + " line " + std::to_string(number), line));
-  }
-  if (file.bad()) throw UsageError(path + ": cannot be read");
+    registers.push_back(parse_register_value(where, line));
+  });
   for (const RegisterValues& row : registers) board.set_reg(row.address.category, row.address.byte, row.values[0]);
 }
 
