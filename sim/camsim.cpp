@@ -103,28 +103,18 @@ int execute(const std::string& directory, std::optional<int> camera, std::vector
   return error == ENOENT ? kNotFound : kNotExecutable;
 }
 
-void write_factory_file(const fs::path& path, const std::vector<std::uint8_t>& bytes) {
-  std::ofstream file(path, std::ios::binary);
-  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  file.close();
-  if (!file) throw std::runtime_error(path.string() + ": cannot be written");
-}
-
 // Sample adjustment files: validity mark 1 first, then plausible register values.
-void write_factory_files(const std::string& directory) {
-  std::vector<std::uint8_t> camera(48);
-  camera[0] = 1;
-  camera[2] = 1;  // nonzero: the EVR worker runs
-  camera[3] = 0x80;
-  camera[4] = 0x0c;
-  camera[5] = 0xc8;
-  for (std::size_t i = 8; i < 24; ++i) camera[i] = 0x80;   // hue
-  for (std::size_t i = 24; i < 40; ++i) camera[i] = 0x40;  // gain
-  write_factory_file(fs::path(directory) / "AdjCamera.txt", camera);
-  write_factory_file(fs::path(directory) / "AdjWbHalfPixels.txt",
-                     {1, 0, 0x40, 0x0e, 0x00, 0x10, 0xed, 0x07, 0, 0, 0, 0});
-  write_factory_file(fs::path(directory) / "AdjWbAllPixels.txt",
-                     {1, 0, 0x42, 0x0e, 0x00, 0x10, 0xf0, 0x07, 0, 0, 0, 0});
+void write_factory_files(const fs::path& directory) {
+  using namespace std::string_literals;
+  // The third byte starts the EVR worker; from the ninth on hue, then gain coefficients.
+  const std::string camera = "\1\0\1\x80\x0c\xc8\0\0"s + std::string(16, '\x80') + std::string(16, '\x40');
+  for (const auto& [name, bytes] : {std::pair("AdjCamera.txt", camera + std::string(8, '\0')),
+                                    std::pair("AdjWbHalfPixels.txt", "\1\0\x40\x0e\0\x10\xed\7\0\0\0\0"s),
+                                    std::pair("AdjWbAllPixels.txt", "\1\0\x42\x0e\0\x10\xf0\7\0\0\0\0"s)}) {
+    std::ofstream file(directory / name, std::ios::binary);
+    file << bytes << std::flush;
+    if (!file) throw std::runtime_error((directory / name).string() + ": cannot be written");
+  }
 }
 
 void add_run_options(CLI::App& app, RunOptions& options, bool& is_private) {

@@ -18,17 +18,15 @@ using registers::Address;
 constexpr const char* kAccessNames[] = {"read", "write", "block", "other"};
 static_assert(std::size(kAccessNames) == static_cast<std::size_t>(Access::other) + 1);
 
-Address address_in(const CommandEntry& entry, std::size_t index) {
-  return {entry.category, static_cast<std::uint16_t>(entry.byte + index)};
+// The register so many behind another.
+Address address_of(Address first, std::size_t index) {
+  return {first.category, static_cast<std::uint16_t>(first.byte + index)};
 }
 
 bool begins_with(std::span<const Address> addresses, const registers::RegisterGroup& group) {
-  if (addresses.size() < group.count) return false;
-  for (std::uint16_t i = 0; i < group.count; ++i) {
-    const auto byte = static_cast<std::uint16_t>(group.first.byte + i);
-    if (addresses[i] != Address{group.first.category, byte}) return false;
-  }
-  return true;
+  std::size_t i = 0;
+  while (i < group.count && i < addresses.size() && addresses[i] == address_of(group.first, i)) ++i;
+  return i == group.count;
 }
 
 std::string names_of(std::span<const Address> addresses) {
@@ -51,7 +49,8 @@ std::string trace_line(const Exchange& exchange) {
   const Command command = decode_command(exchange.command);
   std::vector<Address> addresses;
   for (const CommandEntry& entry : command.entries) {
-    for (std::size_t i = 0; i < entry.values.size(); ++i) addresses.push_back(address_in(entry, i));
+    for (std::size_t i = 0; i < entry.values.size(); ++i)
+      addresses.push_back(address_of({entry.category, entry.byte}, i));
   }
   const std::string names = command.access == Access::other ? "" : names_of(addresses);
   return command_text(exchange) + " -> " + reply_text(exchange) + (names.empty() ? "" : "  # ") + names;
@@ -66,7 +65,7 @@ std::string trace_json(const Exchange& exchange, std::uint32_t number) {
     const CommandEntry& entry = command.entries[i];
     const Json read = i < reply.size() && reply[i].value.has_value() ? Json(*reply[i].value) : Json();
     for (std::size_t n = 0; n < entry.values.size(); ++n) {
-      const Address address = address_in(entry, n);
+      const Address address = address_of({entry.category, entry.byte}, n);
       const Json value = entry.type == kWriteEntry ? Json(entry.values[n]) : read;
       registers.push_back({{"category", address.category},
                            {"byte", address.byte},

@@ -20,6 +20,12 @@ struct Context {
   CameraSession* session = nullptr;
 };
 
+// NAME and VALUE of "NAME=VALUE". Throws CommandError; `form` says what was expected.
+std::pair<std::string, std::string> split_assignment(const std::string& text, const std::string& tried,
+                                                     std::string_view form);
+// Whether a row of a list was asked for: by name, or by no names at all.
+bool is_wanted(std::string_view name, const Words& names);
+
 // The port of the shell's control thread, or one of the command's own once the link is known to carry requests.
 class BorrowedPort {
  public:

@@ -2,7 +2,6 @@
 #include "tools/record_text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <sstream>
@@ -52,17 +51,14 @@ bool fits(const Field& field, int value) {
 
 // Returns false when the line does not hold bytes of the record that have no name.
 bool set_bytes(const std::string& where, const std::string& bytes, camera::SettingsRecord& record) {
-  std::size_t offset = 0;
-  const char* where_end = where.data() + where.size();
-  const auto [end, error] = std::from_chars(where.data() + 2, where_end, offset, 16);
-  if (error != std::errc() || end != where_end || bytes.empty()) return false;
+  const auto first = parse_number(where);
+  if (!first || bytes.empty()) return false;
+  auto offset = static_cast<std::size_t>(*first);
   std::istringstream stream(bytes);
   for (std::string byte; stream >> byte; ++offset) {
-    std::uint8_t value = 0;
-    const auto [last, bad] = std::from_chars(byte.data(), byte.data() + byte.size(), value, 16);
-    if (bad != std::errc() || last != byte.data() + byte.size()) return false;
-    if (offset >= sizeof record || is_named(offset)) return false;
-    reinterpret_cast<std::uint8_t*>(&record)[offset] = value;
+    const auto value = parse_number("0x" + byte);
+    if (!value || *value > 0xff || offset >= sizeof record || is_named(offset)) return false;
+    reinterpret_cast<std::uint8_t*>(&record)[offset] = static_cast<std::uint8_t>(*value);
   }
   return true;
 }
