@@ -223,7 +223,7 @@ int main(int argc, char** argv) {
   std::ofstream error_output("/dev/fd/" + std::to_string(errors));
 
   ipcam::bench::isolate();
-  g_peer = std::make_unique<CommPeer>();
+  g_peer = std::make_unique<CommPeer>(ipcam::bench::make_link_key());
   // As in a well-behaved server program: no thread takes the doorbell from the one that waits for it.
   sigset_t doorbell;
   sigemptyset(&doorbell);

@@ -11,20 +11,16 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <system_error>
+
+#include "sim/wire_format.h"
 
 namespace ipcam::bench {
 
 namespace {
 
-constexpr char kKeyFile[] = "/tmp/comm.log";
-
-[[noreturn]] void die(const char* what) {
-  std::fprintf(stderr, "camera_bench: %s: %s\n", what, std::strerror(errno));
-  std::exit(1);
-}
+[[noreturn]] void fail(const char* what) { throw std::system_error(errno, std::generic_category(), what); }
 
 sigset_t doorbell_set() {
   sigset_t set;
@@ -71,24 +67,26 @@ void answer(camera::shm_info& record) {
 
 }  // namespace
 
-CommPeer::CommPeer() {
-  const int file = open(kKeyFile, O_CREAT | O_WRONLY, 0600);
-  if (file < 0) die(kKeyFile);
+key_t make_link_key() {
+  const int file = open(sim::kKeyFile, O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+  if (file < 0) fail(sim::kKeyFile);
   close(file);
-  const key_t key = ftok(kKeyFile, 'n');
-  sem_ = semget(key, 1, IPC_CREAT | 0600);
-  shm_ = shmget(key, sizeof(camera::shm_info), IPC_CREAT | 0600);
-  if (sem_ < 0 || shm_ < 0) die("semaphore or shared memory");
-  if (semctl(sem_, 0, SETVAL, 1) < 0) die("semctl");
+  return ftok(sim::kKeyFile, sim::kKeyProject);
+}
+
+CommPeer::CommPeer(key_t key)
+    : sem_(semget(key, 1, IPC_CREAT | 0600)), shm_(shmget(key, sizeof(camera::shm_info), IPC_CREAT | 0600)) {
+  if (sem_ < 0 || shm_ < 0) fail("semaphore or shared memory");
+  if (semctl(sem_, 0, SETVAL, 1) < 0) fail("semctl");
   void* address = shmat(shm_, nullptr, 0);
-  if (address == reinterpret_cast<void*>(-1)) die("shmat");
+  if (address == reinterpret_cast<void*>(-1)) fail("shmat");
   record_ = static_cast<camera::shm_info*>(address);
 
   const sigset_t doorbell = doorbell_set();
   sigset_t previous;
   sigprocmask(SIG_BLOCK, &doorbell, &previous);
   child_ = fork();
-  if (child_ < 0) die("fork");
+  if (child_ < 0) fail("fork");
   if (child_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     serve(sem_, *record_);
@@ -104,7 +102,6 @@ CommPeer::~CommPeer() {
   shmdt(record_);
   shmctl(shm_, IPC_RMID, nullptr);
   semctl(sem_, 0, IPC_RMID);
-  unlink(kKeyFile);
 }
 
 bool CommPeer::bare_exchange() {

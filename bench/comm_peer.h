@@ -1,17 +1,22 @@
 // A comm application that costs as little as possible, for measuring what the library adds.
 #pragma once
 
+#include <sys/ipc.h>
 #include <sys/types.h>
 
 #include "ipcam/camera/dsp_command.h"
 
 namespace ipcam::bench {
 
-// The shared objects and a child process that answers every request with success for each entry. A request without
-// entries is answered without touching the data: what is left is the cost of the primitives.
+// Key of the library's link; makes its file.
+key_t make_link_key();
+
+// The shared objects of a key and a child process that answers every request with success for each entry. A request
+// without entries is answered without touching the data: what is left is the cost of the primitives. With IPC_PRIVATE
+// nobody else reaches the objects, so that a camera's own link can be in use.
 class CommPeer {
  public:
-  CommPeer();  // exits the process with a message when something cannot be had
+  explicit CommPeer(key_t key);  // throws std::system_error
   ~CommPeer();
   CommPeer(const CommPeer&) = delete;
   CommPeer& operator=(const CommPeer&) = delete;

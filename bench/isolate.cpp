@@ -1,14 +1,11 @@
 // The surroundings of a benchmark.
 #include "bench/isolate.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 
+#include "settings/stored_record.h"
 #include "sim/namespaces.h"
 
 namespace ipcam::bench {
@@ -20,16 +17,10 @@ void isolate() {
     std::fprintf(stderr, "bench: %s\n", error.what());
     std::exit(1);
   }
-  std::array<unsigned char, 880> settings{};
-  settings[68] = 1;
-  settings[140] = 1;
-  const int file = open("/tmp/all.conf", O_CREAT | O_WRONLY, 0600);
-  if (file < 0 || write(file, settings.data(), settings.size()) != static_cast<ssize_t>(settings.size())) {
-    std::perror("bench: /tmp/all.conf");
-    std::exit(1);
-  }
-  close(file);
   setenv("IPCAM_CONFIG_DIR", "/tmp", 1);
+  if (settings::write_stored_record(settings::sample_record())) return;
+  std::fprintf(stderr, "bench: %s: cannot be written\n", settings::stored_record_path().c_str());
+  std::exit(1);
 }
 
 }  // namespace ipcam::bench

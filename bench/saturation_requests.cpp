@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   ipcam::bench::isolate();
-  const ipcam::bench::CommPeer peer;
+  const ipcam::bench::CommPeer peer(ipcam::bench::make_link_key());
   ipcam::comm::s_port_inf port{};
   if (ipcam::camera::new_camera_ctrl(&port) != 0) return 1;
   for (long i = 0; i < requests; ++i) {

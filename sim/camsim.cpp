@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "settings/stored_record.h"
 #include "sim/devices.h"
 #include "sim/input_text.h"
 #include "sim/namespaces.h"
@@ -22,6 +23,7 @@
 namespace {
 
 using namespace ipcam::sim;
+namespace settings = ipcam::settings;
 namespace fs = std::filesystem;
 
 enum ExitCode { kDone = 0, kFailedToRun = 1, kUsage = 2, kNotExecutable = 126, kNotFound = 127 };
@@ -57,6 +59,21 @@ void make_device_directory(const std::string& directory) {
   }
 }
 
+// In the world of `camsim --private`: for callers who have no stored settings, or cannot see them there.
+constexpr char kPrivateSettings[] = "/tmp";
+
+void enter_private_world() {
+  enter_own_namespaces();
+  setenv("IPCAM_CONFIG_DIR", kPrivateSettings, 1);
+  if (settings::write_stored_record(settings::sample_record())) return;
+  throw std::runtime_error("sample settings: cannot be written");
+}
+
+void join_private_world(pid_t simulator) {
+  join_namespaces(simulator);
+  if (!fs::exists(settings::stored_record_path())) setenv("IPCAM_CONFIG_DIR", kPrivateSettings, 1);
+}
+
 fs::path preload_library() {
   const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
   for (const char* directory : {CAMSIM_LIBRARY_DIR, "../lib", "."}) {
@@ -69,7 +86,7 @@ fs::path preload_library() {
 int execute(const std::string& directory, std::optional<int> camera, std::vector<std::string> command) {
   std::string preload = preload_library().string();  // before, since the way to this program may look different then
   if (!camera) camera = find_own_simulator();
-  if (camera) join_namespaces(*camera);
+  if (camera) join_private_world(*camera);
   make_device_directory(directory);
   if (const char* others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0') {
     preload.append(":").append(others);
@@ -86,31 +103,21 @@ int execute(const std::string& directory, std::optional<int> camera, std::vector
   return error == ENOENT ? kNotFound : kNotExecutable;
 }
 
-void write_factory_file(const fs::path& path, const std::vector<std::uint8_t>& bytes) {
-  std::ofstream file(path, std::ios::binary);
-  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  file.close();
-  if (!file) throw std::runtime_error(path.string() + ": cannot be written");
-}
-
 // Sample adjustment files: validity mark 1 first, then plausible register values.
-void write_factory_files(const std::string& directory) {
-  std::vector<std::uint8_t> camera(48);
-  camera[0] = 1;
-  camera[2] = 1;  // nonzero: the EVR worker runs
-  camera[3] = 0x80;
-  camera[4] = 0x0c;
-  camera[5] = 0xc8;
-  for (std::size_t i = 8; i < 24; ++i) camera[i] = 0x80;   // hue
-  for (std::size_t i = 24; i < 40; ++i) camera[i] = 0x40;  // gain
-  write_factory_file(fs::path(directory) / "AdjCamera.txt", camera);
-  write_factory_file(fs::path(directory) / "AdjWbHalfPixels.txt",
-                     {1, 0, 0x40, 0x0e, 0x00, 0x10, 0xed, 0x07, 0, 0, 0, 0});
-  write_factory_file(fs::path(directory) / "AdjWbAllPixels.txt",
-                     {1, 0, 0x42, 0x0e, 0x00, 0x10, 0xf0, 0x07, 0, 0, 0, 0});
+void write_factory_files(const fs::path& directory) {
+  using namespace std::string_literals;
+  // The third byte starts the EVR worker; from the ninth on hue, then gain coefficients.
+  const std::string camera = "\1\0\1\x80\x0c\xc8\0\0"s + std::string(16, '\x80') + std::string(16, '\x40');
+  for (const auto& [name, bytes] : {std::pair("AdjCamera.txt", camera + std::string(8, '\0')),
+                                    std::pair("AdjWbHalfPixels.txt", "\1\0\x40\x0e\0\x10\xed\7\0\0\0\0"s),
+                                    std::pair("AdjWbAllPixels.txt", "\1\0\x42\x0e\0\x10\xf0\7\0\0\0\0"s)}) {
+    std::ofstream file(directory / name, std::ios::binary);
+    file << bytes << std::flush;
+    if (!file) throw std::runtime_error((directory / name).string() + ": cannot be written");
+  }
 }
 
-void add_run_options(CLI::App& app, RunOptions& options) {
+void add_run_options(CLI::App& app, RunOptions& options, bool& is_private) {
   app.add_flag("--trace", options.trace, "Print every exchange (default: off)");
   app.add_flag("--json", options.json, "Print every exchange as a JSON object, one a line (default: off)");
   app.add_flag("--keep", options.keep, "Leave key file, semaphore and segment behind (default: remove)");
@@ -123,7 +130,7 @@ void add_run_options(CLI::App& app, RunOptions& options) {
   app.add_option("--scenario", options.scenario, "File of what happens when (default: none)")->type_name("FILE");
   app.add_flag("--steps", options.steps_from_input,
                "Take such steps, without their time, from the standard input (default: off)");
-  app.add_flag("--private", options.own_namespaces,
+  app.add_flag("--private", is_private,
                "Serve in namespaces of its own: nobody but `camsim exec` reaches it (default: off)");
   app.add_option("--picture", options.picture, "Keep a PNG file of what the registers show (default: none)")
       ->type_name("FILE");
@@ -138,7 +145,8 @@ int dispatch(int argc, char** argv) {
   app.require_subcommand(0, 1);
 
   RunOptions options;
-  add_run_options(app, options);
+  bool is_private = false;
+  add_run_options(app, options, is_private);
   std::string factory;
   CLI::Option* factory_option =
       app.add_option("--factory", factory, "Write sample factory adjustment files and end (default: /var/tmp)")
@@ -146,7 +154,7 @@ int dispatch(int argc, char** argv) {
           ->expected(0, 1);
 
   CLI::App* run_command = app.add_subcommand("run", "Serve register requests until SIGINT or SIGTERM; the default.");
-  add_run_options(*run_command, options);
+  add_run_options(*run_command, options, is_private);
 
   std::string devices = default_device_directory();
   std::optional<int> camera;
@@ -189,6 +197,7 @@ int dispatch(int argc, char** argv) {
   } else if (exec_command->parsed()) {
     return execute(devices, camera, command);
   } else {
+    if (is_private) enter_private_world();
     run(options);
   }
   return kDone;

@@ -9,6 +9,7 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -17,13 +18,13 @@
 #include <string>
 
 #include "registers/register_values.h"
+#include "sim/packet_entries.h"
 
 namespace ipcam::sim {
 namespace {
 
-constexpr int kAccess = 0600;  // requesters run as the same user
-constexpr std::uint8_t kSuccess = 1;
-constexpr std::uint8_t kRefused = 2;
+constexpr int kAccess = 0600;         // requesters run as the same user
+constexpr std::uint8_t kRefused = 2;  // status of an entry that was not carried out
 
 // Registers with which the sensor does more than remember.
 constexpr Bits kReadout = registers::bits("readout");
@@ -37,18 +38,11 @@ constexpr Address kMeasuredGains[] = {registers::address("measured_red_gain_lo")
 void pause_ms(int milliseconds) { poll(nullptr, 0, milliseconds); }
 
 // The record is shared memory: its packet is copied byte by byte, and each byte only once.
-Packet copy_from(const volatile Packet& source) {
-  Packet packet{};
-  packet.count = source.count;
-  packet.length = source.length;
-  for (int i = 0; i < kDataBytes; ++i) packet.data[i] = source.data[i];
-  return packet;
-}
-
-void copy_to(volatile Packet& destination, const Packet& packet) {
-  destination.count = packet.count;
-  destination.length = packet.length;
-  for (int i = 0; i < kDataBytes; ++i) destination.data[i] = packet.data[i];
+template <class To, class From>
+void copy_packet(To& to, const From& from) {
+  to.count = from.count;
+  to.length = from.length;
+  for (int i = 0; i < kDataBytes; ++i) to.data[i] = from.data[i];
 }
 
 void append(Packet& reply, std::initializer_list<std::uint8_t> entry) {
@@ -65,60 +59,26 @@ std::int32_t entry_offset(const Packet& reply, std::uint32_t entry) {
 void spoil(Packet& reply, Fault fault, std::uint32_t entry) {
   const std::int32_t offset = entry_offset(reply, entry);
   const bool exists = offset < reply.length;
-  switch (fault) {
-    case Fault::wrong_length_byte:
-      if (exists) reply.data[offset] = static_cast<std::uint8_t>(reply.data[offset] + 1);
-      break;
-    case Fault::torn_entry:
-      if (exists) reply.length = offset + 1;
-      break;
-    case Fault::count_too_small:
-      --reply.count;
-      break;
-    case Fault::count_too_large:
-      ++reply.count;
-      break;
-    case Fault::negative_count:
-      reply.count = -1;
-      break;
-    case Fault::length_too_large:
-      reply.length = kDataBytes + 1;
-      break;
-    case Fault::negative_length:
-      reply.length = -1;
-      break;
-    case Fault::empty_reply:
-      reply = {};
-      break;
-    default:
-      break;
-  }
+  if (fault == Fault::wrong_length_byte && exists) ++reply.data[offset];
+  if (fault == Fault::torn_entry && exists) reply.length = offset + 1;
+  if (fault == Fault::count_too_small) --reply.count;
+  if (fault == Fault::count_too_large) ++reply.count;
+  if (fault == Fault::negative_count) reply.count = -1;
+  if (fault == Fault::length_too_large) reply.length = kDataBytes + 1;
+  if (fault == Fault::negative_length) reply.length = -1;
+  if (fault == Fault::empty_reply) reply = {};
 }
 
-// Faults after which the registers are as they were.
+bool is_one_of(Fault fault, std::initializer_list<Fault> faults) { return std::ranges::count(faults, fault) != 0; }
+
+// False for those that leave the registers as they were.
 bool executes(Fault fault) {
-  switch (fault) {
-    case Fault::no_reply:
-    case Fault::reply_255:
-    case Fault::signal_without_reply:
-    case Fault::die_before:
-    case Fault::die_during:
-      return false;
-    default:
-      return true;
-  }
+  return !is_one_of(
+      fault, {Fault::no_reply, Fault::reply_255, Fault::signal_without_reply, Fault::die_before, Fault::die_during});
 }
 
 bool rings_in_time(Fault fault) {
-  switch (fault) {
-    case Fault::no_reply:
-    case Fault::late_reply:
-    case Fault::late_doorbell:
-    case Fault::reply_without_signal:
-      return false;
-    default:
-      return true;
-  }
+  return !is_one_of(fault, {Fault::no_reply, Fault::late_reply, Fault::late_doorbell, Fault::reply_without_signal});
 }
 
 }  // namespace
@@ -185,15 +145,10 @@ CommApplication::Event CommApplication::serve_one(int limit_ms) {
   return Event::doorbell;
 }
 
-void CommApplication::run() {
-  while (serve_one(-1) != Event::stop) {
-  }
-}
-
 void CommApplication::clear_record() {
   record_->status = kIdle;
   record_->req_pid = 0;
-  copy_to(record_->packet, {});
+  copy_packet(record_->packet, Packet{});
 }
 
 void CommApplication::clear_abandoned() {
@@ -209,7 +164,9 @@ void CommApplication::serve_doorbell() {
   // The doorbell is rung with the request already in the record, so it can be looked at without the lock.
   if (request.fault == Fault::die_before && record_->status == kPosted) {
     ++board_.requests_taken;
-    trace(copy_from(record_->packet), {}, request.fault);
+    Packet command{};
+    copy_packet(command, record_->packet);
+    trace(command, {}, request.fault);
     die();
   }
 
@@ -217,7 +174,8 @@ void CommApplication::serve_doorbell() {
   if (record_->status == kPosted) {
     ++board_.requests_taken;
     request.requester = record_->req_pid;
-    const Packet command = copy_from(record_->packet);
+    Packet command{};
+    copy_packet(command, record_->packet);
     Packet reply{};
     if (executes(request.fault) && !execute(command, request, reply)) request.fault = Fault::reply_255;
     spoil(reply, request.fault, request.plan.entry);
@@ -242,7 +200,7 @@ void CommApplication::deliver(const Request& request, const Packet& reply) {
   if (fault == Fault::reply_255) {
     record_->status = kFailed;
   } else if (executes(fault)) {
-    copy_to(record_->packet, reply);
+    copy_packet(record_->packet, reply);
     record_->status = kAnswered;
     if (fault == Fault::foreign_pid) record_->req_pid = request.requester + 1;
   }
@@ -261,29 +219,26 @@ void CommApplication::deliver(const Request& request, const Packet& reply) {
   if (fault == Fault::die_after_doorbell) die();
 }
 
-bool CommApplication::execute(const Packet& command, const Request& request, Packet& reply) {
-  if (command.length < 0 || command.length > kDataBytes) return false;
-  std::int32_t offset = 0;
-  for (std::int32_t i = 0; i < command.count; ++i) {
-    const std::uint8_t* entry = command.data + offset;
-    if (command.length - offset < 2 || entry[0] < 2 || entry[0] > command.length - offset) return false;
-    offset += entry[0];
-
-    const std::uint8_t type = entry[1];
-    const bool addressed = entry[0] >= 6;
-    Address address;
-    if (addressed) address = {entry[2], static_cast<std::uint16_t>(entry[3] << 8 | entry[4])};
-    const bool refused = request.fault == Fault::wrong_status && static_cast<std::uint32_t>(i) == request.plan.entry;
+bool CommApplication::execute(const Packet& packet, const Request& request, Packet& reply) {
+  const std::vector<CommandEntry> entries = decode_command(packet).entries;
+  const auto count = static_cast<std::uint32_t>(std::max(packet.count, 0));
+  if (packet.length < 0 || packet.length > kDataBytes || entries.size() < count) return false;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const CommandEntry& entry = entries[i];
+    const bool has_registers = !entry.values.empty();
+    const bool refused = request.fault == Fault::wrong_status && i == request.plan.entry;
     const std::uint8_t status = refused ? kRefused : kSuccess;
-    if (addressed && type == 1) {
-      append(reply, {3, status, refused ? std::uint8_t{0} : read_register(address)});
-    } else if (addressed && type == 2) {
-      for (int n = 5; !refused && n < entry[0]; ++n, ++address.byte) write_register(address, entry[n]);
+    if (has_registers && entry.type == kReadEntry) {
+      append(reply, {3, status, refused ? std::uint8_t{0} : read_register({entry.category, entry.byte})});
+    } else if (has_registers && entry.type == kWriteEntry) {
+      Address address{entry.category, entry.byte};
+      for (std::size_t n = 0; !refused && n < entry.values.size(); ++n, ++address.byte) {
+        write_register(address, entry.values[n]);
+      }
       append(reply, {2, status});
-    } else if ((addressed && type == 0) || (entry[0] == 2 && type == 9)) {
-      append(reply, {2, status});  // the entries of the all-to-SDRAM request
     } else {
-      append(reply, {2, kRefused});
+      const bool is_to_sdram = has_registers ? entry.type == 0 : entry.type == 9;  // of the all-to-SDRAM request
+      append(reply, {2, is_to_sdram ? status : kRefused});
     }
   }
   return true;
@@ -359,16 +314,11 @@ void CommApplication::ring(std::int32_t pid) {
   kill(pid, kDoorbell);
 }
 
-void CommApplication::lock() {
-  sembuf operation{.sem_num = 0, .sem_op = -1, .sem_flg = SEM_UNDO};
+void CommApplication::change_semaphore(short by) {
+  sembuf operation{.sem_num = 0, .sem_op = by, .sem_flg = SEM_UNDO};
   while (semop(sem_id_, &operation, 1) != 0) {
     if (errno != EINTR) fail("semaphore");
   }
-}
-
-void CommApplication::unlock() {
-  sembuf operation{.sem_num = 0, .sem_op = 1, .sem_flg = SEM_UNDO};
-  if (semop(sem_id_, &operation, 1) != 0) fail("semaphore");
 }
 
 void CommApplication::die() {

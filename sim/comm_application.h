@@ -31,8 +31,6 @@ class CommApplication {
   };
   // Waits for one event, at most `limit_ms` (negative: without a limit), and serves it.
   Event serve_one(int limit_ms);
-  // Serves requests until SIGINT or SIGTERM.
-  void run();
 
   // Makes the record idle when the requester that has posted in it, or has been answered, is gone.
   void clear_abandoned();
@@ -50,16 +48,17 @@ class CommApplication {
   void serve_doorbell();
   // Puts the reply into the record, lets go of it and rings, as far as the fault allows. The lock is held.
   void deliver(const Request& request, const Packet& reply);
-  // Returns false when the packet is not made of entries.
-  bool execute(const Packet& command, const Request& request, Packet& reply);
+  // Returns false when the packet does not hold the entries that it counts.
+  bool execute(const Packet& packet, const Request& request, Packet& reply);
   std::uint8_t read_register(Address address);
   void write_register(Address address, std::uint8_t value);
   void advance_gains();
   void trace(const Packet& command, const Packet& reply, Fault fault);
   void wait_until_given_up(const Request& request);
   void ring(std::int32_t pid);
-  void lock();
-  void unlock();
+  void lock() { change_semaphore(-1); }
+  void unlock() { change_semaphore(+1); }
+  void change_semaphore(short by);
   [[noreturn]] void die();
 
   Switchboard& board_;

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
@@ -14,20 +13,6 @@
 
 namespace ipcam::sim {
 namespace {
-
-struct DeviceFile {
-  std::string_view path;
-  off_t size;
-  bool gpio;
-};
-
-constexpr std::array<DeviceFile, 5> kDeviceFiles = {{
-    {"/dev/gpio-0", 1, true},
-    {"/dev/gpio-4", 1, true},
-    {"/dev/corvo2_gpio-0", 1, true},
-    {"/dev/mtdblock3", 0x80000, false},
-    {"/dev/mem", 0x1FFC000 + 0x3F00, false},
-}};
 
 constexpr std::string_view kVariantPin = "corvo2_gpio-0";
 

@@ -1,6 +1,8 @@
 // Stand-ins for the camera's GPIO, flash and memory devices: files in a directory, and the meaning of their ioctls.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -8,7 +10,22 @@
 
 namespace ipcam::sim {
 
-// Stands in for "/dev/gpio-0", "/dev/gpio-4", "/dev/corvo2_gpio-0", "/dev/mtdblock3" and "/dev/mem". All state is
+struct DeviceFile {
+  std::string_view path;
+  off_t size;  // of its stand-in
+  bool gpio;
+};
+
+// The camera's devices that the library opens.
+inline constexpr DeviceFile kDeviceFiles[] = {
+    {"/dev/gpio-0", 1, true},
+    {"/dev/gpio-4", 1, true},
+    {"/dev/corvo2_gpio-0", 1, true},
+    {"/dev/mtdblock3", 0x80000, false},
+    {"/dev/mem", 0x1FFC000 + 0x3F00, false},
+};
+
+// Stands in for these devices. All state is
 // in the files, so that any number of processes may share a directory, and a fresh object finds it again:
 // the first byte of a GPIO file is its level (for corvo2_gpio-0 the value that the camera reads from it), the
 // flash and memory files are what has been stored. Holds no descriptors. Any thread.

@@ -1,10 +1,12 @@
 // What users of the simulated camera write: numbers, registers and faults.
 #include "sim/input_text.h"
 
-#include <charconv>
+#include <algorithm>
+#include <fstream>
+#include <optional>
 
+#include "registers/words.h"
 #include "sim/exchange_text.h"
-#include "tools/values.h"
 
 namespace ipcam::sim {
 namespace {
@@ -21,22 +23,29 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 
 }  // namespace
 
-std::uint32_t parse_number(const std::string& tried, std::string_view text, std::uint32_t maximum) {
-  const bool hexadecimal = text.starts_with("0x");
-  const std::string_view digits = hexadecimal ? text.substr(2) : text;
-  std::uint32_t value = 0;
-  const auto [end, error] = std::from_chars(digits.begin(), digits.end(), value, hexadecimal ? 16 : 10);
-  if (error != std::errc() || end != digits.end() || value > maximum) {
-    throw UsageError(tried + ": bad number (" + std::string(text) + ", 0 to " + std::to_string(maximum) + ")");
+void for_each_line(const std::string& path,
+                   const std::function<void(const std::string& where, const std::string& line)>& use) {
+  std::ifstream file(path);
+  int number = 0;
+  for (std::string line; std::getline(file, line);) {
+    ++number;
+    line.erase(std::min(line.find('#'), line.size()));
+    if (line.find_first_not_of(" \t\r") != line.npos) use(path + " line " + std::to_string(number), line);
   }
-  return value;
+  if (!file.is_open() || file.bad()) throw UsageError(path + ": cannot be read");
 }
 
-tools::Address parse_register(const std::string& tried, std::string_view text) {
-  if (const auto address = tools::parse_address(text)) return *address;
-  const std::vector<std::string> names = tools::register_names();
+std::uint32_t parse_number(const std::string& tried, std::string_view text, std::uint32_t maximum) {
+  const std::optional<int> value = registers::parse_number(text);
+  if (value && *value >= 0 && static_cast<std::uint32_t>(*value) <= maximum) return static_cast<std::uint32_t>(*value);
+  throw UsageError(tried + ": bad number (" + std::string(text) + ", 0 to " + std::to_string(maximum) + ")");
+}
+
+registers::Address parse_register(const std::string& tried, std::string_view text) {
+  if (const auto address = registers::parse_address(text)) return *address;
+  const std::vector<std::string> names = registers::register_names();
   throw UsageError(tried + ": no such register (" + std::string(text) +
-                   tools::did_you_mean(text, {names.begin(), names.end()}) +
+                   registers::did_you_mean(text, {names.begin(), names.end()}) +
                    ", CATEGORY/BYTE up to 255/65535 or a register's name)");
 }
 

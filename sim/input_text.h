@@ -2,13 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "registers/register_names.h"
 #include "sim/switchboard.h"
-#include "tools/register_names.h"
 
 namespace ipcam::sim {
 
@@ -19,18 +20,24 @@ struct UsageError : std::runtime_error {
 
 // All of them throw UsageError; `tried` leads its text.
 
+// Calls `use` with the lines of a file and their places, "FILE line 7". Blank lines are skipped, and so is what follows
+// a
+// '#'.
+void for_each_line(const std::string& path,
+                   const std::function<void(const std::string& where, const std::string& line)>& use);
+
 // A number from 0, in decimal or in hexadecimal with "0x".
 std::uint32_t parse_number(const std::string& tried, std::string_view text, std::uint32_t maximum);
 
 // "saturation=0x40" or "10/0x09=64,65,66": the register and its values, of which there must be one or more.
 struct RegisterValues {
-  tools::Address address;
+  registers::Address address;
   std::vector<std::uint8_t> values;
 };
 RegisterValues parse_register_values(const std::string& tried, std::string_view text);
 // The same with exactly one value.
 RegisterValues parse_register_value(const std::string& tried, std::string_view text);
-tools::Address parse_register(const std::string& tried, std::string_view text);
+registers::Address parse_register(const std::string& tried, std::string_view text);
 
 // "NAME[:EXCHANGE[:COUNT[:ENTRY]]]"
 struct FaultText {

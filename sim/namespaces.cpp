@@ -13,7 +13,10 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "sim/devices.h"
 
 namespace ipcam::sim {
 namespace {
@@ -38,33 +41,23 @@ void map_user(uid_t user, gid_t group) {
   write_map("/proc/self/gid_map", std::to_string(group) + " " + std::to_string(group) + " 1");
 }
 
-// A folder that is to be seen again when something has been mounted over its path.
-struct KeptFolder {
-  fs::path path;
-  int descriptor;
-};
-
-std::vector<KeptFolder> open_folders_below(const fs::path& directory) {
-  std::vector<KeptFolder> kept;
-  // Beside bin/ there is lib/, which `camsim exec` and what it runs need.
-  const fs::path programs = fs::read_symlink("/proc/self/exe").parent_path();
-  for (const fs::path& path : {fs::current_path(), programs.parent_path()}) {
-    if (path.string().starts_with(directory.string() + "/")) {
-      kept.push_back({path, open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)});
-    }
-  }
-  return kept;
+void mount_over(const std::string& source, const fs::path& target) {
+  if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) fail(target);
 }
 
-// Puts an empty directory over a shared one.
-void cover(const fs::path& directory) {
-  const std::vector<KeptFolder> kept = open_folders_below(directory);
-  if (mount("camsim", directory.c_str(), "tmpfs", 0, "mode=1777") != 0) fail(directory);
-  for (const KeptFolder& folder : kept) {
-    fs::create_directories(folder.path);
-    const std::string source = "/proc/self/fd/" + std::to_string(folder.descriptor);
-    if (mount(source.c_str(), folder.path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) fail(folder.path);
-    close(folder.descriptor);
+// Puts an empty folder over a shared one. An open folder can be bound to its place again when its path no longer leads
+// to it.
+void cover(const fs::path& folder, const Paths& kept) {
+  std::vector<std::pair<fs::path, int>> below;
+  for (const fs::path& path : kept) {
+    if (!path.string().starts_with(folder.string() + "/")) continue;
+    below.emplace_back(path, open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
+  if (mount("camsim", folder.c_str(), "tmpfs", 0, "mode=1777") != 0) fail(folder);
+  for (const auto& [path, descriptor] : below) {
+    fs::create_directories(path);
+    mount_over("/proc/self/fd/" + std::to_string(descriptor), path);
+    close(descriptor);
   }
 }
 
@@ -88,18 +81,29 @@ bool is_simulator_from_here(const fs::path& process, const std::string& here) {
 
 }  // namespace
 
-void enter_own_namespaces() {
+void enter_own_namespaces(const Paths& covered, const Paths& kept) {
   const fs::path here = fs::current_path();
   const uid_t user = geteuid();
   const gid_t group = getegid();
   // Stays open as long as the process lives: `camsim exec` knows by it which simulator is meant.
   if (open("/proc/self/ns/ipc", O_RDONLY | O_CLOEXEC) < 0) fail("/proc/self/ns/ipc");
+  // A user namespace gives anybody the right to make the others; root has it, and stays root of the machine.
   if (unshare(CLONE_NEWNS | CLONE_NEWIPC | (user != 0 ? CLONE_NEWUSER : 0)) != 0) fail("unshare");
   if (user != 0) map_user(user, group);
+  // Without this the machine would see the mounts below as well.
   if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) fail("private mounts");
-  cover("/tmp");
-  cover("/var/tmp");
+  Paths in_place = kept;
+  in_place.push_back(here);
+  // Beside bin/ there is lib/, which the program and what it starts need.
+  in_place.push_back(fs::read_symlink("/proc/self/exe").parent_path().parent_path());
+  for (const fs::path& folder : covered) cover(folder, in_place);
   fs::current_path(here);
+}
+
+void hide_devices() {
+  for (const DeviceFile& device : kDeviceFiles) {
+    if (fs::exists(device.path)) mount_over("/dev/null", device.path);
+  }
 }
 
 void join_namespaces(pid_t pid) {

@@ -1,7 +1,6 @@
 // Files of registers: one REGISTER=VALUE a line.
 #include "sim/register_file.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <fstream>
@@ -13,17 +12,11 @@
 namespace ipcam::sim {
 
 void load_registers(Switchboard& board, const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw UsageError(path + ": cannot be read");
   std::vector<RegisterValues> registers;
-  int number = 0;
-  for (std::string line; std::getline(file, line);) {
-    ++number;
-    line.erase(std::min(line.find('#'), line.size()));
+  for_each_line(path, [&](const std::string& where, std::string line) {
     std::erase_if(line, [](unsigned char c) { return std::isspace(c) != 0; });
-    if (!line.empty()) registers.push_back(parse_register_value(path + " line " + std::to_string(number), line));
-  }
-  if (file.bad()) throw UsageError(path + ": cannot be read");
+    registers.push_back(parse_register_value(where, line));
+  });
   for (const RegisterValues& row : registers) board.set_reg(row.address.category, row.address.byte, row.values[0]);
 }
 
@@ -35,11 +28,11 @@ void save_registers(const Switchboard& board, const std::string& path) {
       for (std::uint32_t byte = 0; byte < std::size(board.registers[0]); ++byte) {
         const std::uint8_t value = board.reg(category, byte);
         if (value == 0 && fresh->reg(category, byte) == 0) continue;
-        const tools::Address address{static_cast<std::uint8_t>(category), static_cast<std::uint16_t>(byte)};
-        const std::string name = tools::register_name(address);
+        const registers::Address address{static_cast<std::uint8_t>(category), static_cast<std::uint16_t>(byte)};
+        const std::string name = registers::register_name(address);
         char text[8];
         std::snprintf(text, sizeof(text), "=0x%02x", value);
-        file << tools::address_text(address) << text << (name.empty() ? "" : "  # ") << name << '\n';
+        file << registers::address_text(address) << text << (name.empty() ? "" : "  # ") << name << '\n';
       }
     }
     file.close();

@@ -11,7 +11,6 @@
 
 #include "sim/comm_application.h"
 #include "sim/input_text.h"
-#include "sim/namespaces.h"
 #include "sim/picture.h"
 #include "sim/register_file.h"
 #include "sim/replace_file.h"
@@ -192,9 +191,6 @@ void Run::serve() {
 
 }  // namespace
 
-void run(const RunOptions& options) {
-  if (options.own_namespaces) enter_own_namespaces();
-  Run(options).serve();
-}
+void run(const RunOptions& options) { Run(options).serve(); }
 
 }  // namespace ipcam::sim

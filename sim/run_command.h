@@ -12,7 +12,6 @@ struct RunOptions {
   bool json = false;
   bool keep = false;
   bool steps_from_input = false;
-  bool own_namespaces = false;
   std::string registers;
   std::string save_registers;
   std::string scenario;

@@ -2,7 +2,6 @@
 #include "sim/scenario.h"
 
 #include <algorithm>
-#include <fstream>
 #include <sstream>
 
 namespace ipcam::sim {
@@ -12,16 +11,7 @@ constexpr std::uint32_t kMaxExchanges = 1000000;
 constexpr std::uint32_t kMaxPause_ms = 600000;
 constexpr char kForm[] = "at EXCHANGES[+PAUSE_MS] set|script|fault|restart ...";
 
-struct ActionName {
-  std::string_view name;
-  ScenarioStep::Action action;
-};
-constexpr ActionName kActions[] = {
-    {"set", ScenarioStep::Action::set},
-    {"script", ScenarioStep::Action::script},
-    {"fault", ScenarioStep::Action::fault},
-    {"restart", ScenarioStep::Action::restart},
-};
+constexpr std::string_view kActions[] = {"set", "script", "fault", "restart"};  // as ScenarioStep::Action
 
 int parse_pause(const std::string& tried, std::string_view text) {
   return static_cast<int>(parse_number(tried, text, kMaxPause_ms));
@@ -39,17 +29,12 @@ ScenarioStep parse_step(const std::string& where, const std::string& line) {
   std::istringstream words(line);
   std::string at, time, name;
   words >> at >> time >> name;
-  const auto* row = std::ranges::find(kActions, name, &ActionName::name);
-  if (at != "at" || row == std::end(kActions)) throw UsageError(where + ": not a step (" + line + ", " + kForm + ")");
+  const auto* action = std::ranges::find(kActions, name);
+  if (at != "at" || action == std::end(kActions))
+    throw UsageError(where + ": not a step (" + line + ", " + kForm + ")");
 
-  ScenarioStep step{.where = where,
-                    .text = name,
-                    .exchanges = 0,
-                    .pause_ms = 0,
-                    .action = row->action,
-                    .registers = {},
-                    .faults = {},
-                    .down_ms = 0};
+  ScenarioStep step{
+      .where = where, .text = name, .action = static_cast<ScenarioStep::Action>(action - std::begin(kActions))};
   const std::size_t plus = time.find('+');
   step.exchanges = parse_number(where, std::string_view(time).substr(0, plus), kMaxExchanges);
   if (plus != std::string::npos) step.pause_ms = parse_pause(where, std::string_view(time).substr(plus + 1));
@@ -73,21 +58,15 @@ ScenarioStep parse_step_now(const std::string& where, const std::string& line) {
 }
 
 std::vector<ScenarioStep> load_scenario(const std::string& path) {
-  std::ifstream file(path);
   std::vector<ScenarioStep> steps;
-  int number = 0;
-  for (std::string line; std::getline(file, line);) {
-    ++number;
-    line.erase(std::min(line.find('#'), line.size()));
-    if (line.find_first_not_of(" \t\r") == line.npos) continue;
-    const std::string where = path + " line " + std::to_string(number);
+  for_each_line(path, [&](const std::string& where, const std::string& line) {
     steps.push_back(parse_step(where, line));
-    if (steps.size() > 1 && steps.back().exchanges < steps[steps.size() - 2].exchanges) {
-      throw UsageError(where + ": before the step above it (" + std::to_string(steps.back().exchanges) + ", from " +
-                       std::to_string(steps[steps.size() - 2].exchanges) + ")");
-    }
-  }
-  if (!file.eof() || number == 0) throw UsageError(path + ": cannot be read, or is empty");
+    const std::uint32_t before = steps.size() > 1 ? steps[steps.size() - 2].exchanges : 0;
+    if (steps.back().exchanges >= before) return;
+    throw UsageError(where + ": before the step above it (" + std::to_string(steps.back().exchanges) + ", from " +
+                     std::to_string(before) + ")");
+  });
+  if (steps.empty()) throw UsageError(path + ": holds no step");
   return steps;
 }
 

@@ -22,9 +22,12 @@
 namespace ipcam::sim {
 namespace {
 
-constexpr int kPatienceMs = 10000;
-
-void pause_ms(int milliseconds) { poll(nullptr, 0, milliseconds); }
+// Not by the clock, which the controlling process may fake.
+template <class Condition>
+void wait_until(Condition holds) {
+  constexpr int kPatience_ms = 10000;
+  for (int i = 0; i < kPatience_ms && !holds(); ++i) poll(nullptr, 0, 1);
+}
 
 // A doorbell for the controlling process must not end the wait.
 pid_t wait_for_child(pid_t pid, int* status, int options) {
@@ -45,7 +48,7 @@ bool has_ended(pid_t child) {
   if (getppid() != parent) _exit(1);  // the parent died before its death could be noticed
   try {
     CommApplication application(board);
-    application.run();
+    while (application.serve_one(-1) != CommApplication::Event::stop) continue;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "camsim: comm application: %s\n", error.what());
     _exit(1);
@@ -76,7 +79,7 @@ void SimulatedCamera::start() {
   if (pid_ == 0) run_child(*board_, parent);
 
   // One that has died of a fault by now has been started all the same.
-  for (int i = 0; i < kPatienceMs && board_->starts == starts && !has_ended(pid_); ++i) pause_ms(1);
+  wait_until([&] { return board_->starts != starts || has_ended(pid_); });
   if (board_->starts == starts) {
     kill9();
     throw std::runtime_error("comm application did not start");
@@ -88,12 +91,11 @@ void SimulatedCamera::stop() {
   if (pid_ == 0) return;
   kill(pid_, SIGTERM);
   kill(pid_, SIGCONT);
-  for (int i = 0; i < kPatienceMs; ++i) {
+  wait_until([&] {
     reap(0);
-    if (pid_ == 0) break;
-    pause_ms(1);
-  }
-  if (pid_ != 0) kill9();
+    return pid_ == 0;
+  });
+  kill9();
   detach();
   remove_ipc_objects();  // it could not do so itself if it was dead already
 }
@@ -127,13 +129,8 @@ void SimulatedCamera::resume() {
   kill(pid_, SIGCONT);
 }
 
-void SimulatedCamera::restart() {
-  kill9();
-  start();
-}
-
 void SimulatedCamera::settle() const {
-  for (int i = 0; i < kPatienceMs && board_->running != 0 && board_->posted_seen != board_->posted; ++i) pause_ms(1);
+  wait_until([&] { return board_->running == 0 || board_->posted_seen == board_->posted; });
 }
 
 void SimulatedCamera::script(std::uint32_t category, std::uint32_t byte, const std::vector<std::uint8_t>& values) {
@@ -155,10 +152,6 @@ std::vector<std::string> SimulatedCamera::traffic_before(std::uint32_t end) cons
   return lines;
 }
 
-std::vector<std::string> SimulatedCamera::traffic() const { return traffic_before(board_->trace_end); }
-
-void SimulatedCamera::clear_traffic() { board_->trace_begin = board_->trace_end.load(); }
-
 std::vector<std::string> SimulatedCamera::take_traffic() {
   const std::uint32_t end = board_->trace_end;
   std::vector<std::string> lines = traffic_before(end);
@@ -175,8 +168,8 @@ Record SimulatedCamera::record() const {
 
 bool SimulatedCamera::record_is_clean() const {
   const Record now = record();
-  return now.status == kIdle && now.req_pid == 0 && now.packet.count == 0 && now.packet.length == 0 &&
-         std::ranges::all_of(now.packet.data, [](std::uint8_t byte) { return byte == 0; });
+  const Record clean{.status = kIdle, .comm_pid = now.comm_pid, .req_pid = 0, .packet = {}};
+  return std::memcmp(&now, &clean, sizeof now) == 0;
 }
 
 void SimulatedCamera::attach() {

@@ -27,8 +27,10 @@ class SimulatedCamera {
   void kill9();  // they stay, and the record stays as it was
   void pause();  // SIGSTOP: requests stay unanswered
   void resume();
-  void restart();                     // kill9() if it runs, then start()
-  pid_t pid() const { return pid_; }  // 0 when not started
+  void restart() {
+    kill9();
+    start();
+  }
   // Waits until the child has done all that follows from the requests posted so far, late doorbells included, or
   // is dead.
   void settle() const;
@@ -45,8 +47,8 @@ class SimulatedCamera {
 
   // Exchanges since the start or the last clear_traffic(), one line each, as command_text() writes them.
   // "dropped N" comes first when older ones have been lost.
-  std::vector<std::string> traffic() const;
-  void clear_traffic();
+  std::vector<std::string> traffic() const { return traffic_before(board_->trace_end); }
+  void clear_traffic() { board_->trace_begin = board_->trace_end.load(); }
   std::vector<std::string> take_traffic();  // traffic(), then clear_traffic()
 
   // The shared record as it is now; only while the objects exist.

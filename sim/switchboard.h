@@ -41,28 +41,13 @@ enum class Fault : std::uint32_t {
   empty_reply,           // a reply without entries
 };
 
-inline constexpr std::array<std::string_view, 22> kFaultNames = {"none",
-                                                                 "no_reply",
-                                                                 "late_reply",
-                                                                 "late_doorbell",
-                                                                 "reply_255",
-                                                                 "foreign_pid",
-                                                                 "wrong_status",
-                                                                 "wrong_length_byte",
-                                                                 "count_too_small",
-                                                                 "count_too_large",
-                                                                 "negative_count",
-                                                                 "length_too_large",
-                                                                 "negative_length",
-                                                                 "torn_entry",
-                                                                 "signal_without_reply",
-                                                                 "reply_without_signal",
-                                                                 "extra_signals",
-                                                                 "die_before",
-                                                                 "die_during",
-                                                                 "die_after",
-                                                                 "die_after_doorbell",
-                                                                 "empty_reply"};
+// clang-format off
+inline constexpr std::array<std::string_view, 22> kFaultNames = {
+    "none", "no_reply", "late_reply", "late_doorbell", "reply_255", "foreign_pid", "wrong_status", "wrong_length_byte",
+    "count_too_small", "count_too_large", "negative_count", "length_too_large", "negative_length", "torn_entry",
+    "signal_without_reply", "reply_without_signal", "extra_signals", "die_before", "die_during", "die_after",
+    "die_after_doorbell", "empty_reply"};
+// clang-format on
 static_assert(kFaultNames.size() == static_cast<std::size_t>(Fault::empty_reply) + 1);
 
 struct FaultPlan {
@@ -170,7 +155,6 @@ class SharedSwitchboard {
 
   Switchboard& operator*() const { return *board_; }
   Switchboard* operator->() const { return board_; }
-  Switchboard* get() const { return board_; }
 
  private:
   Switchboard* board_;

@@ -5,39 +5,40 @@
 #include <span>
 #include <vector>
 
+#include "registers/register_names.h"
 #include "sim/exchange_text.h"
-#include "tools/register_names.h"
+#include "sim/packet_entries.h"
 
 namespace ipcam::sim {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using Entries = std::span<const CommandEntry>;
+using registers::Address;
 
 constexpr const char* kAccessNames[] = {"read", "write", "block", "other"};
 static_assert(std::size(kAccessNames) == static_cast<std::size_t>(Access::other) + 1);
 
-tools::Address address_of(const CommandEntry& entry) { return {entry.category, entry.byte}; }
-
-bool begins_with(Entries entries, const tools::RegisterGroup& group) {
-  if (entries.size() < group.count) return false;
-  for (std::uint16_t i = 0; i < group.count; ++i) {
-    const auto byte = static_cast<std::uint16_t>(group.first.byte + i);
-    if (address_of(entries[i]) != tools::Address{group.first.category, byte}) return false;
-  }
-  return true;
+// The register so many behind another.
+Address address_of(Address first, std::size_t index) {
+  return {first.category, static_cast<std::uint16_t>(first.byte + index)};
 }
 
-std::string names_of(Entries entries) {
+bool begins_with(std::span<const Address> addresses, const registers::RegisterGroup& group) {
+  std::size_t i = 0;
+  while (i < group.count && i < addresses.size() && addresses[i] == address_of(group.first, i)) ++i;
+  return i == group.count;
+}
+
+std::string names_of(std::span<const Address> addresses) {
   std::string names;
   bool any = false;
-  while (!entries.empty()) {
-    const tools::RegisterGroup* group = tools::group_of(address_of(entries[0]));
-    const bool whole = group != nullptr && begins_with(entries, *group);
+  while (!addresses.empty()) {
+    const registers::RegisterGroup* group = registers::group_of(addresses[0]);
+    const bool whole = group != nullptr && begins_with(addresses, *group);
     any = any || group != nullptr;
     names += names.empty() ? "" : " ";
-    names += whole ? std::string(group->name) : group != nullptr ? tools::register_name(address_of(entries[0])) : "-";
-    entries = entries.subspan(whole ? group->count : 1);
+    names += whole ? std::string(group->name) : group != nullptr ? registers::register_name(addresses[0]) : "-";
+    addresses = addresses.subspan(whole ? group->count : 1);
   }
   return any ? names : "";
 }
@@ -45,7 +46,13 @@ std::string names_of(Entries entries) {
 }  // namespace
 
 std::string trace_line(const Exchange& exchange) {
-  const std::string names = names_of(decode_command(exchange.command).entries);
+  const Command command = decode_command(exchange.command);
+  std::vector<Address> addresses;
+  for (const CommandEntry& entry : command.entries) {
+    for (std::size_t i = 0; i < entry.values.size(); ++i)
+      addresses.push_back(address_of({entry.category, entry.byte}, i));
+  }
+  const std::string names = command.access == Access::other ? "" : names_of(addresses);
   return command_text(exchange) + " -> " + reply_text(exchange) + (names.empty() ? "" : "  # ") + names;
 }
 
@@ -53,18 +60,18 @@ std::string trace_json(const Exchange& exchange, std::uint32_t number) {
   const Command command = decode_command(exchange.command);
   const std::vector<ReplyEntry> reply = decode_reply(exchange.reply);
 
-  Json entries = Json::array();
-  for (std::size_t i = 0; i < command.entries.size(); ++i) {
+  Json registers = Json::array();
+  for (std::size_t i = 0; i < command.entries.size() && command.access != Access::other; ++i) {
     const CommandEntry& entry = command.entries[i];
-    Json value = entry.value;
-    if (command.access == Access::read) {
-      const bool answered = i < reply.size() && reply[i].value.has_value();
-      value = answered ? Json(*reply[i].value) : Json(nullptr);
+    const Json read = i < reply.size() && reply[i].value.has_value() ? Json(*reply[i].value) : Json();
+    for (std::size_t n = 0; n < entry.values.size(); ++n) {
+      const Address address = address_of({entry.category, entry.byte}, n);
+      const Json value = entry.type == kWriteEntry ? Json(entry.values[n]) : read;
+      registers.push_back({{"category", address.category},
+                           {"byte", address.byte},
+                           {"name", registers::register_name(address)},
+                           {"value", value}});
     }
-    entries.push_back({{"category", entry.category},
-                       {"byte", entry.byte},
-                       {"name", tools::register_name(address_of(entry))},
-                       {"value", value}});
   }
   Json status = Json::array();
   Json values = Json::array();
@@ -75,7 +82,7 @@ std::string trace_json(const Exchange& exchange, std::uint32_t number) {
   const Json line = {{"exchange", number},
                      {"access", kAccessNames[static_cast<std::size_t>(command.access)]},
                      {"command", command_text({exchange.command, {}, Fault::none})},
-                     {"entries", entries},
+                     {"entries", registers},
                      {"reply", {{"bytes", reply_text(exchange)}, {"status", status}, {"values", values}}},
                      {"fault", fault_name(exchange.fault)}};
   return line.dump();

@@ -147,6 +147,7 @@ class CamctlTest(unittest.TestCase):
                 (idle, ['flash', 'store'], 2, 'no terminal to ask on, use --yes'),
                 (idle, ['lsit'], 2, 'no command lsit, did you mean list'),
                 (idle, ['config', 'save', '/nowhere/file'], 2, 'No such file or directory'),
+                (idle, ['config', 'init'], 2, '/tmp/config/all.conf is there already, use --force'),
                 (idle, ['bench', '--count', '0'], 2, '--count')]:
             with self.subTest(options=options, arguments=arguments), Camera(*options):
                 result = self.check(camctl(*arguments, '--json'), code, message)
@@ -238,7 +239,7 @@ class CamctlTest(unittest.TestCase):
 
     def test_every_json_answer_can_be_parsed(self):
         lines = ('list', 'set saturation=3', 'do exposure', 'get icr', 'reg read 10/9', 'reg write 10/9=1',
-                 'reg dump 10', 'reg list', 'config show', 'config set saturation=2', 'config save a.txt',
+                 'reg dump 10', 'reg list', 'config init --force', 'config show', 'config set saturation=2', 'config save a.txt',
                  'config restore a.txt', 'config diff a.txt', 'doctor', 'flash sdram', 'flash load --yes',
                  'flash store --yes', 'bench --count 3 --requests', 'list --help', '--version', 'document registers')
         with Camera():

@@ -15,7 +15,7 @@ CONFIG = pathlib.Path('/tmp/config')
 def enter_world():
     """A world of the test's own, with /tmp as its folder."""
     if 'CAMERA_TEST_WORLD' not in os.environ:
-        os.execv(SOURCE / 'tests/world.sh', ['world.sh', BUILD, sys.executable, *sys.argv])
+        os.execv(BUILD / 'bin/test_world', ['test_world', sys.executable, *sys.argv])
     os.chdir('/tmp')
     CONFIG.mkdir()
     os.environ['IPCAM_CONFIG_DIR'] = str(CONFIG)

@@ -287,6 +287,10 @@ class OwnNamespacesTest(unittest.TestCase):
         result = camsim('exec', CAMCTL, 'reg', 'read', 'saturation')
         return result.stdout.removeprefix('10/0x09 saturation = ').strip() if result.returncode == 0 else result.returncode
 
+    def test_it_needs_no_stored_settings(self):
+        result = camsim('exec', CAMCTL, 'set', 'saturation=5')
+        self.assertEqual((result.returncode, result.stdout[-13:]), (0, '0x80 -> 0xc0\n'), result.stderr)
+
     def test_only_exec_reaches_it(self):
         self.assertEqual(camctl('reg', 'read', 'saturation').returncode, 4)
         self.assertEqual(self.saturation(), '0x05')

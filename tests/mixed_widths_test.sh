@@ -8,7 +8,7 @@ if [ "${CAMERA_TEST_WORLD:-}" != entered ]; then
   trap 'rm -f "$log"' EXIT
   { cd "$1" && cmake --preset release && cmake --build build/release --target camsim; } >"$log" 2>&1 ||
     { cat "$log"; echo "camsim of the release preset cannot be built"; exit 1; }
-  "$1/tests/world.sh" "$2" "$0" "$@"
+  "$2/bin/test_world" "$0" "$@"
   exit
 fi
 

@@ -10,7 +10,7 @@
 
 #include "ipcam/camera/parameter_tables.h"
 #include "registers/register_map.h"
-#include "sim/exchange_text.h"
+#include "sim/packet_entries.h"
 #include "tests/support/operations.h"
 #include "workers/evr_control.h"
 

@@ -1,21 +1,19 @@
 // The library's control thread, held for one command or for a whole shell.
 #include "tools/camera_session.h"
 
-#include <dirent.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
+#include <csignal>
 #include <map>
-#include <memory>
-#include <set>
 #include <thread>
 
 #include "ipcam/camera/camera_interface.h"
 #include "ipcam/comm/port_inf.h"
 #include "registers/register_values.h"
 #include "tools/link_state.h"
-#include "tools/stored_record.h"
+#include "tools/record_text.h"
 
 namespace ipcam::tools {
 
@@ -36,32 +34,6 @@ camera::s_cam_cgi_cmd send(std::int32_t code, int value) {
 // A code without a handler: answered when all that was queued before, and the start-up, is done.
 bool control_thread_serves() { return send(0, 0).result == 0; }
 
-std::set<int> threads() {
-  std::set<int> ids;
-  const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc/self/task"), closedir);
-  while (const dirent* entry = directory != nullptr ? readdir(directory.get()) : nullptr) {
-    if (entry->d_name[0] != '.') ids.insert(static_cast<int>(std::strtol(entry->d_name, nullptr, 10)));
-  }
-  return ids;
-}
-
-// The one-push worker runs on a thread that its trigger starts, and which the library does not show.
-void wait_until_ended(const std::set<int>& before, const std::string& tried) {
-  constexpr auto kLimit = 60s;  // 30 readings, each as slow as an exchange that times out and is waited for
-  const auto deadline = std::chrono::steady_clock::now() + kLimit;
-  std::set<int> started = threads();
-  for (const int id : before) started.erase(id);
-  const auto has_ended = [&] {
-    const std::set<int> now = threads();
-    return std::none_of(started.begin(), started.end(), [&](int id) { return now.contains(id); });
-  };
-  while (!has_ended()) {
-    check_for_stop();
-    if (std::chrono::steady_clock::now() > deadline) throw CommandError(kTimedOut, tried + ": does not end");
-    std::this_thread::sleep_for(20ms);
-  }
-}
-
 // A measurement with a result ends in preset 1.
 bool selects_preset(const std::vector<RegisterWrite>& writes) {
   constexpr registers::Bits kMode = registers::bits("wb_mode");
@@ -75,40 +47,49 @@ bool selects_preset(const std::vector<RegisterWrite>& writes) {
 CameraSession::CameraSession(const std::string& tried) {
   if (!read_stored_record()) throw CommandError(kUsage, tried + ": the stored settings cannot be read");
   require_link(tried);
+  const ExchangeLog log;
   if (camera::new_camera_ctrl(&g_port) != 0) throw CommandError(kRefused, tried + ": the control thread did not start");
-  try {
-    if (!control_thread_serves()) {
-      throw CommandError(kRefused, tried + ": the control thread refused the stored settings, see camctl config show");
-    }
-    control_thread_ = find_control_thread(tried);
-  } catch (...) {
+  if (!control_thread_serves()) {
     camera::delete_camera_IF(nullptr);
-    throw;
+    throw CommandError(kRefused, tried + ": the control thread refused the stored settings, see camctl config show");
   }
-}
-
-// A raw command is carried out on the control thread. This one is like none that a worker sends.
-int CameraSession::find_control_thread(const std::string& tried) {
-  const std::vector<Address> marker(3, registers::address("sensor_mode"));
-  start_exchange_log();
-  port_.read(marker, tried);
-  for (const LoggedExchange& exchange : stop_exchange_log()) {
-    if (static_cast<std::size_t>(exchange.command.count) == marker.size()) return exchange.thread;
-  }
-  throw CommandError(kRefused, tried + ": the control thread cannot be told from the others");
+  // Start-up sets the colour before any worker runs.
+  control_thread_ = log.exchanges().at(0).thread;
 }
 
 CameraSession::~CameraSession() { camera::delete_camera_IF(nullptr); }
 
-RequestOutcome CameraSession::request(const Setting& setting, int value, const std::string& tried) {
-  const std::set<int> threads_before = threads();
-  start_exchange_log();
+// The library does not show the thread that a measurement runs on. It is the one that sets the white-balance mode,
+// while the control thread has nothing to do.
+int CameraSession::wait_for_measurement(const ExchangeLog& log, const std::string& tried) const {
+  constexpr auto kLimit = 60s;  // 30 readings, each as slow as an exchange that times out and is waited for
+  const auto deadline = Clock::now() + kLimit;
+  constexpr Address kMode = registers::address("wb_mode");
+  const auto is_measurement = [&](const LoggedExchange& exchange) {
+    const std::vector<sim::CommandEntry> entries = sim::decode_command(exchange.command).entries;
+    return exchange.thread != control_thread_ && !entries.empty() && address_in(entries[0], 0) == kMode;
+  };
+  int worker = 0;
+  while (worker == 0 || tgkill(getpid(), worker, 0) == 0) {
+    check_for_stop();
+    if (Clock::now() > deadline) throw CommandError(kTimedOut, tried + ": does not end");
+    std::this_thread::sleep_for(20ms);
+    const std::vector<LoggedExchange> exchanges = log.exchanges();
+    const auto found = std::ranges::find_if(exchanges, is_measurement);
+    if (found != exchanges.end()) worker = found->thread;
+  }
+  return worker;
+}
+
+std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int value, const std::string& tried) {
+  const bool measures = setting.code == camera::REQUEST_ONE_PUSH_TRG;
+  const ExchangeLog log;
   const int result = send(setting.code, value).result;
-  if (result == 0 && setting.code == camera::REQUEST_ONE_PUSH_TRG) wait_until_ended(threads_before, tried);
-  std::vector<LoggedExchange> exchanges = stop_exchange_log();
-  // A worker that runs all the time goes on meanwhile.
+  const int worker = result == 0 && measures ? wait_for_measurement(log, tried) : control_thread_;
+  std::vector<LoggedExchange> exchanges = log.exchanges();
+  // Workers that run all the time go on meanwhile.
   std::erase_if(exchanges, [&](const LoggedExchange& exchange) {
-    return exchange.thread != control_thread_ && threads_before.contains(exchange.thread);
+    return exchange.thread != control_thread_ && exchange.thread != worker;
   });
 
   if (const auto elapsed = unrepaired_failure(exchanges, Clock::now())) fail_exchange(tried, *elapsed);
@@ -116,13 +97,10 @@ RequestOutcome CameraSession::request(const Setting& setting, int value, const s
     const std::string reason = setting.depends.empty() ? "" : " (" + std::string(setting.depends) + ")";
     throw CommandError(kRefused, tried + ": refused" + reason);
   }
-  std::map<Address, std::uint8_t> registers;
-  RequestOutcome outcome{carried_out_writes(exchanges, registers)};
-  if (setting.code == camera::REQUEST_ONE_PUSH_TRG && !selects_preset(outcome.writes)) {
-    throw CommandError(kTimedOut, tried + ": the measurement found no gains");
-  }
-  check_registers(outcome.writes, tried);
-  return outcome;
+  const std::vector<RegisterWrite> writes = carried_out_writes(exchanges);
+  if (measures && !selects_preset(writes)) throw CommandError(kTimedOut, tried + ": the measurement found no gains");
+  check_registers(writes, tried);
+  return writes;
 }
 
 int CameraSession::query(const Setting& setting, const std::string& tried) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "tools/exchange_log.h"
 #include "tools/output.h"
@@ -9,11 +10,6 @@
 #include "tools/settings_table.h"
 
 namespace ipcam::tools {
-
-// What a request did.
-struct RequestOutcome {
-  std::vector<RegisterWrite> writes;  // carried out, in the order sent
-};
 
 // One per process at a time. The control thread applies the stored settings when it starts; when it ends, an iris
 // hold and a running one-push measurement are lost.
@@ -27,16 +23,17 @@ class CameraSession {
 
   RegisterPort& port() { return port_; }
 
-  // Sends the request of a setting or a trigger, waits until the worker that it started has ended if it is to be
-  // waited for, and makes sure that the registers hold what was sent: a request's own result says nothing about
-  // that. Throws CommandError when the value was refused or the registers could not be set.
-  RequestOutcome request(const Setting& setting, int value, const std::string& tried);
+  // Sends the request of a setting or a trigger, waits until a measurement that it started has ended, and makes sure
+  // that the registers hold what was sent: a request's own result says nothing about that. Returns the writes that
+  // were carried out, in the order sent. Throws CommandError when the value was refused or the registers could not be
+  // set.
+  std::vector<RegisterWrite> request(const Setting& setting, int value, const std::string& tried);
 
   // Answer of the iris hold query.
   int query(const Setting& setting, const std::string& tried);
 
  private:
-  int find_control_thread(const std::string& tried);
+  int wait_for_measurement(const ExchangeLog& log, const std::string& tried) const;
   void check_registers(const std::vector<RegisterWrite>& writes, const std::string& tried);
 
   ControlThreadPort port_;

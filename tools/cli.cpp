@@ -4,7 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
-#include <functional>
+#include <optional>
 
 #include "tools/completion.h"
 #include "tools/settings_table.h"
@@ -40,8 +40,6 @@ class CommandLine {
   int run(const Words& words);
 
  private:
-  using Action = std::function<void()>;
-
   CLI::App* add(CLI::App* parent, const std::string& name, const std::string& purpose, const std::string& example) {
     CLI::App* command = parent->add_subcommand(name, purpose);
     command->fallthrough();
@@ -53,36 +51,23 @@ class CommandLine {
     family->fallthrough()->require_subcommand(1)->footer(kExitCodes);
     return family;
   }
-  // The results of the action end with the action.
-  void on(CLI::App* command, const Action& action) {
-    command->callback([this, action] {
-      action_ = [this, action] {
-        action();
-        context_.out.finish();
-        return static_cast<int>(kDone);
-      };
-    });
-  }
-  void on_code(CLI::App* command, const std::function<int()>& action) {
-    command->callback([this, action] { action_ = action; });
-  }
-
   void add_settings_commands();
   void add_reg_commands();
   void add_config_commands();
   void add_service_commands();
   void add_commands_outside_shell();
 
-  int run_or_show(const std::vector<Request>& requests) {
-    if (dry_run_) return run_dry(context_, requests, words_);
-    run_requests(context_, requests);
-    context_.out.finish();
-    return kDone;
+  void run_or_show(const std::vector<Request>& requests) {
+    if (dry_run_) {
+      code_ = run_dry(context_, requests, words_);
+    } else {
+      run_requests(context_, requests);
+    }
   }
 
   Context& context_;
   CLI::App app_{"camctl: sets, reads and examines the camera's image control", "camctl"};
-  std::function<int()> action_;
+  std::optional<int> code_;  // of a command that has ended its results by itself
   Words words_;
 
   bool json_ = false;
@@ -92,6 +77,7 @@ class CommandLine {
   DumpRange dump_;
   WatchLimits watch_;
   bool yes_ = false;
+  bool force_ = false;
   int bench_count_ = 1000;
   bool bench_requests_ = false;
 };
@@ -99,21 +85,21 @@ class CommandLine {
 void CommandLine::add_settings_commands() {
   CLI::App* list = add(&app_, "list", "Show the settings, their values and what they do", "list saturation wb");
   list->add_option("NAME", names_, "Settings to show; all by default");
-  on(list, [this] { list_settings(context_, names_); });
+  list->callback([this] { list_settings(context_, names_); });
 
   CLI::App* set = add(&app_, "set", "Change settings", "set saturation=3 wb=outdoor");
   set->add_option("NAME=VALUE", names_, "Settings and values of camctl list")->required();
   set->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
-  on_code(set, [this] { return run_or_show(parse_assignments(names_)); });
+  set->callback([this] { run_or_show(parse_assignments(names_)); });
 
   CLI::App* trigger = add(&app_, "do", "Start an action", "do exposure");
   trigger->add_option("NAME", name_, "Trigger of camctl list")->required();
   trigger->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
-  on_code(trigger, [this] { return run_or_show({parse_trigger(name_)}); });
+  trigger->callback([this] { run_or_show({parse_trigger(name_)}); });
 
   CLI::App* get = add(&app_, "get", "Ask the camera for a state", "get icr");
   get->add_option("NAME", name_, "Query of camctl list")->required();
-  on(get, [this] { get_query(context_, name_); });
+  get->callback([this] { get_query(context_, name_); });
 }
 
 void CommandLine::add_reg_commands() {
@@ -122,18 +108,18 @@ void CommandLine::add_reg_commands() {
 
   CLI::App* read = add(reg, "read", "Read registers", "reg read saturation 12/0x7c");
   read->add_option("REGISTER", names_, kRegister)->required();
-  on(read, [this] { reg_read(context_, names_); });
+  read->callback([this] { reg_read(context_, names_); });
 
   CLI::App* write = add(reg, "write", "Write registers under their mask", "reg write saturation=0x80 2/3=1:0x03");
   write->add_option("REGISTER=VALUE[:MASK]", names_, "What to write; by default under the register's own mask")
       ->required();
-  on(write, [this] { reg_write(context_, names_); });
+  write->callback([this] { reg_write(context_, names_); });
 
   CLI::App* dump = add(reg, "dump", "Show a category's registers in a grid", "reg dump 12 0x70 0x8f");
   dump->add_option("CATEGORY", dump_.category, "0 to 255")->required()->check(CLI::Range(0, 0xff));
   dump->add_option("FIRST", dump_.first, "First byte number")->capture_default_str()->check(CLI::Range(0, 0xffff));
   dump->add_option("LAST", dump_.last, "Last byte number")->capture_default_str()->check(CLI::Range(0, 0xffff));
-  on(dump, [this] { reg_dump(context_, dump_); });
+  dump->callback([this] { reg_dump(context_, dump_); });
 
   CLI::App* watch = add(reg, "watch", "Show registers, then each change", "reg watch shutter_value --timeout 10");
   watch->add_option("REGISTER", names_, kRegister)->required();
@@ -142,68 +128,76 @@ void CommandLine::add_reg_commands() {
   watch->add_option("--interval", watch_.interval_ms, "Milliseconds between reads")
       ->capture_default_str()
       ->check(CLI::Range(1, 60000));
-  on_code(watch, [this] {
+  watch->callback([this] {
     reg_watch(context_, names_, watch_);
-    return static_cast<int>(kDone);
+    code_ = kDone;
   });
 
-  on(add(reg, "list", "Show the names of registers", "reg list"), [this] { reg_list(context_); });
+  add(reg, "list", "Show the names of registers", "reg list")->callback([this] { reg_list(context_); });
 }
 
 void CommandLine::add_config_commands() {
   CLI::App* config = add_family("config", "Look at and change the stored settings");
 
+  CLI::App* init = add(config, "init", "Store sample settings where there are none", "config init");
+  init->add_flag("--force", force_, "Over those that are there");
+  init->callback([this] { config_init(context_, force_); });
+
   CLI::App* show = add(config, "show", "Show stored fields", "config show wb_mode");
   show->add_option("FIELD", names_, "Fields to show; all by default");
-  on(show, [this] { config_show(context_, names_); });
+  show->callback([this] { config_show(context_, names_); });
 
   CLI::App* set = add(config, "set", "Change stored fields", "config set shutter_speed=3 auto_shutter=off");
   set->add_option("FIELD=VALUE", names_, "Fields and values")->required();
-  on(set, [this] { config_set(context_, names_); });
+  set->callback([this] { config_set(context_, names_); });
 
   CLI::App* save = add(config, "save", "Save the stored settings as a text file", "config save before.txt");
   save->add_option("FILE", name_, "File to write; - for standard output")->required();
-  on(save, [this] { config_save(context_, name_); });
+  save->callback([this] { config_save(context_, name_); });
 
   CLI::App* restore = add(config, "restore", "Store what a saved file says", "config restore before.txt");
   restore->add_option("FILE", name_, "File of camctl config save; lines may be left out")->required();
-  on(restore, [this] { config_restore(context_, name_); });
+  restore->callback([this] { config_restore(context_, name_); });
 
   CLI::App* diff = add(config, "diff", "Compare the stored settings with a saved file", "config diff before.txt");
   diff->add_option("FILE", name_, "File of camctl config save")->required();
-  on(diff, [this] { config_diff(context_, name_); });
+  diff->callback([this] { config_diff(context_, name_); });
 }
 
 void CommandLine::add_service_commands() {
-  on(add(&app_, "doctor", "Examine the link to the camera and say what to do", "doctor"), [this] { doctor(context_); });
+  CLI::App* doctor_command = add(&app_, "doctor", "Examine the link to the camera and say what to do", "doctor");
+  doctor_command->callback([this] { doctor(context_); });
 
   CLI::App* flash_family = add_family("flash", "Copy the image processor's parameters");
   CLI::App* load = add(flash_family, "load", "Load the parameter area from flash", "flash load --yes");
   CLI::App* store = add(flash_family, "store", "Store the parameter area to flash", "flash store --yes");
   for (CLI::App* command : {load, store}) command->add_flag("--yes", yes_, "Do not ask");
-  on(load, [this] { flash(context_, FlashAction::kLoad, yes_); });
-  on(store, [this] { flash(context_, FlashAction::kStore, yes_); });
-  on(add(flash_family, "sdram", "Tell the sub CPU to put all into SDRAM", "flash sdram"),
-     [this] { flash(context_, FlashAction::kAllToSdram, yes_); });
+  load->callback([this] { flash(context_, FlashAction::kLoad, yes_); });
+  store->callback([this] { flash(context_, FlashAction::kStore, yes_); });
+  CLI::App* sdram = add(flash_family, "sdram", "Tell the sub CPU to put all into SDRAM", "flash sdram");
+  sdram->callback([this] { flash(context_, FlashAction::kAllToSdram, yes_); });
 
   CLI::App* bench_command = add(&app_, "bench", "Measure latencies against the bare system calls", "bench --count 200");
   bench_command->add_option("--count", bench_count_, "Samples of each kind")
       ->capture_default_str()
       ->check(CLI::Range(1, 1000000));
   bench_command->add_flag("--requests", bench_requests_, "Requests to the control thread too");
-  on(bench_command, [this] { bench(context_, bench_count_, bench_requests_); });
+  bench_command->callback([this] { bench(context_, bench_count_, bench_requests_); });
 }
 
 // A shell in a shell would need a second control thread; the document commands serve the project itself.
 void CommandLine::add_commands_outside_shell() {
   CLI::App* shell = add(&app_, "shell", "Run commands, one a line, with one control thread", "shell < session.txt");
-  on_code(shell, [this] { return run_shell(context_); });
+  shell->callback([this] { code_ = run_shell(context_); });
 
   CLI::App* document = app_.add_subcommand("document", "Generated parts of the documentation");
   document->group("")->fallthrough()->require_subcommand(1);
   const auto show = [this](const std::string& text) { context_.out.result({{"text", text}}, text); };
-  on(document->add_subcommand("settings", "Section of the man page")->fallthrough(), [=] { show(man_settings()); });
-  on(document->add_subcommand("registers", "Register map")->fallthrough(), [=] { show(register_document()); });
+  const auto add_part = [&](const char* name, const char* purpose) {
+    return document->add_subcommand(name, purpose)->fallthrough();
+  };
+  add_part("settings", "Section of the man page")->callback([=] { show(man_settings()); });
+  add_part("registers", "Register map")->callback([=] { show(register_document()); });
 }
 
 // A sentence of the parser's as the end of a message; names in capitals stay.
@@ -250,17 +244,15 @@ int CommandLine::run(const Words& words) {
   } catch (const CLI::CallForHelp&) {
     const std::string help = app_.help();
     context_.out.result({{"help", help}}, help);
-    context_.out.finish();
-    return kDone;
   } catch (const CLI::CallForVersion& version) {
     context_.out.result({{"version", version.what()}}, version.what());
-    context_.out.finish();
-    return kDone;
   } catch (const CLI::ParseError& error) {
     throw CommandError(
         kUsage, (words.empty() ? "command line" : joined(words)) + ": " + lower_first(error.what()) + ", see --help");
   }
-  return action_();
+  if (code_) return *code_;
+  context_.out.finish();
+  return kDone;
 }
 
 }  // namespace

@@ -20,6 +20,12 @@ struct Context {
   CameraSession* session = nullptr;
 };
 
+// NAME and VALUE of "NAME=VALUE". Throws CommandError; `form` says what was expected.
+std::pair<std::string, std::string> split_assignment(const std::string& text, const std::string& tried,
+                                                     std::string_view form);
+// Whether a row of a list was asked for: by name, or by no names at all.
+bool is_wanted(std::string_view name, const Words& names);
+
 // The port of the shell's control thread, or one of the command's own once the link is known to carry requests.
 class BorrowedPort {
  public:
@@ -69,6 +75,7 @@ void reg_list(Context& context);
 std::string register_document();
 
 // --- commands_config.cpp ---
+void config_init(Context& context, bool over_what_is_there);
 void config_show(Context& context, const Words& names);
 void config_set(Context& context, const Words& assignments);
 void config_save(Context& context, const std::string& file);

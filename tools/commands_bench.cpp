@@ -1,16 +1,49 @@
 // camctl bench: latencies of exchanges and requests against those of the bare primitives.
+#include <semaphore.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <thread>
 
+#include "bench/comm_peer.h"
 #include "ipcam/camera/camera_request.h"
-#include "tools/bare_primitives.h"
 #include "tools/commands.h"
 
 namespace ipcam::tools {
 
 namespace {
+
+// What a request costs at least: a hand-over to another thread and back.
+class BareRequest {
+ public:
+  BareRequest() : asked_(), answered_() {
+    for (sem_t* semaphore : {&asked_, &answered_}) sem_init(semaphore, 0, 0);
+    server_ = std::thread([this] {
+      for (sem_wait(&asked_); !ended_; sem_wait(&asked_)) sem_post(&answered_);
+    });
+  }
+  ~BareRequest() {
+    ended_ = true;  // before the last hand-over
+    sem_post(&asked_);
+    server_.join();
+    for (sem_t* semaphore : {&asked_, &answered_}) sem_destroy(semaphore);
+  }
+  BareRequest(const BareRequest&) = delete;
+  BareRequest& operator=(const BareRequest&) = delete;
+
+  void run() {
+    sem_post(&asked_);
+    sem_wait(&answered_);
+  }
+
+ private:
+  sem_t asked_;
+  sem_t answered_;
+  bool ended_ = false;
+  std::thread server_;
+};
 
 using Durations = std::vector<std::chrono::nanoseconds>;
 
@@ -63,9 +96,9 @@ Samples bench_exchanges(Context& context, int count, const std::string& tried) {
   const LibraryMute mute;
   const Address address = registers::address("sensor_mode");
   BorrowedPort port(context, tried);
-  BareExchange bare;
+  bench::CommPeer bare(IPC_PRIVATE);
   return compare(
-      count, [&] { bare.run(); }, [&] { port->read(address, tried); });
+      count, [&] { bare.bare_exchange(); }, [&] { port->read(address, tried); });
 }
 
 // A request code without a handler: the road to the control thread and back alone.

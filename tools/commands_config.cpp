@@ -2,12 +2,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "tools/commands.h"
+#include "tools/record_text.h"
 #include "tools/settings_table.h"
-#include "tools/stored_record.h"
 
 namespace ipcam::tools {
 
@@ -16,6 +17,11 @@ namespace {
 camera::SettingsRecord stored_record(const std::string& tried) {
   if (const auto record = read_stored_record()) return *record;
   throw CommandError(kUsage, tried + ": the stored settings cannot be read (all.conf in the configuration directory)");
+}
+
+void store(const camera::SettingsRecord& record, const std::string& tried) {
+  if (settings::write_stored_record(record)) return;
+  throw CommandError(kUsage, tried + ": the stored settings cannot be written");
 }
 
 const Field& known_field(const std::string& name, const std::string& tried) {
@@ -42,14 +48,21 @@ std::vector<std::string> lines_of(const std::string& text) {
 
 }  // namespace
 
+void config_init(Context& context, bool over_what_is_there) {
+  const std::filesystem::path path = settings::stored_record_path();
+  const bool is_there = read_stored_record() || std::filesystem::exists(std::filesystem::symlink_status(path));
+  if (is_there && !over_what_is_there) {
+    throw CommandError(kUsage, "config init: " + path.string() + " is there already, use --force");
+  }
+  store(settings::sample_record(), "config init");
+  context.out.result({{"file", path.string()}}, "sample settings in " + path.string());
+}
+
 void config_show(Context& context, const Words& names) {
   for (const std::string& name : names) known_field(name, "config show " + name);
   const camera::SettingsRecord record = stored_record("config show");
   for (const Field& field : stored_fields()) {
-    const bool is_wanted = names.empty() || std::any_of(names.begin(), names.end(), [&](const std::string& name) {
-                             return same_name(field.name, name);
-                           });
-    if (!is_wanted) continue;
+    if (!is_wanted(field.name, names)) continue;
     const int value = field_value(record, field);
     context.out.result(
         {{"name", field.name},
@@ -63,33 +76,27 @@ void config_show(Context& context, const Words& names) {
 }
 
 void config_set(Context& context, const Words& assignments) {
-  struct Change {
-    const Field* field;
-    int value;
-  };
-  std::vector<Change> changes;
+  std::vector<std::pair<const Field*, int>> changes;
   for (const std::string& text : assignments) {
     const std::string tried = "config set " + text;
-    const std::size_t equals = text.find('=');
-    if (equals == std::string::npos) throw CommandError(kUsage, tried + ": no value (FIELD=VALUE)");
-    const Field& field = known_field(text.substr(0, equals), tried);
-    const auto value = parse_value(field.values, Form::kStored, text.substr(equals + 1));
-    if (!value) {
-      throw CommandError(
-          kUsage, tried + ": no value " + text.substr(equals + 1) + " (" + describe(field.values, Form::kStored) + ")");
+    const auto [name, value] = split_assignment(text, tried, "FIELD=VALUE");
+    const Field& field = known_field(name, tried);
+    const auto number = parse_value(field.values, Form::kStored, value);
+    if (!number) {
+      throw CommandError(kUsage, tried + ": no value " + value + " (" + describe(field.values, Form::kStored) + ")");
     }
-    changes.push_back({&field, *value});
+    changes.emplace_back(&field, *number);
   }
 
   camera::SettingsRecord record = stored_record("config set");
   const camera::SettingsRecord before = record;
-  for (const Change& change : changes) set_field(record, *change.field, change.value);
-  write_stored_record(record, "config set");
-  for (const Change& change : changes) {
-    const int old_value = field_value(before, *change.field);
-    context.out.result({{"name", change.field->name}, {"old", old_value}, {"new", change.value}},
-                       std::string(change.field->name) + ": " + stored_text(*change.field, old_value) + " -> " +
-                           stored_text(*change.field, change.value));
+  for (const auto& [field, value] : changes) set_field(record, *field, value);
+  store(record, "config set");
+  for (const auto& [field, value] : changes) {
+    const int old_value = field_value(before, *field);
+    context.out.result(
+        {{"name", field->name}, {"old", old_value}, {"new", value}},
+        std::string(field->name) + ": " + stored_text(*field, old_value) + " -> " + stored_text(*field, value));
   }
 }
 
@@ -115,7 +122,7 @@ void config_restore(Context& context, const std::string& file) {
     context.out.note(tried + ": no stored settings could be read, what the file leaves out becomes 0");
   }
   apply_record_text(text, file, record);
-  write_stored_record(record, tried);
+  store(record, tried);
   context.out.result({{"file", file}}, "restored from " + file);
 }
 

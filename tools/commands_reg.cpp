@@ -14,8 +14,8 @@ namespace {
 std::vector<std::string_view> views(const std::vector<std::string>& texts) { return {texts.begin(), texts.end()}; }
 
 Address parse_register(const std::string& text, const std::string& tried) {
-  if (const auto address = parse_address(text)) return *address;
-  throw CommandError(kUsage, tried + ": no register " + text + did_you_mean(text, views(register_names())) +
+  if (const auto address = registers::parse_address(text)) return *address;
+  throw CommandError(kUsage, tried + ": no register " + text + did_you_mean(text, views(registers::register_names())) +
                                  " (CATEGORY/BYTE or a name of camctl reg list)");
 }
 
@@ -34,10 +34,8 @@ std::uint8_t parse_byte(const std::string& text, const std::string& what, const 
 // REGISTER=VALUE or REGISTER=VALUE:MASK.
 camera::param_info parse_write(const std::string& text) {
   const std::string tried = "reg write " + text;
-  const std::size_t equals = text.find('=');
-  if (equals == std::string::npos) throw CommandError(kUsage, tried + ": no value (REGISTER=VALUE[:MASK])");
-  const Address address = parse_register(text.substr(0, equals), tried);
-  const std::string value = text.substr(equals + 1);
+  const auto [name, value] = split_assignment(text, tried, "REGISTER=VALUE[:MASK]");
+  const Address address = parse_register(name, tried);
   const std::size_t colon = value.find(':');
 
   camera::param_info entry;
@@ -72,18 +70,13 @@ bool pause_between_reads(std::chrono::milliseconds interval) {
   return !stop_requested();
 }
 
-void print_change(Output& out, Address address, std::uint8_t old_value, std::uint8_t value) {
+// A line of a watch: at once, not at the end of the command.
+void print_state(Output& out, Address address, std::optional<std::uint8_t> old_value, std::uint8_t value) {
   Json json = register_json(address);
-  json["old"] = old_value;
+  if (old_value) json["old"] = *old_value;
   json["value"] = value;
-  // At once, not at the end of the command.
-  out.line(out.is_json() ? json_text(json) : register_text(address) + " " + hex(old_value) + " -> " + hex(value));
-}
-
-void print_state(Output& out, Address address, std::uint8_t value) {
-  Json json = register_json(address);
-  json["value"] = value;
-  out.line(out.is_json() ? json_text(json) : register_text(address) + " = " + hex(value));
+  const std::string change = old_value ? " " + hex(*old_value) + " -> " : " = ";
+  out.line(out.is_json() ? json_text(json) : register_text(address) + change + hex(value));
 }
 
 // Names of the tables that write the registers of a row; of a part of a register, those that write just this part.
@@ -101,20 +94,20 @@ std::string tables_of(const registers::Register& row) {
   return names;
 }
 
-std::string group_name(const RegisterGroup& group) {
+std::string group_name(const registers::RegisterGroup& group) {
   std::string name(group.name);
   if (group.count == 1) return name;
   if (group.count == 2) return name + "_lo, " + name + "_hi";
   return name + "_0 to " + name + "_" + std::to_string(group.count - 1);
 }
 
-std::string group_bytes(const RegisterGroup& group) {
+std::string group_bytes(const registers::RegisterGroup& group) {
   const std::string first = hex(group.first.byte);
-  return group.count == 1 ? first : first + " to " + hex(group.first.byte + group.count - 1u);
+  return group.count == 1 ? first : first + " to " + hex(group.first.byte + group.count - 1);
 }
 
 // A curve of 16-bit values may take two masks in turn.
-std::string group_mask(const RegisterGroup& group) {
+std::string group_mask(const registers::RegisterGroup& group) {
   const std::string first = hex(mask_of(group, 0));
   const std::string second = group.count > 1 ? hex(mask_of(group, 1)) : first;
   return first == second ? first : first + ", " + second;
@@ -157,8 +150,7 @@ void reg_dump(Context& context, const DumpRange& range) {
   constexpr int kColumns = 16;
   const std::string tried = "reg dump " + std::to_string(range.category);
   if (range.first > range.last) {
-    throw CommandError(kUsage, tried + ": no range " + hex(static_cast<unsigned>(range.first)) + " to " +
-                                   hex(static_cast<unsigned>(range.last)));
+    throw CommandError(kUsage, tried + ": no range " + hex(range.first) + " to " + hex(range.last));
   }
   const LibraryMute mute;
   BorrowedPort port(context, tried);
@@ -169,25 +161,22 @@ void reg_dump(Context& context, const DumpRange& range) {
     for (int i = byte; i <= std::min(byte + kColumns - 1, range.last); ++i) {
       row.push_back({category, static_cast<std::uint16_t>(i)});
     }
-    context.out.progress(tried + ": " + hex(static_cast<unsigned>(byte)));
+    context.out.progress(tried + ": " + hex(byte));
     const std::vector<std::uint8_t> read = port->read(row, tried);
     values.insert(values.end(), read.begin(), read.end());
   }
 
   std::string grid = "      ";
-  for (int column = 0; column < kColumns; ++column) grid += "  " + hex(static_cast<unsigned>(column)).substr(3);
+  for (int column = 0; column < kColumns; ++column) grid += "  " + hex(column).substr(3);
   std::string names;
-  const int grid_first = range.first - range.first % kColumns;
-  for (int byte = grid_first; byte <= range.last; ++byte) {
-    if (byte % kColumns == 0) grid += "\n" + padded(hex(static_cast<unsigned>(byte)), 6);
-    if (byte < range.first) {
-      grid += "   ";
-      continue;
-    }
-    const std::uint8_t value = values[static_cast<std::size_t>(byte - range.first)];
-    grid += " " + hex(value).substr(2);
+  for (int byte = range.first - range.first % kColumns; byte <= range.last; ++byte) {
+    if (byte % kColumns == 0) grid += "\n" + padded(hex(byte), 6);
+    if (byte < range.first) grid += "   ";
+    if (byte < range.first) continue;
+    const std::string value = hex(values[static_cast<std::size_t>(byte - range.first)]);
+    grid += " " + value.substr(2);
     const Address address{category, static_cast<std::uint16_t>(byte)};
-    if (!register_name(address).empty()) names += "\n" + register_text(address) + " = " + hex(value);
+    if (!register_name(address).empty()) names += "\n" + register_text(address) + " = " + value;
   }
   context.out.result({{"category", range.category}, {"first", range.first}, {"values", values}}, grid + names);
 }
@@ -200,13 +189,13 @@ void reg_watch(Context& context, const Words& registers, const WatchLimits& limi
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeout_s);
 
   std::vector<std::uint8_t> known = port->read(addresses, tried);
-  for (std::size_t i = 0; i < addresses.size(); ++i) print_state(context.out, addresses[i], known[i]);
+  for (std::size_t i = 0; i < addresses.size(); ++i) print_state(context.out, addresses[i], {}, known[i]);
   for (int changes = 0; limits.count == 0 || changes < limits.count;) {
     if (!pause_between_reads(std::chrono::milliseconds(limits.interval_ms))) return;
     const std::vector<std::uint8_t> values = port->read(addresses, tried);
     for (std::size_t i = 0; i < addresses.size(); ++i) {
       if (values[i] == known[i]) continue;
-      print_change(context.out, addresses[i], known[i], values[i]);
+      print_state(context.out, addresses[i], known[i], values[i]);
       if (++changes == limits.count) return;
     }
     known = values;
@@ -218,9 +207,9 @@ void reg_watch(Context& context, const Words& registers, const WatchLimits& limi
 }
 
 void reg_list(Context& context) {
-  for (const std::string& name : register_names()) {
-    const Address address = *parse_address(name);
-    const RegisterGroup& group = *group_of(address);
+  for (const std::string& name : registers::register_names()) {
+    const Address address = *registers::parse_address(name);
+    const registers::RegisterGroup& group = *group_of(address);
     Json json = register_json(address);
     json["mask"] = register_mask(address);
     json["meaning"] = meaning_of(group);

@@ -5,9 +5,10 @@
 #include <iostream>
 #include <thread>
 
+#include "sim/wire_format.h"
 #include "tools/commands.h"
 #include "tools/link_state.h"
-#include "tools/stored_record.h"
+#include "tools/record_text.h"
 
 namespace ipcam::tools {
 
@@ -66,7 +67,7 @@ std::vector<Finding> examine_link(Context& context) {
     return findings.back().is_good;
   };
   const auto present = [](bool is_there) { return is_there ? "there" : "missing"; };
-  add({"key file", link.has_key_file, std::string("/tmp/comm.log is ") + present(link.has_key_file), kStartAdvice});
+  add({"key file", link.has_key_file, std::string(sim::kKeyFile) + " is " + present(link.has_key_file), kStartAdvice});
   add({"semaphore", link.has_semaphore, present(link.has_semaphore), kStartAdvice});
   add({"segment", link.has_segment, present(link.has_segment), kStartAdvice});
   if (!link.has_semaphore || !link.has_segment) return findings;
@@ -95,9 +96,9 @@ bool answered_yes(const std::string& question) {
 void doctor(Context& context) {
   std::vector<Finding> findings = examine_link(context);
   const bool has_settings = read_stored_record().has_value();
-  findings.push_back(
-      {"stored settings", has_settings, has_settings ? "all.conf can be read" : "all.conf cannot be read",
-       "set IPCAM_CONFIG_DIR to the folder of all.conf, or write one: camctl config restore FILE", kUsage});
+  findings.push_back({"stored settings", has_settings,
+                      has_settings ? "all.conf can be read" : "all.conf cannot be read",
+                      "set IPCAM_CONFIG_DIR to the folder of all.conf, or write one: camctl config init", kUsage});
   const Finding* first_bad = nullptr;
   for (const Finding& finding : findings) {
     if (!finding.is_good && first_bad == nullptr) first_bad = &finding;

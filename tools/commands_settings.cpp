@@ -74,19 +74,9 @@ std::string setting_text(const Output& out, const Setting& setting) {
   return text;
 }
 
-std::vector<std::string_view> all_names() {
-  std::vector<std::string_view> names;
-  for (const Setting& setting : settings()) names.push_back(setting.name);
-  return names;
-}
-
 Request parse_assignment(const std::string& text) {
   const std::string tried = "set " + text;
-  const std::size_t equals = text.find('=');
-  if (equals == std::string::npos) throw CommandError(kUsage, tried + ": no value (NAME=VALUE)");
-  const std::string name = text.substr(0, equals);
-  const std::string value = text.substr(equals + 1);
-
+  const auto [name, value] = split_assignment(text, tried, "NAME=VALUE");
   const Setting* setting = find_setting(Kind::kSetting, name);
   if (setting == nullptr) {
     if (const Setting* stored = find_setting(Kind::kStored, name)) {
@@ -130,17 +120,17 @@ std::string unsent_text(CameraSession& session, const Setting& setting, const st
 
 void run_request(Output& out, CameraSession& session, const Request& request) {
   const std::string tried = (request.setting->kind == Kind::kSetting ? "set " : "do ") + request.text;
-  const RequestOutcome outcome = session.request(*request.setting, request.value, tried);
+  const std::vector<RegisterWrite> writes = session.request(*request.setting, request.value, tried);
 
   Json json = {{"name", request.setting->name}};
   if (request.setting->kind == Kind::kSetting) json["value"] = request.value;
   json["registers"] = Json::array();
   std::string text = request.text;
-  for (const RegisterWrite& write : outcome.writes) {
+  for (const RegisterWrite& write : writes) {
     json["registers"].push_back(write_json(write));
     text += "\n" + write_text(write);
   }
-  if (outcome.writes.empty()) text += "\n" + unsent_text(session, *request.setting, tried);
+  if (writes.empty()) text += "\n" + unsent_text(session, *request.setting, tried);
   out.result(json, text);
 }
 
@@ -155,18 +145,26 @@ BorrowedPort::BorrowedPort(Context& context, const std::string& tried) {
   port_ = &own_.emplace();
 }
 
+std::pair<std::string, std::string> split_assignment(const std::string& text, const std::string& tried,
+                                                     std::string_view form) {
+  const std::size_t equals = text.find('=');
+  if (equals != std::string::npos) return {text.substr(0, equals), text.substr(equals + 1)};
+  throw CommandError(kUsage, tried + ": no value (" + std::string(form) + ")");
+}
+
+bool is_wanted(std::string_view name, const Words& names) {
+  const auto is_same = [&](const std::string& wanted) { return same_name(name, wanted); };
+  return names.empty() || std::ranges::any_of(names, is_same);
+}
+
 void list_settings(Context& context, const Words& names) {
   for (const std::string& name : names) {
-    const auto found = all_names();
-    if (std::any_of(found.begin(), found.end(), [&](std::string_view known) { return same_name(known, name); }))
-      continue;
-    throw CommandError(kUsage, "list " + name + ": no setting " + name + did_you_mean(name, found));
+    const auto is_known = [&](const Setting& setting) { return same_name(setting.name, name); };
+    if (std::ranges::any_of(settings(), is_known)) continue;
+    throw CommandError(kUsage, "list " + name + ": no setting " + name + did_you_mean(name, setting_names()));
   }
   for (const Setting& setting : settings()) {
-    const bool is_wanted = names.empty() || std::any_of(names.begin(), names.end(), [&](const std::string& name) {
-                             return same_name(setting.name, name);
-                           });
-    if (is_wanted) context.out.result(setting_json(setting), setting_text(context.out, setting));
+    if (is_wanted(setting.name, names)) context.out.result(setting_json(setting), setting_text(context.out, setting));
   }
 }
 

@@ -3,7 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/register_names.h"
+#include "registers/register_names.h"
 #include "tools/settings_table.h"
 
 namespace ipcam::tools {
@@ -18,11 +18,15 @@ void add_values(const std::string& name, const Values& values, Form form, Words&
   for (int i = 0; is_short && i <= values.max; ++i) words.push_back(name + "=" + value_text(values, form, i));
 }
 
+bool takes_assignments(const Setting& setting) { return setting.kind == Kind::kSetting; }
+bool takes_assignments(const Field& /*field*/) { return true; }
+
 // NAME= for each name, or the values of the name that stands before the '=' of the word being typed.
-template <class Rows>
-Words assignments(const Rows& rows, const std::string& typed, Form form) {
+template <class Row>
+Words assignments(std::span<const Row> rows, const std::string& typed, Form form) {
   Words words;
-  for (const auto& row : rows) {
+  for (const Row& row : rows) {
+    if (!takes_assignments(row)) continue;
     const std::string name(row.name);
     if (typed.starts_with(name + "=")) {
       add_values(name, row.values, form, words);
@@ -35,32 +39,18 @@ Words assignments(const Rows& rows, const std::string& typed, Form form) {
 
 Words as_words(const std::vector<std::string_view>& names) { return {names.begin(), names.end()}; }
 
-std::vector<Setting> settings_of(Kind kind) {
-  std::vector<Setting> rows;
-  for (const Setting& setting : settings()) {
-    if (setting.kind == kind) rows.push_back(setting);
-  }
-  return rows;
-}
-
-Words all_setting_names() {
-  Words names;
-  for (const Setting& setting : settings()) names.emplace_back(setting.name);
-  return names;
-}
-
 // What the arguments of a command can be.
 Words arguments(const std::string& family, const std::string& command, const std::string& typed) {
-  if (family == "reg" && (command == "read" || command == "watch")) return register_names();
+  if (family == "reg" && (command == "read" || command == "watch")) return registers::register_names();
   if (family == "reg" && command == "write") {
-    Words names = register_names();
+    Words names = registers::register_names();
     for (std::string& name : names) name += '=';
     return names;
   }
   if (family == "config" && command == "show") return as_words(field_names());
   if (family == "config" && command == "set") return assignments(stored_fields(), typed, Form::kStored);
-  if (command == "list") return all_setting_names();
-  if (command == "set") return assignments(settings_of(Kind::kSetting), typed, Form::kRequest);
+  if (command == "list") return as_words(setting_names());
+  if (command == "set") return assignments(settings(), typed, Form::kRequest);
   if (command == "do") return as_words(setting_names(Kind::kTrigger));
   if (command == "get") return as_words(setting_names(Kind::kQuery));
   return {};

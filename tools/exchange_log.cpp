@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
+#include <map>
 #include <mutex>
-#include <utility>
+
+#include "ipcam/camera/dsp_command.h"
 
 namespace ipcam::tools {
 
@@ -17,7 +20,7 @@ std::vector<LoggedExchange> g_exchanges;
 bool g_is_logging = false;
 
 // A process has one DspCommand at work, so its exchanges do not overlap: a reply belongs to the last command.
-void log_packet(int direction, const camera::packet_info& packet) {
+void log_packet(int direction, const sim::Packet& packet) {
   const std::lock_guard lock(g_mutex);
   if (!g_is_logging) return;
   if (direction == 0) {
@@ -28,72 +31,56 @@ void log_packet(int direction, const camera::packet_info& packet) {
 }
 
 bool reports_failure(const LoggedExchange& exchange) {
-  if (!exchange.reply) return true;
-  constexpr std::uint8_t kSuccess = 1;
-  const camera::packet_info& reply = *exchange.reply;
-  int at = 0;
-  for (int entry = 0; entry < reply.count; ++entry) {
-    if (at + 1 >= reply.length || reply.data[at + 1] != kSuccess) return true;
-    at += std::max<int>(reply.data[at], 1);
-  }
-  return reply.count != exchange.command.count;
+  if (!exchange.reply || exchange.reply->count != exchange.command.count) return true;
+  const std::vector<sim::ReplyEntry> entries = sim::decode_reply(*exchange.reply);
+  const auto succeeded = std::ranges::count(entries, sim::kSuccess, &sim::ReplyEntry::status);
+  return succeeded != exchange.command.count;
 }
 
-bool same_command(const camera::packet_info& a, const camera::packet_info& b) {
+bool same_command(const sim::Packet& a, const sim::Packet& b) {
   return a.count == b.count && a.length == b.length && std::memcmp(a.data, b.data, sizeof a.data) == 0;
 }
 
 }  // namespace
 
-void start_exchange_log() {
+ExchangeLog::ExchangeLog() {
   const std::lock_guard lock(g_mutex);
   g_exchanges.clear();
   g_is_logging = true;
 }
 
-std::vector<LoggedExchange> stop_exchange_log() {
+ExchangeLog::~ExchangeLog() {
   const std::lock_guard lock(g_mutex);
   g_is_logging = false;
-  return std::move(g_exchanges);
 }
 
-std::vector<RegisterAccess> accesses(const camera::packet_info& command) {
-  constexpr int kHeaderSize = 5;
-  std::vector<RegisterAccess> list;
-  int at = 0;
-  for (int entry = 0; entry < command.count; ++entry) {
-    const std::uint8_t* bytes = command.data + at;
-    const int size = at < command.length ? bytes[0] : 0;
-    if (size <= kHeaderSize || at + size > command.length) break;
-    const auto first = static_cast<std::uint16_t>(bytes[3] << 8 | bytes[4]);
-    for (int i = 0; i < size - kHeaderSize; ++i) {
-      list.push_back({.is_write = bytes[1] == 2,
-                      .address = {bytes[2], static_cast<std::uint16_t>(first + i)},
-                      .value = bytes[kHeaderSize + i]});
-    }
-    at += size;
-  }
-  return list;
+std::vector<LoggedExchange> ExchangeLog::exchanges() const {
+  const std::lock_guard lock(g_mutex);
+  return g_exchanges;
 }
 
-std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges,
-                                              std::map<Address, std::uint8_t>& registers) {
-  constexpr std::size_t kReadReplySize = 3;
+std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges) {
+  std::map<Address, std::uint8_t> known;
   std::vector<RegisterWrite> writes;
   for (const LoggedExchange& exchange : exchanges) {
     if (reports_failure(exchange)) continue;
-    std::size_t entry = 0;
-    for (const RegisterAccess& access : accesses(exchange.command)) {
-      std::optional<std::uint8_t> old;
-      if (const auto known = registers.find(access.address); known != registers.end()) old = known->second;
-      std::uint8_t value = access.value;
-      if (access.is_write) {
-        writes.push_back({access.address, register_mask(access.address), old, value});
-      } else {
-        value = exchange.reply->data[kReadReplySize * entry + 2];
+    const std::vector<sim::CommandEntry> entries = sim::decode_command(exchange.command).entries;
+    const std::vector<sim::ReplyEntry> reply = sim::decode_reply(*exchange.reply);
+    for (std::size_t i = 0; i < std::min(entries.size(), reply.size()); ++i) {
+      const sim::CommandEntry& entry = entries[i];
+      for (std::size_t n = 0; n < entry.values.size(); ++n) {
+        const Address address = address_in(entry, n);
+        const bool is_write = entry.type == sim::kWriteEntry;
+        const std::uint8_t value = is_write ? entry.values[n] : reply[i].value.value_or(0);
+        const auto old = known.find(address);
+        if (is_write) {
+          writes.push_back({.address = address,
+                            .mask = register_mask(address),
+                            .old = old == known.end() ? std::nullopt : std::optional(old->second),
+                            .value = value});
+        }
+        known[address] = value;
       }
-      registers[access.address] = value;
-      ++entry;
     }
   }
   return writes;
@@ -118,6 +105,8 @@ std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchan
 namespace ipcam::camera {
 
 // Comes before the library's hook of the same name, which does nothing.
-void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) { tools::log_packet(direction, *packet); }
+void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
+  tools::log_packet(direction, std::bit_cast<sim::Packet>(*packet));
+}
 
 }  // namespace ipcam::camera

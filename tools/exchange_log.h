@@ -3,20 +3,20 @@
 
 #include <chrono>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <vector>
 
-#include "ipcam/camera/dsp_command.h"
-#include "tools/register_names.h"
+#include "registers/register_names.h"
+#include "sim/packet_entries.h"
 
 namespace ipcam::tools {
 
 using Clock = std::chrono::steady_clock;
+using registers::Address;
 
 struct LoggedExchange {
-  camera::packet_info command;
-  std::optional<camera::packet_info> reply;  // none: the exchange failed
+  sim::Packet command;
+  std::optional<sim::Packet> reply;  // none: the exchange failed
   Clock::time_point start;
   int thread;  // id of the thread that asked for it
 };
@@ -29,26 +29,27 @@ struct RegisterWrite {
   std::uint8_t value;
 };
 
-struct RegisterAccess {
-  bool is_write;
-  Address address;
-  std::uint8_t value;  // of a write
+// The register of an entry, or the one so many behind it.
+inline Address address_in(const sim::CommandEntry& entry, std::size_t index) {
+  return {entry.category, static_cast<std::uint16_t>(entry.byte + index)};
+}
+
+// Takes exchanges down while it exists, of all threads. One at a time.
+class ExchangeLog {
+ public:
+  ExchangeLog();
+  ~ExchangeLog();
+  ExchangeLog(const ExchangeLog&) = delete;
+  ExchangeLog& operator=(const ExchangeLog&) = delete;
+
+  std::vector<LoggedExchange> exchanges() const;
 };
 
-// The accesses of a command packet, block writes register by register; bytes that are no entry end the list.
-std::vector<RegisterAccess> accesses(const camera::packet_info& command);
-
-// Exchanges are taken down between the two calls only. Any thread.
-void start_exchange_log();
-std::vector<LoggedExchange> stop_exchange_log();
-
-// The writes among `exchanges` that were carried out, in the order sent; `registers` are the values known before
-// them, and are kept up to date.
-std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges,
-                                              std::map<Address, std::uint8_t>& registers);
+// The writes among `exchanges` that were carried out, in the order sent.
+std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges);
 
 // How long the last exchange took that failed, or whose reply reports a failure, and that was not repeated with
-// success; none when there is no such exchange. `end` is when the log was stopped.
+// success; none when there is no such exchange. `end` is when the last one ended.
 std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchange>& exchanges, Clock::time_point end);
 
 }  // namespace ipcam::tools

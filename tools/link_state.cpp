@@ -12,7 +12,7 @@
 #include <fstream>
 #include <thread>
 
-#include "ipcam/camera/dsp_command.h"
+#include "sim/wire_format.h"
 
 namespace ipcam::tools {
 
@@ -20,8 +20,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr char kKeyFile[] = "/tmp/comm.log";
-constexpr int kKeyProject = 'n';
 constexpr auto kReplyLimit = 1000ms;  // the library's limit for one reply
 
 // A process that has ended but not been collected by its parent answers no doorbell.
@@ -42,8 +40,8 @@ void look_at_record(int shm_id, LinkState& link) {
   void* memory = shmat(shm_id, nullptr, 0);
   if (memory == reinterpret_cast<void*>(-1)) return;
   link.may_use_segment = true;
-  if (link.segment_size >= sizeof(camera::shm_info)) {
-    camera::shm_info record;
+  if (link.segment_size >= sizeof(sim::Record)) {
+    sim::Record record;
     std::memcpy(&record, memory, sizeof record);
     link.has_record = true;
     link.status = record.status;
@@ -59,7 +57,7 @@ void look_at_record(int shm_id, LinkState& link) {
 
 LinkState look_at_link() {
   LinkState link;
-  const key_t key = ftok(kKeyFile, kKeyProject);
+  const key_t key = ftok(sim::kKeyFile, sim::kKeyProject);
   if (key == -1) return link;
   link.has_key_file = true;
 

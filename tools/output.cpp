@@ -133,7 +133,7 @@ void die_of_stop_signal() {
 
 std::string json_text(const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
-std::string hex(unsigned int value) {
+std::string hex(int value) {
   char text[16];
   std::snprintf(text, sizeof text, "0x%02x", value);
   return text;

@@ -90,7 +90,7 @@ void die_of_stop_signal();
 // JSON of a line; bytes that are no text are replaced.
 std::string json_text(const Json& value);
 // "0x0a".
-std::string hex(unsigned int value);
+std::string hex(int value);
 // The text, filled up with blanks.
 std::string padded(std::string_view text, std::size_t width);
 

@@ -6,9 +6,11 @@
 #include <vector>
 
 #include "ipcam/camera/dsp_command.h"
-#include "tools/register_names.h"
+#include "registers/register_names.h"
 
 namespace ipcam::tools {
+
+using registers::Address;
 
 struct ParameterTable {
   std::string_view name;

@@ -17,36 +17,27 @@ namespace {
 constexpr std::size_t kEntriesPerRead = 16;
 constexpr std::size_t kEntriesPerWrite = 14;
 
-using Result = std::array<unsigned char, kEntriesPerRead>;
-
 }  // namespace
 
 std::vector<std::uint8_t> RegisterPort::read(std::span<const Address> addresses, const std::string& tried) {
-  std::vector<std::uint8_t> values;
-  while (!addresses.empty()) {
-    const auto batch = addresses.first(std::min(addresses.size(), kEntriesPerRead));
-    std::string text = "r,";
-    for (const Address& address : batch) {
-      text += std::to_string(address.category) + "," + std::to_string(address.byte) + ";";
-    }
-    Result result{};
-    run_or_fail(text, result.data(), tried);
-    values.insert(values.end(), result.begin(), result.begin() + static_cast<std::ptrdiff_t>(batch.size()));
-    addresses = addresses.subspan(batch.size());
-  }
-  return values;
+  std::vector<camera::param_info> entries;
+  for (const Address& address : addresses) entries.push_back({.category = address.category, .byte = address.byte});
+  return run_all('r', entries, tried);
 }
 
-std::vector<std::uint8_t> RegisterPort::write(std::span<const camera::param_info> entries, const std::string& tried) {
+std::vector<std::uint8_t> RegisterPort::run_all(char access, std::span<const camera::param_info> entries,
+                                                const std::string& tried) {
+  const std::size_t at_a_time = access == 'r' ? kEntriesPerRead : kEntriesPerWrite;
   std::vector<std::uint8_t> values;
   while (!entries.empty()) {
-    const auto batch = entries.first(std::min(entries.size(), kEntriesPerWrite));
-    std::string text = "w,";
+    const auto batch = entries.first(std::min(entries.size(), at_a_time));
+    std::string text = std::string(1, access) + ",";
     for (const camera::param_info& entry : batch) {
-      text += std::to_string(entry.category) + "," + std::to_string(entry.byte) + "," + std::to_string(entry.mask) +
-              "," + std::to_string(entry.data) + ";";
+      text += std::to_string(entry.category) + "," + std::to_string(entry.byte);
+      if (access == 'w') text += "," + std::to_string(entry.mask) + "," + std::to_string(entry.data);
+      text += ";";
     }
-    Result result{};
+    std::array<unsigned char, kEntriesPerRead> result{};
     run_or_fail(text, result.data(), tried);
     values.insert(values.end(), result.begin(), result.begin() + static_cast<std::ptrdiff_t>(batch.size()));
     entries = entries.subspan(batch.size());

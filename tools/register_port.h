@@ -7,9 +7,11 @@
 #include <vector>
 
 #include "ipcam/camera/dsp_command.h"
-#include "tools/register_names.h"
+#include "registers/register_names.h"
 
 namespace ipcam::tools {
+
+using registers::Address;
 
 // Failures throw CommandError; `tried` leads their text. One thread at a time.
 class RegisterPort {
@@ -19,9 +21,12 @@ class RegisterPort {
   std::vector<std::uint8_t> read(std::span<const Address> addresses, const std::string& tried);
   std::uint8_t read(Address address, const std::string& tried) { return read(std::span(&address, 1), tried)[0]; }
   // Returns the values before.
-  std::vector<std::uint8_t> write(std::span<const camera::param_info> entries, const std::string& tried);
+  std::vector<std::uint8_t> write(std::span<const camera::param_info> entries, const std::string& tried) {
+    return run_all('w', entries, tried);
+  }
 
  private:
+  std::vector<std::uint8_t> run_all(char access, std::span<const camera::param_info> entries, const std::string& tried);
   // Runs a register command text and returns what DspCommand::do_debug() does: -1 on failure.
   virtual int run(const std::string& text, unsigned char* result) = 0;
   void run_or_fail(const std::string& text, unsigned char* result, const std::string& tried);

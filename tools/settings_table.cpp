@@ -202,10 +202,10 @@ const Setting* find_setting(Kind kind, std::string_view name) {
   return row == std::end(kSettings) ? nullptr : row;
 }
 
-std::vector<std::string_view> setting_names(Kind kind) {
+std::vector<std::string_view> setting_names(std::optional<Kind> kind) {
   std::vector<std::string_view> names;
   for (const Setting& setting : kSettings) {
-    if (setting.kind == kind) names.push_back(setting.name);
+    if (!kind || setting.kind == kind) names.push_back(setting.name);
   }
   return names;
 }

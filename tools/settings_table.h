@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -37,7 +38,7 @@ std::span<const Setting> settings();
 
 // Null when there is none of that kind.
 const Setting* find_setting(Kind kind, std::string_view name);
-std::vector<std::string_view> setting_names(Kind kind);
+std::vector<std::string_view> setting_names(std::optional<Kind> kind = {});  // without one: of all
 std::string_view kind_name(Kind kind);
 
 // One field of the stored record.

@@ -10,15 +10,14 @@ namespace {
 
 // Replaces the program by itself in such a world; returns when that cannot be done.
 void enter_world(char** arguments) {
-  char script[] = TEST_SOURCE_DIR "/tests/world.sh";
-  char build[] = TEST_BINARY_DIR;
+  char world[] = TEST_WORLD;
   char program[] = "/proc/self/exe";
   char path[4096] = {};
   if (readlink(program, path, sizeof path - 1) < 0) return;
-  std::vector<char*> command = {script, build, path};
+  std::vector<char*> command = {world, path};
   for (char** argument = arguments + 1; *argument != nullptr; ++argument) command.push_back(*argument);
   command.push_back(nullptr);
-  execv(script, command.data());
+  execv(world, command.data());
 }
 
 }  // namespace
@@ -26,7 +25,7 @@ void enter_world(char** arguments) {
 int main(int argc, char** argv) {
   if (std::getenv("CAMERA_TEST_WORLD") == nullptr) {
     enter_world(argv);
-    std::fprintf(stderr, "%s: run it by tests/world.sh\n", argv[0]);
+    std::fprintf(stderr, "%s: run it by " TEST_WORLD "\n", argv[0]);
     return 1;
   }
   testing::InitGoogleTest(&argc, argv);

@@ -9,11 +9,10 @@
 
 #include "registers/register_map.h"
 
-namespace ipcam::tools {
+namespace ipcam::registers {
 
-using registers::Address;
 // Registers that follow one another and belong together: a row of the map that is no part of a register.
-using RegisterGroup = registers::Register;
+using RegisterGroup = Register;
 
 // In ascending order of addresses.
 std::span<const RegisterGroup> register_groups();
@@ -23,7 +22,7 @@ const RegisterGroup* group_of(Address address);
 // "saturation", "fixed_gain_lo", "cgamma_3"; empty when the register has no name.
 std::string register_name(Address address);
 // With what kind of register it is.
-std::string meaning_of(const registers::Register& row);
+std::string meaning_of(const Register& row);
 // Bits in use of a register; all of one without a name.
 std::uint8_t register_mask(Address address);
 // "10/0x09".
@@ -34,4 +33,4 @@ std::optional<Address> parse_address(std::string_view text);
 // Names of all registers, one by one.
 std::vector<std::string> register_names();
 
-}  // namespace ipcam::tools
+}  // namespace ipcam::registers

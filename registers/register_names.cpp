@@ -1,23 +1,23 @@
 // Symbolic names of the image processor's registers, from the rows of the register map.
-#include "tools/register_names.h"
+#include "registers/register_names.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <iterator>
 
-#include "tools/values.h"
+#include "registers/words.h"
 
-namespace ipcam::tools {
+namespace ipcam::registers {
 
 namespace {
 
-constexpr bool is_group(const registers::Register& row) { return row.kind != registers::Kind::kBits; }
+constexpr bool is_group(const Register& row) { return row.kind != Kind::kBits; }
 
 constexpr auto kGroups = [] {
-  constexpr auto kCount = std::count_if(std::begin(registers::kRegisters), std::end(registers::kRegisters), is_group);
+  constexpr auto kCount = std::count_if(std::begin(kRegisters), std::end(kRegisters), is_group);
   std::array<RegisterGroup, kCount> groups;
-  std::copy_if(std::begin(registers::kRegisters), std::end(registers::kRegisters), groups.begin(), is_group);
+  std::copy_if(std::begin(kRegisters), std::end(kRegisters), groups.begin(), is_group);
   return groups;
 }();
 
@@ -59,8 +59,8 @@ std::uint8_t register_mask(Address address) {
   return group == nullptr ? std::uint8_t{0xff} : mask_of(*group, address.byte - group->first.byte);
 }
 
-std::string meaning_of(const registers::Register& row) {
-  return std::string(row.meaning) + (row.kind == registers::Kind::kReadOnly ? "; read only" : "");
+std::string meaning_of(const Register& row) {
+  return std::string(row.meaning) + (row.kind == Kind::kReadOnly ? "; read only" : "");
 }
 
 std::string address_text(Address address) {
@@ -88,4 +88,4 @@ std::vector<std::string> register_names() {
   return names;
 }
 
-}  // namespace ipcam::tools
+}  // namespace ipcam::registers

@@ -1,8 +1,7 @@
-// The stored settings record: its fields by name, and its form as a text file.
-#include "tools/stored_record.h"
+// The stored settings record by the names of its fields, and as a text file.
+#include "tools/record_text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <sstream>
@@ -14,14 +13,6 @@ namespace ipcam::tools {
 namespace {
 
 constexpr std::size_t kBytesPerLine = 16;
-
-class StoredConfig : public ipcam::config::ConfigFile {
- public:
-  StoredConfig() : ConfigFile(file_) {}
-
- private:
-  static inline char file_[] = "all.conf";
-};
 
 const std::uint8_t* bytes_of(const camera::SettingsRecord& record) {
   return reinterpret_cast<const std::uint8_t*>(&record);
@@ -60,36 +51,19 @@ bool fits(const Field& field, int value) {
 
 // Returns false when the line does not hold bytes of the record that have no name.
 bool set_bytes(const std::string& where, const std::string& bytes, camera::SettingsRecord& record) {
-  std::size_t offset = 0;
-  const char* where_end = where.data() + where.size();
-  const auto [end, error] = std::from_chars(where.data() + 2, where_end, offset, 16);
-  if (error != std::errc() || end != where_end || bytes.empty()) return false;
+  const auto first = parse_number(where);
+  if (!first || bytes.empty()) return false;
+  auto offset = static_cast<std::size_t>(*first);
   std::istringstream stream(bytes);
   for (std::string byte; stream >> byte; ++offset) {
-    std::uint8_t value = 0;
-    const auto [last, bad] = std::from_chars(byte.data(), byte.data() + byte.size(), value, 16);
-    if (bad != std::errc() || last != byte.data() + byte.size()) return false;
-    if (offset >= sizeof record || is_named(offset)) return false;
-    reinterpret_cast<std::uint8_t*>(&record)[offset] = value;
+    const auto value = parse_number("0x" + byte);
+    if (!value || *value > 0xff || offset >= sizeof record || is_named(offset)) return false;
+    reinterpret_cast<std::uint8_t*>(&record)[offset] = static_cast<std::uint8_t>(*value);
   }
   return true;
 }
 
 }  // namespace
-
-std::optional<camera::SettingsRecord> read_stored_record() {
-  camera::SettingsRecord record{};
-  StoredConfig config;
-  if (config.read_record(&record, camera::kSettingsKind) != 0) return std::nullopt;
-  return record;
-}
-
-void write_stored_record(const camera::SettingsRecord& record, const std::string& tried) {
-  camera::SettingsRecord copy = record;
-  StoredConfig config;
-  if (config.write_record(&copy, camera::kSettingsKind) == 0) return;
-  throw CommandError(kUsage, tried + ": the stored settings cannot be written");
-}
 
 int field_value(const camera::SettingsRecord& record, const Field& field) {
   const std::uint8_t* bytes = bytes_of(record) + field.offset;

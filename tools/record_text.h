@@ -1,19 +1,15 @@
-// The stored settings record: its fields by name, and its form as a text file.
+// The stored settings record by the names of its fields, and as a text file.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "camera/settings_record.h"
+#include "settings/stored_record.h"
 #include "tools/settings_table.h"
 
 namespace ipcam::tools {
 
-std::optional<camera::SettingsRecord> read_stored_record();
-// Throws CommandError.
-void write_stored_record(const camera::SettingsRecord& record, const std::string& tried);
+using settings::read_stored_record;
 
 int field_value(const camera::SettingsRecord& record, const Field& field);
 void set_field(camera::SettingsRecord& record, const Field& field, int value);

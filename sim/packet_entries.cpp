@@ -1,0 +1,56 @@
+// The entries of command and reply packets.
+#include "sim/packet_entries.h"
+
+#include <algorithm>
+
+namespace ipcam::sim {
+namespace {
+
+constexpr std::size_t kHeaderBytes = 5;  // length, type, category, byte number high, byte number low
+
+CommandEntry command_entry(Bytes entry) {
+  if (entry.size() <= kHeaderBytes) return {.type = entry[1]};
+  return {.type = entry[1],
+          .category = entry[2],
+          .byte = static_cast<std::uint16_t>(entry[3] << 8 | entry[4]),
+          .values = entry.subspan(kHeaderBytes)};
+}
+
+Access access_of(const std::vector<CommandEntry>& entries) {
+  const auto all_are = [&](std::uint8_t type) {
+    return std::ranges::all_of(
+        entries, [&](const CommandEntry& entry) { return entry.type == type && entry.values.size() == 1; });
+  };
+  if (entries.empty()) return Access::other;
+  if (all_are(kReadEntry)) return Access::read;
+  if (all_are(kWriteEntry)) return Access::write;
+  const bool is_block = entries.size() == 1 && entries[0].type == kWriteEntry && !entries[0].values.empty();
+  return is_block ? Access::block : Access::other;
+}
+
+}  // namespace
+
+Bytes used_bytes(const Packet& packet) {
+  return {packet.data, static_cast<std::size_t>(std::clamp<std::int32_t>(packet.length, 0, kDataBytes))};
+}
+
+Command decode_command(const Packet& packet) {
+  std::vector<CommandEntry> entries;
+  Bytes rest = used_bytes(packet);
+  while (rest.size() >= 2 && rest[0] >= 2 && rest[0] <= rest.size()) {
+    entries.push_back(command_entry(rest.first(rest[0])));
+    rest = rest.subspan(rest[0]);
+  }
+  return {rest.empty() ? access_of(entries) : Access::other, entries};
+}
+
+std::vector<ReplyEntry> decode_reply(const Packet& packet) {
+  std::vector<ReplyEntry> entries;
+  for (Bytes rest = used_bytes(packet); !rest.empty(); rest = rest.subspan(rest[0])) {
+    if ((rest[0] != 2 && rest[0] != 3) || rest[0] > rest.size()) break;
+    entries.push_back({rest[1], rest[0] == 3 ? std::optional(rest[2]) : std::nullopt});
+  }
+  return entries;
+}
+
+}  // namespace ipcam::sim

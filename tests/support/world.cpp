@@ -1,0 +1,27 @@
+// Runs a command in a world of its own: /tmp, /var/tmp, camera devices and System V objects. Shared ones are no way
+// out: a test that used them could meet a running simulator, or another test. The source and build folders stay in
+// place.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include "sim/namespaces.h"
+
+int main(int argc, char** argv) try {
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: test_world COMMAND [ARGUMENT...]\n");
+    return 2;
+  }
+  ipcam::sim::enter_own_namespaces({"/tmp", "/var/tmp"}, {TEST_SOURCE_DIR});
+  // The tests' stand-ins take these names before they reach the system; hardware must be out of reach all the same.
+  ipcam::sim::hide_devices();
+  setenv("CAMERA_TEST_WORLD", "entered", 1);
+  execvp(argv[1], argv + 1);
+  std::perror(argv[1]);
+  return 127;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "test_world: %s\n", error.what());
+  return 1;
+}
