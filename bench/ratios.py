@@ -51,13 +51,13 @@ for callers in (1, 10, 64, 256):
         label = f"{name} {key.split('_')[0] if unit == 'us' else 'rate'}"
         print(f"{label:34}{free.median(name, key):8.0f} {unit}{pinned.median(name, key):10.0f} {unit}")
 
-# name, how it is got, goal: an upper limit, or a lower one where it is below 1
+# name, how it is got, upper limit
 RATIOS = (
     ("exchange / bare primitives", lambda r: r.ratio("exchange/1", "bare_exchange"), 1.05),
     ("16 entries / 1 entry", lambda r: r.ratio("exchange/16", "exchange/1"), 1.10),
     ("request / its 2 exchanges", lambda r: r.median("request/1", "median_us") * 1000 / (2 * r.median("exchange/1")), 1.15),
-    ("rate of 64 callers / of 1", lambda r: r.throughput(64), 0.95),
-    ("rate of 256 callers / of 1", lambda r: r.throughput(256), 0.95),
+    ("rate of 64 callers / of 1", lambda r: r.throughput(64), None),
+    ("rate of 256 callers / of 1", lambda r: r.throughput(256), None),
     ("p99 of 64 / 64 x p99 of 1", lambda r: r.queue(64), 1.50),
     ("p99 of 256 / 256 x p99 of 1", lambda r: r.queue(256), 1.50),
     ("parse / strtol loop", lambda r: r.ratio("parse", "bare_strtol"), 1.50),
@@ -69,9 +69,9 @@ print(f"\n{'':34}{'free':>11}{'one CPU':>13}{'goal':>12}")
 for name, of, goal in RATIOS:
     line = f"{name:34}{of(free):11.3f}{of(pinned):13.3f}"
     if goal is not None:
-        met = of(free) <= goal if goal > 1 else of(free) >= goal
+        met = of(free) <= goal
         missed += not met
-        line += f"{'<=' if goal > 1 else '>=':>7}{goal:5.2f}{'' if met else '  missed'}"
+        line += f"     <={goal:5.2f}{'' if met else '  missed'}"
     print(line)
 
 wakeups = sum(run["wakeups"] for run in runs(sys.argv[3]))
