@@ -179,7 +179,6 @@ int DspCommand::execute_alltosdram() {
 }
 
 int DspCommand::request_alltosdram() {
-  clear_packets();
   command_packet.count = 3;
   command_packet.length = sizeof(kAllToSdram);
   std::memcpy(command_packet.data, kAllToSdram, sizeof(kAllToSdram));

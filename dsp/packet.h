@@ -16,8 +16,8 @@ inline constexpr std::uint8_t kReplySuccess = 1;
 
 enum e_access : std::uint8_t { ACCESS_READ = 1, ACCESS_WRITE = 2 };
 
-// A reply comes from another process: before a table's reply is looked at, it must hold exactly as many entries as there
-// were commands, all of them inside its length.
+// A reply comes from another process: before a table's reply is looked at, it must hold exactly as many entries as
+// there were commands, all of them inside its length.
 inline bool reply_matches(const packet_info& reply, int commands, int entry_size) {
   return reply.count == commands && reply.length >= commands * entry_size;
 }

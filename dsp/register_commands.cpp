@@ -83,7 +83,6 @@ int DspCommand::execute_abs_cmd(param_info* table, int n) {
 }
 
 int DspCommand::apply_table(param_info* table, int n) {
-  clear_packets();
   for (int i = 0; i < n; ++i) {
     if (add_cmd_packet(ACCESS_READ, as_read(table[i]), &command_packet) < 0) return -1;
   }
@@ -123,7 +122,6 @@ int DspCommand::write_block(const param_info* table, int n) {
     return -1;
   }
 
-  clear_packets();
   const auto byte = static_cast<std::uint32_t>(table[0].byte);
   std::uint8_t* data = command_packet.data;
   *data++ = static_cast<std::uint8_t>(n + kHeaderSize);
@@ -156,7 +154,6 @@ int DspCommand::run_list(int mode, char* list, unsigned char* result) {
   if (length > kMaxListLength) return refuse_length(length);
 
   // The whole list is read before anything is sent.
-  clear_packets();
   std::array<param_info, kMaxCommands> entries{};
   int n = 0;
   while (char* text = next_piece(&list, ';')) {

@@ -251,6 +251,7 @@ class IPCAM_CAMERA_API DspCommand {
   IPCAM_CAMERA_LOCAL int request_alltosdram() IPCAM_REQUIRES(mutex);
   IPCAM_CAMERA_LOCAL void clear_packets() IPCAM_REQUIRES(mutex);
 
+  // Clear between commands: each clears both when it ends.
   packet_info command_packet IPCAM_GUARDED_BY(mutex) = {};
   packet_info reply_packet IPCAM_GUARDED_BY(mutex) = {};
   sembuf sem_op = {};
