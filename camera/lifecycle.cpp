@@ -97,7 +97,7 @@ bool Lifecycle::create_channels() {
 
 // Exceptions of the constructors are the caller's.
 bool Lifecycle::create_library_objects() {
-  library_.config.reset(new ipcam::config::ConfigFile(open_config()));
+  library_.config = std::make_unique<ipcam::config::ConfigFile>(g_settings_file);
   library_.object_detection = std::make_unique<ipcam::detection::ObjectDetectionIF>();
   library_.post_process = std::make_unique<ipcam::eptz::PostProcessInterface>();
   const auto prepare = [&] {

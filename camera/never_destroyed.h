@@ -1,6 +1,8 @@
 // Storage of objects that live as long as the process.
 #pragma once
 
+#include <type_traits>
+
 namespace ipcam::camera {
 
 // An object that is there before any code runs and is never destroyed: its first use needs no memory and no guard, and
@@ -9,9 +11,8 @@ template <class T>
 class NeverDestroyed {
  public:
   constexpr NeverDestroyed() : object_() {}
-  constexpr ~NeverDestroyed() {
-    // Leaves the object as it is.
-  }
+  // Leaves the object as it is.
+  constexpr ~NeverDestroyed() { static_assert(!std::is_trivially_destructible_v<T>, "needs no holder"); }
   NeverDestroyed(const NeverDestroyed&) = delete;
   NeverDestroyed& operator=(const NeverDestroyed&) = delete;
 

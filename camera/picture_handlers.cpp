@@ -45,7 +45,7 @@ void set_text(DspCommand& dsp, TextSetter setter, const char* text) {
 }
 
 bool read_own_settings(SettingsRecord& record) {
-  ipcam::config::ConfigFile config = open_config();
+  ipcam::config::ConfigFile config(g_settings_file);
   return read_settings(config, record);
 }
 

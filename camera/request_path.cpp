@@ -3,10 +3,10 @@
 
 #include <unistd.h>
 
+#include <type_traits>
 #include <utility>
 
 #include "camera/imported_call.h"
-#include "camera/never_destroyed.h"
 #include "camera/signal_mask.h"
 #include "dsp/cancellation.h"
 #include "ipcam/camera/camera_request.h"
@@ -19,7 +19,9 @@ namespace {
 constexpr int kPostAttempts = 3;
 constexpr useconds_t kLookAgain_us = 1'000;
 
-constinit NeverDestroyed<RequestPath> g_request_path;
+// Threads may still be inside it while the process exits.
+constinit RequestPath g_request_path;
+static_assert(std::is_trivially_destructible_v<RequestPath>);
 
 void mark_not_served(s_cam_cgi_cmd& request) { request.result = -1; }
 
@@ -42,7 +44,7 @@ int submit(e_message type, Record* record) {
 
 }  // namespace
 
-RequestPath& RequestPath::instance() { return *g_request_path; }
+RequestPath& RequestPath::instance() { return g_request_path; }
 
 // --- A caller's end ---
 

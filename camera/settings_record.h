@@ -93,8 +93,8 @@ static_assert(offsetof(SettingsRecord, focus_assist_level) == 428 && offsetof(Se
               offsetof(SettingsRecord, half_pixel_wb) == 868 && offsetof(SettingsRecord, daynight_seconds) == 872 &&
               offsetof(SettingsRecord, daynight_level) == 876);
 
-// A configuration object on "all.conf".
-ipcam::config::ConfigFile open_config();
+// "all.conf" as a ConfigFile takes it: a writable text, which it copies.
+extern char g_settings_file[];
 
 // Reads the record through `config` into `record`, which is zeros before. Returns true when that was done; else
 // `record` has what the failed read left there.

@@ -132,7 +132,7 @@ int OnepushWB::setRBGainToARM7() {
 }
 
 int OnepushWB::setRBGainToConf() {
-  ipcam::config::ConfigFile config = open_config();
+  ipcam::config::ConfigFile config(g_settings_file);
   const RecordUpdate update = update_settings(config, [this](SettingsRecord& record) {
     // The last moment: the stop may have come while this thread waited for the lock.
     if (is_stopped()) return false;
