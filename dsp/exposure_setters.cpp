@@ -15,10 +15,11 @@ using namespace setter;
 
 namespace {
 
-// Halves of the tables that take a shutter row and a gain row.
-constexpr int kNormalHalf = 8;
-constexpr int kSlowHalf = 12;
-constexpr std::size_t kNormalWords = kNormalHalf / 2;  // of a row of agc_normal_max_gain_tbl
+// Halves of the tables that take a shutter row and a gain row, in values of 16 bits and in rows.
+constexpr std::size_t kNormalWords = std::size(ae_normal_tbl[0]);
+constexpr int kNormalHalf = 2 * int{kNormalWords};
+constexpr int kSlowHalf = 2 * int{std::size(ae_slow_tbl[0])};
+static_assert(std::size(g_ae_normal) == 2 * kNormalHalf && std::size(g_ae_slow) == 2 * kSlowHalf);
 
 constexpr std::uint8_t kIrisHeldOpen = 0x55;
 

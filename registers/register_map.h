@@ -3,6 +3,7 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <iterator>
 #include <string_view>
@@ -172,20 +173,20 @@ consteval Address address(std::string_view name) { return bits(name).address; }
 
 // True when the rows ascend without a register or a name twice, and parts lie within their register.
 consteval bool is_in_order() {
-  const Register* whole = nullptr;  // last row that is no part of another
-  for (const Register& row : kRegisters) {
-    for (const Register* before = std::begin(kRegisters); before != &row; ++before) {
-      if (before->name == row.name) return false;
+  std::size_t last = 0;  // row that is no part of another
+  for (std::size_t i = 0; i < std::size(kRegisters); ++i) {
+    const Register& row = kRegisters[i];
+    for (std::size_t before = 0; before < i; ++before) {
+      if (kRegisters[before].name == row.name) return false;
     }
-    const bool follows =
-        whole == nullptr || row.first.category > whole->first.category ||
-        (row.first.category == whole->first.category && row.first.byte >= whole->first.byte + whole->count);
+    const Register& whole = kRegisters[last];
+    const bool is_next = row.first > address_of(whole, whole.count - 1);
     if (row.kind != Kind::kBits) {
-      if (!follows) return false;
-      whole = &row;
+      if (i > 0 && !is_next) return false;
+      last = i;
     } else {
-      const int index = row.first.byte - whole->first.byte;
-      if (follows || row.count != 1 || index < 0 || (row.mask & ~mask_of(*whole, index)) != 0) return false;
+      const int index = row.first.byte - whole.first.byte;
+      if (is_next || row.count != 1 || index < 0 || (row.mask & ~mask_of(whole, index)) != 0) return false;
     }
   }
   return true;
