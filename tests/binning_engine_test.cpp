@@ -43,7 +43,7 @@ TEST_F(BinningEngineTest, WaitsForWholeFrames) {
 TEST_F(BinningEngineTest, AShutdownEndsTheWaitOfItsOwnStart) {
   const std::string sleep = "usleep(900000)";
   write_settings();
-  for (const unsigned byte : {10u, 11u, 86u, 87u}) camera.set_reg(81, byte, byte < 86 ? 0xff : 87 - byte);  // 37 minutes
+  for (const unsigned byte : {10u, 11u, 86u, 87u}) camera.set_reg(81, byte, byte < 86 ? 255 : 87 - byte);  // 37 min
   for (int round = 0; round < 2; ++round) {
     ASSERT_EQ(0, start_control_thread());
     forget();

@@ -121,7 +121,8 @@ TEST_F(RequestPath, LosesOneRequestAtMostByAnExceptionOfTheCamerasOwnLibraries) 
   EXPECT_EQ(request(39, 3), kNotServed);
 }
 
-// As long as its record is queued, it cannot leave.
+// As long as its record is queued, it cannot leave. AddressSanitizer takes the stack that it leaves for one in use.
+#if !defined(__SANITIZE_ADDRESS__)
 TEST_F(RequestPath, CancelsACallerAtItsReturn) {
   start_control_thread();
   clock->hold("sleep(1)");
@@ -138,6 +139,7 @@ TEST_F(RequestPath, CancelsACallerAtItsReturn) {
   EXPECT_EQ(request(32), 0);
   stop_control_thread();  // comes back: nobody is inside
 }
+#endif
 
 TEST_F(RequestPath, RefusesOnTheControlThreadWhatWouldWaitForIt) {
   start_control_thread();
