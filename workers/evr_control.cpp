@@ -5,6 +5,8 @@
 
 #include <cstdio>
 
+#include "dsp/register_rows.h"
+
 namespace ipcam::camera {
 namespace {
 
@@ -40,30 +42,26 @@ int EVRControl::start_thread() {
 
 // A failed read leaves the zeroed reply: the worker then goes on as in normal operation.
 int EVRControl::getAdjustMode() {
-  char text[] = "r,10,12";
-  char reply[10] = {};
-  dsp_->do_debug(text, reply);
-  adjust_mode_ = reply[0] != 0 ? 1 : 0;
+  adjust_mode_ = read_register(*dsp_, read_row("adjust_mode")) != 0 ? 1 : 0;
   return adjust_mode_;
 }
 
 int EVRControl::getShutterSpeedFromARM7() {
-  char text[] = "r,17,28";
-  char reply[10] = {};
-  if (dsp_->do_debug(text, reply) == -1) {
+  static constexpr param_info kRows[] = {read_row("shutter_value")};
+  const RegisterReply reply = read_registers(*dsp_, kRows);
+  if (reply.result == -1) {
     std::fprintf(stderr, "%d@%s#%s: -EVRControl- : couldn't get SHUTTER_VAL.\n", 115, "EVRControl",
                  "getShutterSpeedFromARM7");
     return -1;
   }
-  shutter_value_ = static_cast<std::uint8_t>(reply[0]);
+  shutter_value_ = reply.bytes[0];
   return 0;
 }
 
 int EVRControl::setEVRDATA4ToARM7(unsigned char value) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%s%d", "w,9,3,0xff,", value);
-  char reply[10] = {};
-  if (dsp_->do_debug(text, reply) == -1) {
+  param_info evrdata4 = row("evrdata4");
+  evrdata4.data = value;
+  if (write_register(*dsp_, evrdata4) == -1) {
     std::fprintf(stderr, "%d@%s#%s: -EVRControl- : couldn't set EVRDATA4 to 0xFF.\n", 189, "EVRControl",
                  "setEVRDATA4ToARM7");
     return -1;
@@ -72,10 +70,7 @@ int EVRControl::setEVRDATA4ToARM7(unsigned char value) {
 }
 
 int EVRControl::getCPUMode() {
-  char text[] = "r,0,3";
-  char reply[10] = {};
-  dsp_->do_debug(text, reply);
-  cpu_mode_ = reply[0] != 0 ? 1 : 0;
+  cpu_mode_ = read_register(*dsp_, read_row("sensor_mode")) != 0 ? 1 : 0;
   return cpu_mode_;
 }
 

@@ -4,10 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdio>
 
-#include "camera/settings_record.h"
+#include "dsp/register_rows.h"
+#include "registers/register_values.h"
+#include "settings/settings_record.h"
 
 namespace ipcam::camera {
 namespace {
@@ -28,9 +31,7 @@ bool has_settled(const std::list<unsigned short>& samples) {
   return *largest - *smallest <= kSettleThreshold;
 }
 
-std::uint16_t gain_of(char low, char high) {
-  return static_cast<std::uint16_t>(static_cast<std::uint8_t>(low) | static_cast<std::uint8_t>(high) << 8);
-}
+std::uint16_t gain_of(std::uint8_t low, std::uint8_t high) { return static_cast<std::uint16_t>(low | high << 8); }
 
 }  // namespace
 
@@ -57,9 +58,7 @@ int OnepushWB::measure() {
   blue_samples_.assign(kSamples, 0);
 
   if (!may_go_on()) return -1;
-  char start_text[] = "w,12,0,0x07,1";
-  char start_reply[16] = {};
-  if (dsp_->do_debug(start_text, start_reply) == -1) {
+  if (write_register(*dsp_, row("wb_mode", registers::kWbAtw)) == -1) {
     std::fprintf(stderr, "%d@%s#%s: OnepushWB  failed to set Onepush mode to ARM7\n", 66, "OnepushWB", "start_thread");
     return -1;
   }
@@ -94,14 +93,15 @@ void OnepushWB::save_and_apply_last_reading() {
 bool OnepushWB::settled() const { return has_settled(red_samples_) && has_settled(blue_samples_); }
 
 int OnepushWB::getRBGainFromARM7() {
-  char text[] = "r,14,140;14,141;14,142;14,143";
-  char reply[10] = {};
-  if (dsp_->do_debug(text, reply) == -1) {
+  static constexpr param_info kRows[] = {read_row("measured_red_gain_lo"), read_row("measured_red_gain_hi"),
+                                         read_row("measured_blue_gain_lo"), read_row("measured_blue_gain_hi")};
+  const RegisterReply reply = read_registers(*dsp_, kRows);
+  if (reply.result == -1) {
     std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : couldn't get R/BGain.\n", 137, "OnepushWB", "getRBGainFromARM7");
     return -1;
   }
-  red_gain_ = gain_of(reply[0], reply[1]);
-  blue_gain_ = gain_of(reply[2], reply[3]);
+  red_gain_ = gain_of(reply.bytes[0], reply.bytes[1]);
+  blue_gain_ = gain_of(reply.bytes[2], reply.bytes[3]);
   add_sample(red_samples_, red_gain_);
   add_sample(blue_samples_, blue_gain_);
   gains_known_ = true;
@@ -110,20 +110,18 @@ int OnepushWB::getRBGainFromARM7() {
 
 int OnepushWB::setRBGainToARM7() {
   if (is_stopped()) return -1;
-  char gains_text[96];
-  std::snprintf(gains_text, sizeof(gains_text), "w,12,128,0xff,%d;12,129,0xff,%d;12,130,0xff,%d;12,131,0xff,%d",
-                red_gain_ & 0xff, red_gain_ >> 8, blue_gain_ & 0xff, blue_gain_ >> 8);
+  param_info rows[] = {row("preset1_red_gain_lo"), row("preset1_red_gain_hi"), row("preset1_blue_gain_lo"),
+                       row("preset1_blue_gain_hi")};
+  fill_words(rows, std::array{red_gain_, blue_gain_});
   std::fprintf(stderr, "%d@%s#%s: OnepushWB  R:%04x B:%04x\n", 176, "OnepushWB", "setRBGainToARM7", red_gain_,
                blue_gain_);
-  char reply[16] = {};
-  if (dsp_->do_debug(gains_text, reply) == -1) {
+  if (write_registers(*dsp_, rows) == -1) {
     std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : couldn't set USER1.\n", 178, "OnepushWB", "setRBGainToARM7");
     return -1;
   }
 
   if (is_stopped()) return -1;
-  char select_text[] = "w,12,0,0x07,5";
-  if (dsp_->do_debug(select_text, reply) == -1) {
+  if (write_register(*dsp_, row("wb_mode", registers::kWbPreset1)) == -1) {
     std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : couldn't set preset1 to WBmode.\n", 184, "OnepushWB",
                  "setRBGainToARM7");
     return -1;
