@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "camera/request_path.h"
-#include "camera/settings_record.h"
 #include "ipcam/camera/auto_daynight.h"
 #include "ipcam/camera/camera_request.h"
 #include "ipcam/camera/dsp_command.h"
@@ -13,6 +12,7 @@
 #include "ipcam/config/config_file.h"
 #include "ipcam/detection/object_detection_if.h"
 #include "ipcam/eptz/post_process_interface.h"
+#include "settings/settings_record.h"
 #include "workers/evr_control.h"
 #include "workers/onepush_wb.h"
 

@@ -1,5 +1,5 @@
 // Reading and writing the stored camera settings record.
-#include "camera/settings_record.h"
+#include "settings/settings_record.h"
 
 namespace ipcam::camera {
 

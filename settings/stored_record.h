@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "camera/settings_record.h"
+#include "settings/settings_record.h"
 
 namespace ipcam::settings {
 

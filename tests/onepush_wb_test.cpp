@@ -13,7 +13,7 @@
 #include <thread>
 #include <utility>
 
-#include "camera/settings_record.h"
+#include "settings/settings_record.h"
 #include "tests/support/call_cases.h"
 #include "tests/support/interpose.h"
 

@@ -7,9 +7,9 @@
 #include <iterator>
 #include <utility>
 
-#include "camera/settings_record.h"
 #include "ipcam/camera/parameter_tables.h"
 #include "registers/white_balance_modes.h"
+#include "settings/settings_record.h"
 
 namespace ipcam::tools {
 
