@@ -56,7 +56,7 @@ class CameraTest : public ::testing::Test {
   static constexpr int kNotServed = -1000;
   // One request to the control thread: its result, or kNotServed.
   int request(int code, int value = 0);
-  // One query: its answer.
+  // One query: its answer, or kNotServed.
   int inquire(int code);
 
   sim::SimulatedCamera camera;
