@@ -1,4 +1,4 @@
-// The link to the comm application: attaching, each fault of the other side, signals, lost peers.
+// The link to the comm application: signals, lost peers, and arguments that it refuses.
 #include <unistd.h>
 
 #include <chrono>
@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "ipcam/camera/dsp_command.h"
-#include "tests/support/call_cases.h"
+#include "tests/support/camera_fixture.h"
 
 namespace ipcam::camera {
 namespace {
@@ -16,44 +16,16 @@ using test::capture;
 using test::fail_next;
 using test::Output;
 
-class CommLink : public test::CallTest {
+class CommLink : public test::CameraTest {
  protected:
   static int run(DspCommand& dsp, std::string text) {
     char result[32];
     return dsp.do_debug(text.data(), result);
   }
   static int read_register(DspCommand& dsp) { return run(dsp, "r,12,0"); }
-  void note_record() { notes.emplace_back(camera.record_is_clean() ? "record is free" : "record is taken"); }
 
   DspCommand dsp;
 };
-
-TEST_F(CommLink, EveryFaultCostsOneRequestOnly) {
-  const std::map<std::string, Call> calls = {
-      {"read",
-       [&](const std::string&) {
-         const int result = read_register(dsp);
-         note_record();
-         EXPECT_NE(camera.record().comm_pid, 0);
-         camera.settle();
-         return result;
-       }},
-      {"recover",
-       [&](const std::string&) {
-         note_record();
-         if (camera.board().running == 0 || !camera.record_is_clean()) camera.restart();
-         return read_register(dsp);
-       }},
-      {"attach-and-read",
-       [&](const std::string&) {
-         DspCommand link;
-         return read_register(link);
-       }},
-      {"stop-camera", [&](const std::string&) { return camera.stop(), 0; }},
-      {"start-camera", [&](const std::string&) { return camera.start(), 0; }},
-  };
-  check_calls("comm_link.txt", calls);
-}
 
 TEST_F(CommLink, AFailedDoorbellLeavesTheRecordPostedUntilTheCommApplicationReturns) {
   camera.kill9();

@@ -1,27 +1,19 @@
-// EVR worker: what one pass writes, what ends a run, and stopping it.
+// EVR worker: stopping it while it sleeps.
 #include "workers/evr_control.h"
 
 #include <memory>
 
-#include "tests/support/call_cases.h"
+#include "tests/support/camera_fixture.h"
 
 namespace ipcam::test {
 namespace {
 
 constexpr char kSleep[] = "usleep(1000000)";
 
-class EvrTest : public CallTest {
- protected:
-  camera::DspCommand dsp;
-};
-
-TEST_F(EvrTest, FollowsTheShutterUntilTheAdjustmentMode) {
-  camera::EVRControl worker(0x37, &dsp);
-  check_calls("evr_control.txt", {{"run", [&](const std::string&) { return worker.start_thread(); }},
-                                  {"sensor-mode", [&](const std::string&) { return worker.getCPUMode(); }}});
-}
+using EvrTest = CameraTest;
 
 TEST_F(EvrTest, WritesNothingAfterAStopDuringItsSleep) {
+  camera::DspCommand dsp;
   auto worker = std::make_unique<camera::EVRControl>(0x37, &dsp);
   EXPECT_EQ(worker->stop_thread(), 0) << "of a worker that has never run";
   camera.clear_traffic();

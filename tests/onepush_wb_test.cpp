@@ -1,13 +1,12 @@
-// One-push white balance: the course of one measurement, and stopping it at any time.
+// One-push white balance: stopping a measurement at any time, and replacing it.
 #include "workers/onepush_wb.h"
 
 #include <functional>
 #include <future>
 #include <memory>
-#include <sstream>
 
 #include "camera/settings_record.h"
-#include "tests/support/call_cases.h"
+#include "tests/support/camera_fixture.h"
 
 namespace ipcam::test {
 namespace {
@@ -26,30 +25,22 @@ Lines operator+(Lines first, const Lines& second) {
 }
 Lines readings(std::size_t count) { return Lines(count, "r 14/0x8c 14/0x8d 14/0x8e 14/0x8f"); }
 
-class OnepushTest : public CallTest {
+class OnepushTest : public CameraTest {
  protected:
   OnepushTest() {
     write_settings();
-    show_gains("red 3650 blue 2029");
-    camera.clear_traffic();
+    show_gain(140, {3650});
+    show_gain(142, {2029});
   }
-  // Gains that successive polls read; the last one stays: "red 3650 3730 blue 2029".
-  void show_gains(const std::string& text) {
-    std::uint32_t byte = 0;
+  // Gains that successive polls read in this register and the next; the last one stays.
+  void show_gain(std::uint32_t byte, const std::vector<int>& gains) {
     std::vector<std::uint8_t> low, high;
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
-      if (word == "red" || word == "blue") {
-        byte = word == "red" ? 140 : 142;
-        low.clear();
-        high.clear();
-        continue;
-      }
-      low.push_back(static_cast<std::uint8_t>(std::stoi(word) & 0xff));
-      high.push_back(static_cast<std::uint8_t>(std::stoi(word) >> 8));
-      camera.script(14, byte, low);
-      camera.script(14, byte + 1, high);
+    for (const int gain : gains) {
+      low.push_back(static_cast<std::uint8_t>(gain & 0xff));
+      high.push_back(static_cast<std::uint8_t>(gain >> 8));
     }
+    camera.script(14, byte, low);
+    camera.script(14, byte + 1, high);
   }
   // Lets polls pass and leaves the worker asleep after the last; the clock must hold them.
   void run_to_poll(int polls) {
@@ -63,37 +54,14 @@ class OnepushTest : public CallTest {
   camera::DspCommand dsp;
 };
 
-TEST_F(OnepushTest, MeasuresUntilTheGainsSettleOrTimeRunsOut) {
-  std::unique_ptr<OnepushWB> worker;
-  const std::map<std::string, Call> calls = {
-      {"measure",
-       [&](const std::string& gains) {
-         write_settings(saved(7, 8));
-         show_gains(gains);
-         worker = std::make_unique<OnepushWB>(&dsp);
-         return worker->start_thread();
-       }},
-      {"measure-again", [&](const std::string&) { return worker->start_thread(); }},
-      {"saved",
-       [&](const std::string&) {
-         const SettingsBytes settings = read_settings();
-         notes.push_back(std::to_string(settings.u16(168)) + " " + std::to_string(settings.u16(170)));
-         return settings.bytes == saved(settings.u16(168), settings.u16(170)).bytes ? 0 : -1;
-       }},
-      {"forget-saved", [&](const std::string&) { return write_settings(saved(7, 8)), 0; }},
-      {"shorten-settings", [&](const std::string&) { return write_file("/tmp/config/all.conf", "too short"), 0; }},
-  };
-  check_calls("onepush_wb.txt", calls);
-}
-
 TEST_F(OnepushTest, WritesNothingAfterAStopAtAnyPoll) {
   OnepushWB worker(&dsp);
   clock->hold(kPoll);
-  std::string moving = "red";
-  for (int gain = 6000; gain < 9000; gain += 100) moving += " " + std::to_string(gain);
+  std::vector<int> moving;
+  for (int gain = 6000; gain < 9000; gain += 100) moving.push_back(gain);
   for (int poll = 1; poll <= 29; ++poll) {
     SCOPED_TRACE(poll);
-    show_gains(moving);
+    show_gain(140, moving);
     ASSERT_EQ(worker.start(), 0);
     ASSERT_NO_FATAL_FAILURE(run_to_poll(poll));
     camera.clear_traffic();

@@ -7,14 +7,14 @@
 #include <thread>
 
 #include "ipcam/camera/camera_request.h"
-#include "tests/support/call_cases.h"
+#include "tests/support/camera_fixture.h"
 
 namespace ipcam::camera {
 namespace {
 
 using test::Lines;
 
-class RequestPath : public test::CallTest {
+class RequestPath : public test::CameraTest {
  protected:
   RequestPath() { write_settings(test::SettingsBytes{}.i32(68, 1).i32(140, 1)); }
 
@@ -67,19 +67,14 @@ TEST_F(RequestPath, AnswersCodesWithoutAHandlerWithZeroAndNoTraffic) {
   EXPECT_EQ(camera.traffic(), Lines{});
 }
 
-TEST_F(RequestPath, AnswersQueriesAndRawCommands) {
+TEST_F(RequestPath, TellsOfARawCommandWithoutAnEnd) {
   start_control_thread();
-  const auto raw = [&](const std::string& text) {
-    s_ccdlsi_dbg record{};
-    text.copy(record.cmd, sizeof record.cmd);
-    EXPECT_EQ(cam_ccd_debug(&record), 0);
-    for (int i = 0; i < record.reply_len; ++i) notes.push_back(std::to_string(record.reply[i] & 0xff));
-    return record.result;
-  };
-  check_calls("request_path.txt",
-              {{"ir-cut", [&](const std::string&) { return inquire(51); }},
-               {"raw", raw},
-               {"raw-without-end", [&](const std::string&) { return raw(std::string(256, 'r')); }}});
+  s_ccdlsi_dbg record{};
+  std::ranges::fill(record.cmd, 'r');
+  const test::Output output = test::capture([&] { EXPECT_EQ(cam_ccd_debug(&record), 0); });
+  EXPECT_EQ(record.result, 0);
+  EXPECT_EQ(record.reply_len, 0);
+  EXPECT_EQ(output.err, "do_debug illegal length -1\n");
 }
 
 // The doorbell must reach whichever thread of the host program is open for it.
