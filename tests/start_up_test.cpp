@@ -1,17 +1,13 @@
-// Start-up: what reaches the image processor from power-on to the first request, and what a failure leaves.
+// Start-up: the EVR worker that the factory file enables, and calls from outside the control thread.
 #include <algorithm>
 #include <filesystem>
 
-#include "tests/support/story.h"
+#include "tests/support/camera_fixture.h"
 
 namespace ipcam::test {
 namespace {
 
-using StartUpTest = StoryTest;
-
-TEST_F(StartUpTest, AppliesFactoryFilesThenSettingsThenServes) { check_story("start_up.txt"); }
-
-TEST_F(StartUpTest, AFailedStartServesNothingAndTheNextOneWorks) { check_story("failed_start.txt"); }
+using StartUpTest = CameraTest;
 
 TEST_F(StartUpTest, TheFactoryFileEnablesTheEvrWorker) {
   const auto camera_file = [](char evr) { return std::string("\1\0", 2) + evr + std::string(37, '\0'); };
@@ -20,7 +16,7 @@ TEST_F(StartUpTest, TheFactoryFileEnablesTheEvrWorker) {
   for (const int round : {1, 2}) {
     clock->hold("usleep(1000000)");
     if (round == 2) std::filesystem::remove("/var/tmp/AdjCamera.txt");  // the value is kept
-    forget();
+    camera.clear_traffic();
     ASSERT_EQ(0, start_control_thread());
     ASSERT_TRUE(clock->wait_until_held("usleep(1000000)"));
     const Lines traffic = camera.traffic();
@@ -30,7 +26,7 @@ TEST_F(StartUpTest, TheFactoryFileEnablesTheEvrWorker) {
     stop_control_thread();
   }
   write_file("/var/tmp/AdjCamera.txt", camera_file(0));  // and taken back by the next file
-  forget();
+  clock->clear_waits();
   ASSERT_EQ(0, start_control_thread());
   stop_control_thread();
   EXPECT_EQ(Lines{}, clock->waits());
@@ -40,7 +36,7 @@ TEST_F(StartUpTest, InitCameraIsRefusedOutsideTheControlThread) {
   EXPECT_FALSE(camera::InitCamera());
   write_settings();
   ASSERT_EQ(0, start_control_thread());
-  forget();
+  camera.clear_traffic();
   EXPECT_FALSE(camera::InitCamera());
   EXPECT_EQ(Lines{}, camera.traffic());
   EXPECT_EQ(0, request(32));
