@@ -7,6 +7,7 @@
 #include <bit>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 
 #include "camera/control_thread.h"
@@ -105,7 +106,7 @@ class CasesTest : public CameraTest, public ::testing::WithParamInterface<Case> 
 
   camera::DspCommand& dsp();
   std::map<std::string, std::string> table_texts() const;
-  std::string with_table_rows(const std::string& exchange) const;
+  std::string with_table_rows(const std::string& line) const;
 
   int settings(Words& words);
   int registers(Words& words);
@@ -218,30 +219,36 @@ std::map<std::string, std::string> CasesTest::table_texts() const {
 }
 
 // "w g_ae_slow[12:24]=agc_slow_max_gain_tbl[3]": the registers of a parameter table, or of some of its rows, and the
-// values from one row of a value table after the other. Anything else is left as it is.
-std::string CasesTest::with_table_rows(const std::string& exchange) const {
-  if (!exchange.starts_with("w g_")) return exchange;
-  std::string text = exchange.substr(2);
-  std::ranges::replace_if(
-      text, [](char c) { return std::strchr("[:]=+", c) != nullptr; }, ' ');
-  Words words(text);
-  std::string name;
-  words >> name;
-  const Table& table = tables_.at(name);
-  std::size_t begin = 0, end = table.bytes.size() / table.row_size, index = 0;
-  if (exchange.find(':') != exchange.npos) words >> begin >> end;
-  const std::size_t taken = (end - begin) / static_cast<std::size_t>(1 + std::ranges::count(exchange, '+'));
-  std::string values;
-  while (words >> name >> index) values += tables_.at(name).text().substr(index * tables_.at(name).row_size, taken);
-  std::string line = "w";
+// values from one row of a value table after the other; of a block from one column. Anything else is left as it is.
+std::string CasesTest::with_table_rows(const std::string& line) const {
+  static const std::regex kExchange(R"(([rwb]) (g_\w+)(?:\[(\d+):(\d+)\])?(?:=(\S*))?(.*))");
+  static const std::regex kRow(R"((\w+)\[(\d+)\])");
+  std::smatch found;
+  if (!std::regex_match(line, found, kExchange)) return line;
+  const bool is_block = found[1] == "b";
+  const Table& table = tables_.at(found[2]);
+  const std::size_t begin = found[3].matched ? std::stoul(found[3]) : 0;
+  const std::size_t end = found[4].matched ? std::stoul(found[4]) : table.bytes.size() / table.row_size;
+  const std::string rows = found[5];
+  const std::size_t width = (end - begin) / static_cast<std::size_t>(1 + std::ranges::count(rows, '+'));
+  std::string bytes;
+  for (std::sregex_iterator row(rows.begin(), rows.end(), kRow), none; row != none; ++row) {
+    const Table& values = tables_.at((*row)[1]);
+    const std::size_t index = std::stoul((*row)[2]);
+    if (!is_block) bytes += values.text().substr(index * values.row_size, width);
+    for (std::size_t i = index; is_block && i < values.bytes.size(); i += values.row_size) bytes += values.bytes[i];
+  }
+  std::string text = found[1];
   for (std::size_t i = begin; i < end; ++i) {
     const auto& row = reinterpret_cast<const camera::param_info*>(table.bytes.data())[i];
-    char entry[32];
-    std::snprintf(entry, sizeof entry, " %d/0x%02x=0x%02x", row.category, static_cast<unsigned>(row.byte),
-                  values.at(i - begin) & 0xff);
-    line += entry;
+    char address[32], value[16];
+    std::snprintf(address, sizeof address, " %d/0x%02x", row.category, static_cast<unsigned>(row.byte));
+    if (!is_block || i == begin) text += address;
+    if (found[1] == "r") continue;
+    std::snprintf(value, sizeof value, is_block && i > begin ? " 0x%02x" : "=0x%02x", bytes.at(i - begin) & 0xff);
+    text += value;
   }
-  return line;
+  return text + found[6].str();
 }
 
 int CasesTest::settings(Words& words) {
@@ -276,8 +283,10 @@ int CasesTest::reads(Words& words) {
   return 0;
 }
 
-// "red 3650 3730 blue 2029": what successive polls of a measurement read; the last one stays.
+// "red 3650 3730 blue 2029": what successive polls of a measurement read; the last one stays. "6651..9000" moves in
+// steps that are just too large to settle.
 int CasesTest::gains(Words& words) {
+  constexpr int kStep = 81;
   std::uint32_t byte = 0;
   std::vector<std::uint8_t> low, high;
   for (std::string word; words >> word;) {
@@ -287,8 +296,11 @@ int CasesTest::gains(Words& words) {
       high.clear();
       continue;
     }
-    low.push_back(static_cast<std::uint8_t>(std::stoi(word) & 0xff));
-    high.push_back(static_cast<std::uint8_t>(std::stoi(word) >> 8));
+    const int last = std::stoi(word.substr(word.rfind('.') + 1));
+    for (int gain = std::stoi(word); gain <= last; gain += kStep) {
+      low.push_back(static_cast<std::uint8_t>(gain & 0xff));
+      high.push_back(static_cast<std::uint8_t>(gain >> 8));
+    }
     camera.script(14, byte, low);
     camera.script(14, byte + 1, high);
   }

@@ -59,8 +59,9 @@ Step parse_step(const Statement& statement, const std::string& text) {
   Step step{statement.line_number, action[0], {}, {}};
   if (action.size() > 1) step.only = split(action[1], " ");
   if (parts.size() == 1) step.only = {"->"};
-  for (std::size_t i = 1; i < parts.size() && parts[i] != "nothing"; ++i) {
+  for (std::size_t i = 1; i < parts.size(); ++i) {
     if (parts[i].ends_with(" $")) parts[i].pop_back();
+    if (parts[i] == "nothing") continue;
     for (const std::string& line : repeated(parts[i])) step.expected.push_back(line);
   }
   return step;
@@ -92,8 +93,10 @@ void read_file(const std::filesystem::path& path, std::vector<Case>& cases) {
     } else if (line[0] == '[') {
       end_block();
       cases.push_back({path.stem().string() + "_" + line.substr(1, line.size() - 2), {}});
-    } else if (line[0] == '|') {
-      block.back().text += " " + line;
+    } else if (line[0] == '|' || line[0] == ' ') {
+      std::string& text = block.back().text;
+      text.ends_with('\\') ? text.pop_back() : text.push_back(' ');
+      text += line.substr(line.find_first_not_of(' '));
     } else {
       block.push_back({line_number, line});
     }
