@@ -4,14 +4,16 @@
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <bit>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <regex>
+#include <span>
 #include <sstream>
 
 #include "camera/control_thread.h"
-#include "tests/support/setter_calls.h"
+#include "tests/support/arguments.h"
 #include "tests/support/timeline.h"
 #include "tools/settings_table.h"
 #include "workers/evr_control.h"
@@ -20,9 +22,21 @@
 namespace ipcam::test {
 namespace {
 
-constexpr unsigned char kUntouched = 0xee;
+using camera::DspCommand;
 
-std::string hex(const std::string& head, const std::string& bytes) {
+#define SETTER(name) \
+  { #name, reading(&DspCommand::do_##name) }
+const std::map<std::string, std::function<int(DspCommand&, std::istream&)>> kSetters = {
+    SETTER(saturation), SETTER(contrast),     SETTER(sharpness),    SETTER(brightness),     SETTER(hue),
+    SETTER(colorbar),   SETTER(effect),       SETTER(gamma),        SETTER(ygamma),         SETTER(cgamma),
+    SETTER(rgain),      SETTER(bgain),        SETTER(whitebalance), SETTER(rbgain_preset1), SETTER(blcomp),
+    SETTER(expcomp),    SETTER(aereference),  SETTER(expmode),      SETTER(shutter_gain),   SETTER(max_frm_exp),
+    SETTER(shutter),    SETTER(gain),         SETTER(flickerless),  SETTER(autoexposure),   SETTER(autoslowshutter),
+    SETTER(agc),        SETTER(agc_max_gain), SETTER(miris_mode),   SETTER(iris_modifier),  SETTER(binning),
+    SETTER(sensormode), SETTER(dnmode),       SETTER(dnlevel)};
+#undef SETTER
+
+std::string in_hex(const std::string& head, const std::string& bytes) {
   std::string text = head;
   for (const char byte : bytes) {
     char word[8];
@@ -30,22 +44,6 @@ std::string hex(const std::string& head, const std::string& bytes) {
     text += word;
   }
   return text;
-}
-
-// Bytes in hexadecimal, "08-27" for all from the one to the other.
-std::string bytes_of(std::istream& words) {
-  std::string bytes;
-  for (std::string word; words >> word;) {
-    const int first = std::stoi(word, nullptr, 16), last = std::stoi(word.substr(word.find('-') + 1), nullptr, 16);
-    for (int byte = first; byte <= last; ++byte) bytes += static_cast<char>(byte);
-  }
-  return bytes;
-}
-
-// What stands between the quotation marks.
-std::string text_of(std::istream& words) {
-  const std::string text(std::istreambuf_iterator<char>(words), {});
-  return text.substr(text.find('"') + 1, text.rfind('"') - text.find('"') - 1);
 }
 
 std::string join(const Lines& lines) {
@@ -57,7 +55,7 @@ std::string join(const Lines& lines) {
 // An exported table as it is now.
 struct Table {
   std::span<char> bytes;
-  std::size_t row_size;
+  std::size_t row_size = 0;
 
   std::string text() const { return {bytes.begin(), bytes.end()}; }
 };
@@ -72,23 +70,22 @@ std::map<std::string, Table> exported_tables() {
   return tables;
 }
 
-// The fields of the settings that differ, "saturation=3"; bytes without a name "b600=171".
-std::string changes(std::span<const char> before, std::span<const char> after) {
+std::int32_t value_of(const tools::Field& field, const std::string& record) {
+  std::int32_t value = 0;
+  record.copy(reinterpret_cast<char*>(&value), field.width, field.offset);
+  return value;
+}
+
+// The fields that differ in two records of the same size, " saturation=3".
+std::string changed_fields(std::string before, const std::string& after) {
   std::string text;
-  for (std::size_t at = 0; at < std::min(before.size(), after.size());) {
-    std::string name = "b" + std::to_string(at);
-    std::size_t width = 1;
-    for (const tools::Field& field : tools::stored_fields()) {
-      if (field.offset != at) continue;
-      name = field.name;
-      width = field.width;
-    }
-    std::int32_t value = 0;
-    std::memcpy(&value, &after[at], width);
-    if (!std::equal(&before[at], &before[at] + width, &after[at])) text += " " + name + "=" + std::to_string(value);
-    at += width;
+  if (before.size() != after.size()) return text;
+  for (const tools::Field& field : tools::stored_fields()) {
+    if (field.offset >= after.size() || value_of(field, before) == value_of(field, after)) continue;
+    text += " " + std::string(field.name) + "=" + std::to_string(value_of(field, after));
+    before.replace(field.offset, field.width, after, field.offset, field.width);
   }
-  return text;
+  return before == after ? text : text + " and bytes without a name";
 }
 
 class CasesTest : public CameraTest, public ::testing::WithParamInterface<Case> {
@@ -99,118 +96,85 @@ class CasesTest : public CameraTest, public ::testing::WithParamInterface<Case> 
       if (loaded_.at(name) != table.text()) std::ranges::copy(loaded_.at(name), table.bytes.begin());
     }
   }
+
   void play(const Step& step);
 
  private:
-  using Words = std::istringstream;
-
-  camera::DspCommand& dsp();
+  DspCommand& dsp() {
+    if (dsp_ == nullptr) dsp_ = std::make_unique<DspCommand>();
+    return *dsp_;
+  }
   std::map<std::string, std::string> table_texts() const;
   std::string with_table_rows(const std::string& line) const;
-
-  int settings(Words& words);
-  int registers(Words& words);
-  int reads(Words& words);
-  int gains(Words& words);
-  int fault(Words& words);
-  int control_camera(Words& words);
-  int raw_command(Words& words);
-  int set(Words& words);
-  int with_values(const std::function<int(unsigned char*)>& call);
+  int store(const std::vector<std::string>& fields);
+  int plan_fault(const std::string& name, const std::vector<std::string>& words);
+  int raw_command(const std::string& text);
+  int set(std::istream& words);
+  int with_values(const std::function<int(char*)>& call);
   int with_table(const std::function<int(camera::param_info*)>& call);
 
-  const std::map<std::string, std::function<int(Words&)>> verbs_ = {
-      // --- What there is ---
-      {"settings", [this](Words& words) { return settings(words); }},
-      {"registers", [this](Words& words) { return registers(words); }},
-      {"reads", [this](Words& words) { return reads(words); }},
-      {"gains", [this](Words& words) { return gains(words); }},
-      {"file",
-       [this](Words& words) {
-         std::string path;
-         words >> path;
-         return write_file(path, bytes_of(words)), 0;
-       }},
-      {"remove",
-       [](Words& words) {
-         std::string path;
-         words >> path;
-         return std::filesystem::remove(path) ? 0 : -1;
-       }},
-      // --- What fails ---
-      {"fault", [this](Words& words) { return fault(words); }},
-      {"fail",
-       [](Words& words) {
-         std::string name;
-         int nth = 0, result = -1;
-         words >> name >> nth >> result;
-         return fail_next(name, EIO, nth, words ? result : -1), 0;
-       }},
-      {"camera", [this](Words& words) { return control_camera(words); }},
-      // --- The control thread ---
-      {"start", [this](Words&) { return start_control_thread(); }},
-      {"stop", [this](Words&) { return stop_control_thread(), 0; }},
-      {"request",
-       [this](Words& words) {
-         int code = 0, value = 0;
-         words >> code >> value;
-         return request(code, value);
-       }},
-      {"inquire",
-       [this](Words& words) {
-         int code = 0;
-         words >> code;
-         return inquire(code);
-       }},
-      {"raw", [this](Words& words) { return raw_command(words); }},
-      // --- A DspCommand of the test's own ---
-      {"detach", [this](Words&) { return dsp_.reset(), 0; }},
-      {"set", [this](Words& words) { return set(words); }},
-      {"text",
-       [this](Words& words) {
-         std::string text = text_of(words);
-         return with_values([&](auto* values) { return dsp().do_debug(text.data(), reinterpret_cast<char*>(values)); });
-       }},
-      {"table", [this](Words&) { return with_table([this](auto* rows) { return dsp().execute_abs_cmd(rows, 2); }); }},
-      {"table-as-text",
-       [this](Words& words) {
-         int option = 0;
-         words >> option;
-         return with_values([&](auto* values) {
-           return with_table([&](auto* rows) { return dsp().do_debug(rows, values, option, 2); });
+  const std::map<std::string, std::function<int(std::istream&)>> actions_ = {
+      // What there is, and what fails.
+      {"settings", reading([this](std::vector<std::string> fields) { return store(fields); })},
+      {"registers", reading([this](std::vector<Register> all) {
+         for (const Register& one : all) camera.set_reg(one.category, one.byte, one.value);
+         return 0;
+       })},
+      {"reads", reading([this](Register one, Bytes bytes) {
+         return camera.script(one.category, one.byte, {bytes.all.begin(), bytes.all.end()}), 0;
+       })},
+      {"file", reading([this](std::string path, Bytes bytes) { return write_file(path, bytes.all), 0; })},
+      {"remove", reading([](std::string path) { return std::filesystem::remove(path) ? 0 : -1; })},
+      {"fault", reading([this](std::string name, std::vector<std::string> words) { return plan_fault(name, words); })},
+      {"fail", reading([](std::string name, int nth, std::vector<int> result) {
+         return fail_next(name, EIO, nth, result.empty() ? -1 : result[0]), 0;
+       })},
+      {"camera", reading([this](std::string what) {
+         what == "stop" ? camera.stop() : what == "start" ? camera.start() : camera.restart();
+         return 0;
+       })},
+      // The control thread.
+      {"start", reading([this] { return start_control_thread(); })},
+      {"stop", reading([this] { return stop_control_thread(), 0; })},
+      {"request", reading([this](int code, int value) { return request(code, value); })},
+      {"init-camera", reading([] { return camera::InitCamera() ? 1 : 0; })},
+      {"inquire", reading([this](int code) { return inquire(code); })},
+      {"raw", reading([this](Quoted command) { return raw_command(*command.text); })},
+      // A DspCommand of the test's own.
+      {"detach", reading([this] { return dsp_.reset(), 0; })},
+      {"set", [this](std::istream& words) { return set(words); }},
+      {"text", reading([this](Quoted command) {
+         return with_values([&](char* values) { return dsp().do_debug(command.text->data(), values); });
+       })},
+      {"table", reading([this] { return with_table([this](auto* rows) { return dsp().execute_abs_cmd(rows, 2); }); })},
+      {"table-as-text", reading([this](int option) {
+         return with_values([&](char* values) {
+           auto* const bytes = reinterpret_cast<unsigned char*>(values);
+           return with_table([&](auto* rows) { return dsp().do_debug(rows, bytes, option, 2); });
          });
-       }},
-      {"block",
-       [this](Words& words) {
-         std::vector<camera::param_info> table(200, {.category = 91, .byte = 0x106});
-         for (std::size_t i = 0; i < table.size(); ++i) table[i].data = static_cast<std::uint8_t>(i + 1);
-         int rows = 0;
-         words >> rows;
-         return dsp().execute_gamma_cmd(table.data(), rows);
-       }},
-      {"all-to-sdram", [this](Words&) { return dsp().execute_alltosdram(); }},
-      // --- Workers, on this thread ---
-      {"measure",
-       [this](Words&) {
+       })},
+      {"block", reading([this](int n) {
+         std::vector<camera::param_info> rows(200, {.category = 91, .byte = 0x106});
+         for (std::size_t i = 0; i < rows.size(); ++i) rows[i].data = static_cast<std::uint8_t>(i + 1);
+         return dsp().execute_gamma_cmd(rows.data(), n);
+       })},
+      {"all-to-sdram", reading([this] { return dsp().execute_alltosdram(); })},
+      // Workers, on this thread.
+      {"measure", reading([this] {
          onepush_ = std::make_unique<camera::OnepushWB>(&dsp());
          return onepush_->start_thread();
-       }},
-      {"measure-again", [this](Words&) { return onepush_->start_thread(); }},
-      {"evr", [this](Words&) { return camera::EVRControl(0x37, &dsp()).start_thread(); }},
-      {"sensor-mode", [this](Words&) { return camera::EVRControl(0x37, &dsp()).getCPUMode(); }},
+       })},
+      {"measure-again", reading([this] { return onepush_->start_thread(); })},
+      {"evr", reading([this] { return camera::EVRControl(0x37, &dsp()).start_thread(); })},
+      {"sensor-mode", reading([this] { return camera::EVRControl(0x37, &dsp()).getCPUMode(); })},
   };
 
   const std::map<std::string, Table> tables_ = exported_tables();
   const std::map<std::string, std::string> loaded_ = table_texts();
-  std::unique_ptr<camera::DspCommand> dsp_;
+  std::unique_ptr<DspCommand> dsp_;
   std::unique_ptr<camera::OnepushWB> onepush_;
   Lines notes_;  // what the action alone can tell
 };
-
-camera::DspCommand& CasesTest::dsp() {
-  if (dsp_ == nullptr) dsp_ = std::make_unique<camera::DspCommand>();
-  return *dsp_;
-}
 
 std::map<std::string, std::string> CasesTest::table_texts() const {
   std::map<std::string, std::string> texts;
@@ -251,94 +215,43 @@ std::string CasesTest::with_table_rows(const std::string& line) const {
   return text + found[6].str();
 }
 
-int CasesTest::settings(Words& words) {
+int CasesTest::store(const std::vector<std::string>& fields) {
   SettingsBytes settings;
-  for (std::string word; words >> word;) {
-    const std::size_t sign = word.find('=');
-    const tools::Field* const field = tools::find_field(word.substr(0, sign));
-    const std::size_t offset = field != nullptr ? field->offset : std::stoul(word.substr(1));
-    const std::int32_t value = std::stoi(word.substr(sign + 1));
+  for (const std::string& text : fields) {
+    const std::size_t sign = text.find('=');
+    const tools::Field* const field = tools::find_field(text.substr(0, sign));
+    const std::size_t offset = field != nullptr ? field->offset : std::stoul(text.substr(1));
+    const std::int32_t value = std::stoi(text.substr(sign + 1));
     std::memcpy(&settings.bytes.at(offset), &value, field != nullptr ? field->width : 1);
   }
-  write_settings(settings);
-  return 0;
+  return write_settings(settings), 0;
 }
 
-int CasesTest::registers(Words& words) {
-  unsigned category = 0, byte = 0, value = 0;
-  for (std::string word; words >> word;) {
-    if (std::sscanf(word.c_str(), "%u/%x=%x", &category, &byte, &value) != 3) return -1;
-    camera.set_reg(category, byte, value);
-  }
-  return 0;
-}
-
-int CasesTest::reads(Words& words) {
-  std::string name;
-  words >> name;
-  unsigned category = 0, byte = 0;
-  if (std::sscanf(name.c_str(), "%u/%x", &category, &byte) != 2) return -1;
-  const std::string script = bytes_of(words);
-  camera.script(category, byte, {script.begin(), script.end()});
-  return 0;
-}
-
-// "red 3650 3730 blue 2029": what successive polls of a measurement read; the last one stays. "6651..9000" moves in
-// steps that are just too large to settle.
-int CasesTest::gains(Words& words) {
-  constexpr int kStep = 81;
-  std::uint32_t byte = 0;
-  std::vector<std::uint8_t> low, high;
-  for (std::string word; words >> word;) {
-    if (word == "red" || word == "blue") {
-      byte = word == "red" ? 140 : 142;
-      low.clear();
-      high.clear();
-      continue;
-    }
-    const int last = std::stoi(word.substr(word.rfind('.') + 1));
-    for (int gain = std::stoi(word); gain <= last; gain += kStep) {
-      low.push_back(static_cast<std::uint8_t>(gain & 0xff));
-      high.push_back(static_cast<std::uint8_t>(gain >> 8));
-    }
-    camera.script(14, byte, low);
-    camera.script(14, byte + 1, high);
-  }
-  return 0;
-}
-
-int CasesTest::fault(Words& words) {
-  std::string name;
-  words >> name;
-  const auto fault = static_cast<std::uint32_t>(std::ranges::find(sim::kFaultNames, name) - sim::kFaultNames.begin());
-  if (fault == sim::kFaultNames.size()) return -1;
+int CasesTest::plan_fault(const std::string& name, const std::vector<std::string>& words) {
+  const auto* const fault = std::ranges::find(sim::kFaultNames, name);
+  if (fault == sim::kFaultNames.end()) return -1;
   sim::FaultPlan plan;
-  while (words >> name) words >> (name == "exchange" ? plan.exchange : name == "count" ? plan.count : plan.entry);
-  camera.fault(sim::Fault{fault}, plan);
-  return 0;
+  for (std::size_t i = 0; i + 1 < words.size(); i += 2) {
+    auto& field = words[i] == "exchange" ? plan.exchange : words[i] == "count" ? plan.count : plan.entry;
+    field = static_cast<std::uint32_t>(std::stoul(words[i + 1]));
+  }
+  return camera.fault(sim::Fault{static_cast<std::uint32_t>(fault - sim::kFaultNames.begin())}, plan), 0;
 }
 
-int CasesTest::control_camera(Words& words) {
-  std::string what;
-  words >> what;
-  what == "stop" ? camera.stop() : what == "start" ? camera.start() : camera.restart();
-  return 0;
-}
-
-int CasesTest::raw_command(Words& words) {
+int CasesTest::raw_command(const std::string& text) {
   camera::s_ccdlsi_dbg record{};
-  text_of(words).copy(record.cmd, sizeof record.cmd);
-  const int result = camera::cam_ccd_debug(&record);
-  if (record.reply_len > 0) notes_.push_back(hex("found", std::string(record.reply, record.reply_len)));
-  return result == 0 ? record.result : kNotServed;
+  text.copy(record.cmd, sizeof record.cmd);
+  if (camera::cam_ccd_debug(&record) != 0) return kNotServed;
+  if (record.reply_len > 0)
+    notes_.push_back(in_hex("found", {record.reply, static_cast<std::size_t>(record.reply_len)}));
+  return record.result;
 }
 
-int CasesTest::set(Words& words) {
-  std::string name, arguments;
-  words >> name >> std::ws;
-  std::getline(words, arguments);
+int CasesTest::set(std::istream& words) {
+  std::string name;
+  words >> name;
   const auto tables = table_texts();
-  const int result = kSetters.at(name)(dsp(), arguments);
+  const int result = kSetters.at(name)(dsp(), words);
   // One that is refused; one that cannot be sent has filled its table.
   const bool is_refused = result != 0 && camera.traffic().empty();
   EXPECT_TRUE(!is_refused || table_texts() == tables) << "changed by a refusal";
@@ -346,12 +259,12 @@ int CasesTest::set(Words& words) {
 }
 
 // A call with room for values read, and what it has put there.
-int CasesTest::with_values(const std::function<int(unsigned char*)>& call) {
-  unsigned char values[40];
-  std::ranges::fill(values, kUntouched);
-  const int result = call(values);
-  const std::string found(values, std::ranges::find(values, kUntouched));
-  if (!found.empty()) notes_.insert(notes_.begin(), hex("found", found));
+int CasesTest::with_values(const std::function<int(char*)>& call) {
+  constexpr char kUntouched = '\xee';
+  std::string values(40, kUntouched);
+  const int result = call(values.data());
+  values.resize(values.find(kUntouched));
+  if (!values.empty()) notes_.insert(notes_.begin(), in_hex("found", values));
   return result;
 }
 
@@ -360,12 +273,12 @@ int CasesTest::with_table(const std::function<int(camera::param_info*)>& call) {
   camera::param_info table[] = {{.category = 12, .byte = 0, .mask = 0x0f, .data = 0x03},
                                 {.category = 12, .byte = 3, .mask = 0xff, .data = 0x77}};
   const int result = call(table);
-  notes_.push_back(hex("data", {static_cast<char>(table[0].data), static_cast<char>(table[1].data)}));
+  notes_.push_back(in_hex("data", {static_cast<char>(table[0].data), static_cast<char>(table[1].data)}));
   return result;
 }
 
 void CasesTest::play(const Step& step) {
-  Words words(step.action);
+  std::istringstream words(step.action);
   std::string verb;
   words >> verb;
   const auto record = [] {
@@ -379,25 +292,23 @@ void CasesTest::play(const Step& step) {
   const std::string record_before = record(), snapshot_before = snapshot();
   notes_.clear();
   int result = 0;
-  Lines seen = Timeline(camera, devices, *clock).of([&] { result = verbs_.at(verb)(words); });
-  seen.insert(seen.end(), notes_.begin(), notes_.end());
-  if (verb != "settings") {
-    if (const std::string text = changes(record_before, record()); !text.empty()) seen.push_back("record" + text);
-  }
-  if (const std::string text = changes(snapshot_before, snapshot()); !text.empty()) seen.push_back("snapshot" + text);
-  if (camera.pid() != 0 && !camera.record_is_clean()) seen.emplace_back("exchange left behind");
-  if (result != 0) seen.push_back("-> " + (result == kNotServed ? "not served" : std::to_string(result)));
+  Lines actual = Timeline(camera, devices, *clock).of([&] { result = actions_.at(verb)(words); });
+  actual.insert(actual.end(), notes_.begin(), notes_.end());
+  const std::string in_record = changed_fields(record_before, record());
+  if (!in_record.empty() && verb != "settings") actual.push_back("record" + in_record);
+  const std::string in_snapshot = changed_fields(snapshot_before, snapshot());
+  if (!in_snapshot.empty()) actual.push_back("snapshot" + in_snapshot);
+  if (camera.pid() != 0 && !camera.record_is_clean()) actual.emplace_back("exchange left behind");
+  if (result != 0) actual.push_back("-> " + (result == kNotServed ? "not served" : std::to_string(result)));
 
-  if (!step.only.empty()) {
-    std::erase_if(seen, [&](const std::string& line) {
-      return !Timeline::breaks_rule(line) &&
-             std::ranges::none_of(step.only, [&](const std::string& word) { return line.find(word) != line.npos; });
-    });
-  }
+  std::erase_if(actual, [&](const std::string& line) {
+    const auto has = [&](const std::string& word) { return line.find(word) != line.npos; };
+    return !step.only.empty() && !Timeline::breaks_rule(line) && std::ranges::none_of(step.only, has);
+  });
   Lines expected;
   for (const std::string& line : step.expected) expected.push_back(with_table_rows(line));
-  EXPECT_EQ(join(expected), join(seen));
-  EXPECT_TRUE(step.expected.empty() || failures_left() == 0) << "a failure has not happened";
+  EXPECT_EQ(join(expected), join(actual));
+  EXPECT_TRUE(expected.empty() || failures_left() == 0) << "a failure has not happened";
 }
 
 INSTANTIATE_TEST_SUITE_P(Data, CasesTest, ::testing::ValuesIn(read_cases()),

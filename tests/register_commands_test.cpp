@@ -1,7 +1,10 @@
-// Register commands: the longest texts, and what is refused before it is sent.
+// Register commands: the longest texts, what is refused before it is sent, and setters on several threads.
+#include <algorithm>
 #include <functional>
+#include <thread>
 
 #include "ipcam/camera/dsp_command.h"
+#include "ipcam/camera/parameter_tables.h"
 #include "tests/support/camera_fixture.h"
 
 namespace ipcam::camera {
@@ -66,6 +69,21 @@ TEST_F(RegisterCommands, RefuseWhatTheyCannotSendBeforeTheySend) {
     EXPECT_EQ(output.err, "dspset: [ERROR] " + c.err);
   }
   EXPECT_EQ(camera.traffic(), Lines{});
+}
+
+TEST_F(RegisterCommands, OfTwoThreadsDoNotMixTheirBytesInOneTable) {
+  constexpr int kRounds = 200;
+  const auto repeat = [&](unsigned int level) {
+    for (int i = 0; i < kRounds; ++i) EXPECT_EQ(dsp.do_rgain(level), 0);
+  };
+  std::thread low(repeat, 0u);
+  repeat(255);
+  low.join();
+  const std::string low_gain = "w 12/0x7c=0xba 12/0x7d=0x27", high_gain = "w 12/0x7c=0xdc 12/0x7d=0x05";
+  const Lines traffic = camera.traffic();
+  EXPECT_EQ(std::ranges::count(traffic, low_gain), kRounds);
+  EXPECT_EQ(std::ranges::count(traffic, high_gain), kRounds);
+  EXPECT_EQ(g_rgain[0].data, traffic.back() == low_gain ? 0xba : 0xdc);
 }
 
 }  // namespace

@@ -58,25 +58,6 @@ TEST_F(RequestPath, ServesOnlyBetweenStartAndShutdownHoweverOftenItIsStarted) {
   }
 }
 
-TEST_F(RequestPath, AnswersCodesWithoutAHandlerWithZeroAndNoTraffic) {
-  start_control_thread();
-  camera.clear_traffic();
-  const int codes[] = {-1, 0,  30, 32, 36, 38, 43, 49, 50,  52,  53,     54,
-                       60, 63, 65, 66, 69, 70, 78, 84, 127, 200, 1 << 30};
-  for (const int code : codes) EXPECT_EQ(request(code, 5), 0) << code;
-  EXPECT_EQ(camera.traffic(), Lines{});
-}
-
-TEST_F(RequestPath, TellsOfARawCommandWithoutAnEnd) {
-  start_control_thread();
-  s_ccdlsi_dbg record{};
-  std::ranges::fill(record.cmd, 'r');
-  const test::Output output = test::capture([&] { EXPECT_EQ(cam_ccd_debug(&record), 0); });
-  EXPECT_EQ(record.result, 0);
-  EXPECT_EQ(record.reply_len, 0);
-  EXPECT_EQ(output.err, "do_debug illegal length -1\n");
-}
-
 // The doorbell must reach whichever thread of the host program is open for it.
 TEST_F(RequestPath, LeavesTheCallersSignalMaskAsItWas) {
   sigset_t mask;

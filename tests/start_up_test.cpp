@@ -1,4 +1,4 @@
-// Start-up: the EVR worker that the factory file enables, and calls from outside the control thread.
+// Start-up: the EVR worker that the factory file enables.
 #include <algorithm>
 #include <filesystem>
 
@@ -30,16 +30,6 @@ TEST_F(StartUpTest, TheFactoryFileEnablesTheEvrWorker) {
   ASSERT_EQ(0, start_control_thread());
   stop_control_thread();
   EXPECT_EQ(Lines{}, clock->waits());
-}
-
-TEST_F(StartUpTest, InitCameraIsRefusedOutsideTheControlThread) {
-  EXPECT_FALSE(camera::InitCamera());
-  write_settings();
-  ASSERT_EQ(0, start_control_thread());
-  camera.clear_traffic();
-  EXPECT_FALSE(camera::InitCamera());
-  EXPECT_EQ(Lines{}, camera.traffic());
-  EXPECT_EQ(0, request(32));
 }
 
 }  // namespace
