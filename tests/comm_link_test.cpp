@@ -43,13 +43,6 @@ TEST_F(CommLink, AFailedDoorbellLeavesTheRecordPostedUntilTheCommApplicationRetu
   EXPECT_EQ(read_register(dsp), 1);
 }
 
-TEST_F(CommLink, SignalsNoProcessGroup) {
-  for (const int pid : {0, -getpid()}) {
-    const Output output = capture([&] { EXPECT_EQ(dsp.send_sigusr2(pid), -1); });
-    EXPECT_EQ(output.err, "dspset: [ERROR] send user signal1 to pid " + std::to_string(pid) + " failed!\n");
-  }
-}
-
 TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
   shm_info record{};
   packet_info packet{.count = 1, .length = 129, .data = {}};
@@ -72,6 +65,9 @@ TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
       {[&] { return dsp.send_to_comm(&packet); }, "dspset: [ERROR] too many parameter!\n"},
       {[&] { return packet.length = -1, dsp.send_to_comm(&packet); }, "dspset: [ERROR] too many parameter!\n"},
       {[&] { return dsp.send_to_comm(nullptr); }, "dspset: [ERROR] too many parameter!\n"},
+      {[&] { return dsp.send_sigusr2(0); }, "dspset: [ERROR] send user signal1 to pid 0 failed!\n"},
+      {[&] { return dsp.send_sigusr2(-getpid()); },
+       "dspset: [ERROR] send user signal1 to pid " + std::to_string(-getpid()) + " failed!\n"},
   };
   for (const auto& c : cases) {
     const Output output = capture([&] { EXPECT_EQ(c.call(), -1); });

@@ -4,6 +4,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <numeric>
 
 #include "camera/settings_record.h"
 #include "tests/support/camera_fixture.h"
@@ -29,18 +30,8 @@ class OnepushTest : public CameraTest {
  protected:
   OnepushTest() {
     write_settings();
-    show_gain(140, {3650});
-    show_gain(142, {2029});
-  }
-  // Gains that successive polls read in this register and the next; the last one stays.
-  void show_gain(std::uint32_t byte, const std::vector<int>& gains) {
-    std::vector<std::uint8_t> low, high;
-    for (const int gain : gains) {
-      low.push_back(static_cast<std::uint8_t>(gain & 0xff));
-      high.push_back(static_cast<std::uint8_t>(gain >> 8));
-    }
-    camera.script(14, byte, low);
-    camera.script(14, byte + 1, high);
+    constexpr std::uint8_t kGains[] = {0x42, 0x0e, 0xed, 0x07};  // red 3650, blue 2029
+    for (std::uint32_t i = 0; i < 4; ++i) camera.set_reg(14, 140 + i, kGains[i]);
   }
   // Lets polls pass and leaves the worker asleep after the last; the clock must hold them.
   void run_to_poll(int polls) {
@@ -49,7 +40,6 @@ class OnepushTest : public CameraTest {
       if (i < polls) clock->release(kPoll);
     }
   }
-  SettingsBytes saved(std::uint16_t red, std::uint16_t blue) { return SettingsBytes{}.u16(168, red).u16(170, blue); }
 
   camera::DspCommand dsp;
 };
@@ -57,11 +47,11 @@ class OnepushTest : public CameraTest {
 TEST_F(OnepushTest, WritesNothingAfterAStopAtAnyPoll) {
   OnepushWB worker(&dsp);
   clock->hold(kPoll);
-  std::vector<int> moving;
-  for (int gain = 6000; gain < 9000; gain += 100) moving.push_back(gain);
+  std::vector<std::uint8_t> moving(30);
+  std::iota(moving.begin(), moving.end(), std::uint8_t{0x10});
   for (int poll = 1; poll <= 29; ++poll) {
     SCOPED_TRACE(poll);
-    show_gain(140, moving);
+    camera.script(14, 141, moving);
     ASSERT_EQ(worker.start(), 0);
     ASSERT_NO_FATAL_FAILURE(run_to_poll(poll));
     camera.clear_traffic();
@@ -70,7 +60,7 @@ TEST_F(OnepushTest, WritesNothingAfterAStopAtAnyPoll) {
     worker.wait_until_idle();
     EXPECT_EQ(camera.traffic(), Lines{});
   }
-  EXPECT_EQ(read_settings().bytes, saved(0, 0).bytes);
+  EXPECT_EQ(read_settings().bytes, SettingsBytes{}.bytes);
 }
 
 TEST_F(OnepushTest, AppliesNothingAfterAStopDuringTheSave) {
@@ -135,7 +125,7 @@ TEST_F(OnepushTest, RequestsDuringAMeasurementEndIt) {
   for (const auto& row : kCases) {
     SCOPED_TRACE(row.name);
     stop_control_thread();
-    write_settings(saved(0, 0).i32(16, 3));
+    write_settings(SettingsBytes{}.i32(16, 3));
     ASSERT_EQ(start_control_thread(), 0);
     ASSERT_EQ(request(camera::REQUEST_WB_MODE, 7), 0);
     camera.clear_traffic();

@@ -33,7 +33,6 @@ struct SettingsBytes {
     return *this;
   }
   SettingsBytes& i32(std::size_t offset, std::int32_t value) { return put(offset, value); }
-  SettingsBytes& u16(std::size_t offset, std::uint16_t value) { return put(offset, value); }
   SettingsBytes& u8(std::size_t offset, std::uint8_t value) { return put(offset, value); }
   std::uint16_t u16(std::size_t offset) const;
 };

@@ -294,7 +294,7 @@ STAND_IN int __clock_nanosleep_time64(clockid_t clock, int flags, const Time64* 
 
 STAND_IN int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* limit) {
   long result = 0;
-  shake();
+  delay_at_random();
   if (fails("sigtimedwait", result)) return static_cast<int>(result);
   sim::Switchboard* const camera = g_camera;
   if (!g_clock_on || camera == nullptr || limit == nullptr || in_ns(*limit) == 0) {
@@ -315,7 +315,7 @@ STAND_IN int __semtimedop64(int id, sembuf* operations, std::size_t count, const
 
 STAND_IN int kill(pid_t pid, int signal) noexcept {
   if (signal != sim::kDoorbell) return REAL(kill)(pid, signal);
-  shake();
+  delay_at_random();
   if (g_clock_on) ring_in_fake_time();
   long result = 0;
   if (fails("kill", result)) return static_cast<int>(result);

@@ -70,7 +70,7 @@ int failures_left();
 
 // Until it is called with 0, threads are delayed at random when they take a mutex, operate or wait on a semaphore,
 // send the doorbell or wait for it. Each seed gives delays of its own.
-void shake_schedules(std::uint32_t seed);
+void vary_schedules(std::uint32_t seed);
 
 // Called with every message of a request before it is queued; null: nobody.
 using MessageObserver = void (*)(int type, void* message);
