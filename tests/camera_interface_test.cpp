@@ -64,38 +64,35 @@ struct Operation {
 };
 
 template <class... Args>
-Operation op(int (Camera::*operation)(Args...), int kind = kStub) {
+Operation op(int (Camera::*operation)(Args...), int kind) {
   // A pointer to a virtual function holds its offset in the table of virtual functions; the lowest bit is a mark.
   const std::size_t slot = std::bit_cast<std::array<std::size_t, 2>>(operation)[0] / sizeof(void*);
   return {slot, kind, [operation](Camera& camera) { return (camera.*operation)(argument<Args>()...); }};
 }
 
-template <class... Operations>
-std::vector<Operation> list(Operations... operations) {
-  return {std::move(operations)...};
-}
-
+#define OP(name, kind) op(&Camera::name, kind)
+// clang-format off
 std::vector<Operation> all_operations() {
-  using C = Camera;
-  return list(op(&C::Color, 31), op(&C::WBMode, 33), op(&C::OnePushTrg, 64), op(&C::ExpMode, 62), op(&C::BLComp, 37),
-              op(&C::Shutter, 38), op(&C::ExpCompMode), op(&C::ExpComp, 34), op(&C::SetICR, 50), op(&C::GetICR, 51),
-              op(&C::Sharpness, 40), op(&C::Stabilizer), op(&C::AELevel), op(&C::DualWBRGain), op(&C::DualWBBGain),
-              op(&C::SetCurrentCodecPlaneSizeInfo, kAbsent), op(&C::Move), op(&C::AreaZoom, kAbsent),
-              op(&C::Relative, kAbsent), op(&C::RelativePanTilt), op(&C::AbsolutePanTilt), op(&C::AbsoluteZoom),
-              op(&C::RelativeZoom), op(&C::AbsoluteFocus), op(&C::LimitPanTilt), op(&C::Cancel), op(&C::AbsolutePTZF),
-              op(&C::PresetCall), op(&C::PresetSet), op(&C::PresetClear), op(&C::HomePos), op(&C::RGain, 41),
-              op(&C::BGain, 42), op(&C::AutoSlowShutter, 66), op(&C::Iris), op(&C::ImageMute), op(&C::ZoomMode),
-              op(&C::FocusMode), op(&C::GetPTZM), op(&C::InqPTZF), op(&C::korra_command), op(&C::korra_inquiry),
-              op(&C::CamDirect_send_korra), op(&C::CamDirect_receive_korra), op(&C::Agc, 36), op(&C::LensAdjust),
-              op(&C::Saturation, 39), op(&C::sif_inquiry, kRaw), op(&C::onoffStabilizerFlag), op(&C::Flickerless, 65),
-              op(&C::Colorbar, 61), op(&C::Contrast, 67), op(&C::HoldAutoIrisOpenButton, 78),
-              op(&C::HoldAutoIrisOpen, 68), op(&C::HoldAutoIrisOpenInq, 79), op(&C::AutoShutter, 69),
-              op(&C::AutoSlowShutterMinSpeed, 70), op(&C::Gain, 35), op(&C::AGCMaxGain, 71), op(&C::Gamma, 72),
-              op(&C::BinningMode, 73), op(&C::Binning, 74), op(&C::ForceBinning, 75), op(&C::BinningFunc, 77),
-              op(&C::DnMode, 80), op(&C::DnHys, 81), op(&C::DnTime, 53), op(&C::BnTime, 82), op(&C::DnLevel, 52),
-              op(&C::BnLevel, 83), op(&C::AutoMode, 84), op(&C::loadEptzConfig, kAbsent), op(&C::AbsoluteArea, kAbsent),
-              op(&C::updateTime, kAbsent));
+  return {
+      OP(Color, 31), OP(WBMode, 33), OP(OnePushTrg, 64), OP(ExpMode, 62), OP(BLComp, 37), OP(Shutter, 38),
+      OP(ExpCompMode, kStub), OP(ExpComp, 34), OP(SetICR, 50), OP(GetICR, 51), OP(Sharpness, 40),
+      OP(Stabilizer, kStub), OP(AELevel, kStub), OP(DualWBRGain, kStub), OP(DualWBBGain, kStub),
+      OP(SetCurrentCodecPlaneSizeInfo, kAbsent), OP(Move, kStub), OP(AreaZoom, kAbsent), OP(Relative, kAbsent),
+      OP(RelativePanTilt, kStub), OP(AbsolutePanTilt, kStub), OP(AbsoluteZoom, kStub), OP(RelativeZoom, kStub),
+      OP(AbsoluteFocus, kStub), OP(LimitPanTilt, kStub), OP(Cancel, kStub), OP(AbsolutePTZF, kStub),
+      OP(PresetCall, kStub), OP(PresetSet, kStub), OP(PresetClear, kStub), OP(HomePos, kStub), OP(RGain, 41),
+      OP(BGain, 42), OP(AutoSlowShutter, 66), OP(Iris, kStub), OP(ImageMute, kStub), OP(ZoomMode, kStub),
+      OP(FocusMode, kStub), OP(GetPTZM, kStub), OP(InqPTZF, kStub), OP(korra_command, kStub), OP(korra_inquiry, kStub),
+      OP(CamDirect_send_korra, kStub), OP(CamDirect_receive_korra, kStub), OP(Agc, 36), OP(LensAdjust, kStub),
+      OP(Saturation, 39), OP(sif_inquiry, kRaw), OP(onoffStabilizerFlag, kStub), OP(Flickerless, 65), OP(Colorbar, 61),
+      OP(Contrast, 67), OP(HoldAutoIrisOpenButton, 78), OP(HoldAutoIrisOpen, 68), OP(HoldAutoIrisOpenInq, 79),
+      OP(AutoShutter, 69), OP(AutoSlowShutterMinSpeed, 70), OP(Gain, 35), OP(AGCMaxGain, 71), OP(Gamma, 72),
+      OP(BinningMode, 73), OP(Binning, 74), OP(ForceBinning, 75), OP(BinningFunc, 77), OP(DnMode, 80), OP(DnHys, 81),
+      OP(DnTime, 53), OP(BnTime, 82), OP(DnLevel, 52), OP(BnLevel, 83), OP(AutoMode, 84), OP(loadEptzConfig, kAbsent),
+      OP(AbsoluteArea, kAbsent), OP(updateTime, kAbsent)};
 }
+// clang-format on
+#undef OP
 
 class CameraInterfaceTest : public CameraTest {
  protected:

@@ -1,6 +1,8 @@
-// EVR worker: stopping it while it sleeps.
+// EVR worker: stopping it while it sleeps, and who enables it.
 #include "workers/evr_control.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <memory>
 
 #include "tests/support/camera_fixture.h"
@@ -29,6 +31,28 @@ TEST_F(EvrTest, WritesNothingAfterAStopDuringItsSleep) {
     EXPECT_EQ(camera.traffic(), Lines{});
   }
   worker.reset();
+}
+
+TEST_F(EvrTest, TheFactoryFileEnablesTheEvrWorker) {
+  const auto camera_file = [](char evr) { return std::string("\1\0", 2) + evr + std::string(37, '\0'); };
+  write_settings();
+  write_file("/var/tmp/AdjCamera.txt", camera_file(0x37));
+  for (const int round : {1, 2}) {
+    clock->hold(kSleep);
+    if (round == 2) std::filesystem::remove("/var/tmp/AdjCamera.txt");  // the value is kept
+    camera.clear_traffic();
+    ASSERT_EQ(0, start_control_thread());
+    ASSERT_TRUE(clock->wait_until_held(kSleep));
+    EXPECT_EQ(1, std::ranges::count(camera.traffic(), "r 17/0x1c"));
+    EXPECT_EQ(0x37, camera.reg(9, 3));
+    clock->release_all();
+    stop_control_thread();
+  }
+  write_file("/var/tmp/AdjCamera.txt", camera_file(0));  // and taken back by the next file
+  clock->clear_waits();
+  ASSERT_EQ(0, start_control_thread());
+  stop_control_thread();
+  EXPECT_EQ(Lines{}, clock->waits());
 }
 
 }  // namespace
