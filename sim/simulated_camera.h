@@ -31,6 +31,8 @@ class SimulatedCamera {
     kill9();
     start();
   }
+  // Whether the child has been started and not been stopped, though it may have died.
+  bool is_started() const { return pid_ != 0; }
   // Waits until the child has done all that follows from the requests posted so far, late doorbells included, or
   // is dead.
   void settle() const;

@@ -388,19 +388,6 @@ class CamctlTest(unittest.TestCase):
                                 capture_output=True, text=True)
         self.assertEqual(result.stdout, 'outdoor onepush\n', result.stderr)
 
-    def test_every_table_register_has_a_name_and_its_mask(self):
-        masks = {(row['category'], row['byte']): row['mask'] for row in self.results('reg', 'list')}
-        expected, in_table = {}, False
-        for line in (SOURCE / 'tests/data/parameter_tables.txt').read_text().splitlines():
-            words = line.split()
-            if words and words[0] in ('table', 'values'):
-                in_table = words[0] == 'table'
-            elif words and in_table and words[0] != '#':
-                category, byte, mask, _ = (int(word, 0) for word in words)
-                expected[category, byte] = expected.get((category, byte), 0) | mask
-        self.assertGreater(len(expected), 100)
-        self.assertEqual({key: masks.get(key) for key in expected}, expected)
-
 
 def run_in_a_world_of_its_own(name):
     """Most of a test is the library's own waits, so many can run at a time."""

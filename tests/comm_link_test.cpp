@@ -1,4 +1,4 @@
-// The link to the comm application: attaching, each fault of the other side, signals, lost peers.
+// The link to the comm application: signals, lost peers, and arguments that it refuses.
 #include <fcntl.h>
 #include <sys/sem.h>
 #include <sys/wait.h>
@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "ipcam/camera/dsp_command.h"
-#include "tests/support/call_cases.h"
+#include "tests/support/camera_fixture.h"
 
 namespace ipcam::camera {
 namespace {
@@ -20,7 +20,7 @@ using test::eventually;
 using test::fail_next;
 using test::Output;
 
-class CommLink : public test::CallTest {
+class CommLink : public test::CameraTest {
  protected:
   static int run(DspCommand& dsp, std::string text) {
     char result[32];
@@ -33,44 +33,9 @@ class CommLink : public test::CallTest {
     sigaddset(&doorbell, SIGUSR1);
     pthread_sigmask(how, &doorbell, nullptr);
   }
-  void note_record() { notes.emplace_back(camera.record_is_clean() ? "record is free" : "record is taken"); }
 
   DspCommand dsp;
 };
-
-TEST_F(CommLink, EveryFaultCostsOneRequestOnly) {
-  const std::map<std::string, Call> calls = {
-      {"read",
-       [&](const std::string&) {
-         const int result = read_register(dsp);
-         note_record();
-         EXPECT_NE(camera.record().comm_pid, 0);
-         camera.settle();
-         return result;
-       }},
-      {"recover",
-       [&](const std::string&) {
-         note_record();
-         if (camera.board().running == 0 || !camera.record_is_clean()) camera.restart();
-         return read_register(dsp);
-       }},
-      {"attach-and-read",
-       [&](const std::string&) {
-         DspCommand link;
-         return read_register(link);
-       }},
-      {"fetch-unattached",
-       [&](const std::string&) {
-         DspCommand link;
-         packet_info packet{};
-         g_signal_flg = 1;
-         return link.get_from_comm(&packet);
-       }},
-      {"stop-camera", [&](const std::string&) { return camera.stop(), 0; }},
-      {"start-camera", [&](const std::string&) { return camera.start(), 0; }},
-  };
-  check_calls("comm_link.txt", calls);
-}
 
 TEST_F(CommLink, AFailedDoorbellLeavesTheRecordPostedUntilTheCommApplicationReturns) {
   camera.kill9();
@@ -86,13 +51,6 @@ TEST_F(CommLink, AFailedDoorbellLeavesTheRecordPostedUntilTheCommApplicationRetu
 
   camera.start();
   EXPECT_EQ(read_register(dsp), 1);
-}
-
-TEST_F(CommLink, SignalsNoProcessGroup) {
-  for (const int pid : {0, -getpid()}) {
-    const Output output = capture([&] { EXPECT_EQ(dsp.send_sigusr2(pid), -1); });
-    EXPECT_EQ(output.err, "dspset: [ERROR] send user signal1 to pid " + std::to_string(pid) + " failed!\n");
-  }
 }
 
 TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
@@ -123,6 +81,9 @@ TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
          return dsp.send_to_comm(&read) + dsp.get_from_comm(&read);
        },
        "dspset: [ERROR] reply too long (129, maximum length: 128)!\n"},
+      {[&] { return dsp.send_sigusr2(0); }, "dspset: [ERROR] send user signal1 to pid 0 failed!\n"},
+      {[&] { return dsp.send_sigusr2(-getpid()); },
+       "dspset: [ERROR] send user signal1 to pid " + std::to_string(-getpid()) + " failed!\n"},
   };
   for (const auto& c : cases) {
     const Output output = capture([&] { EXPECT_EQ(c.call(), -1); });

@@ -1,12 +1,14 @@
-// EVR worker: what one pass writes, what ends a run, and stopping it.
+// EVR worker: stopping it while it sleeps, and who enables it.
 #include "workers/evr_control.h"
 
+#include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <memory>
 #include <thread>
 
 #include "ipcam/camera/auto_daynight.h"
-#include "tests/support/call_cases.h"
+#include "tests/support/camera_fixture.h"
 
 // A day/night worker that uses its DspCommand until its destructor returns.
 namespace ipcam::camera {
@@ -38,16 +40,7 @@ namespace {
 
 constexpr char kSleep[] = "usleep(1000000)";
 
-class EvrTest : public CallTest {
- protected:
-  camera::DspCommand dsp;
-};
-
-TEST_F(EvrTest, FollowsTheShutterUntilTheAdjustmentMode) {
-  camera::EVRControl worker(0x37, &dsp);
-  check_calls("evr_control.txt", {{"run", [&](const std::string&) { return worker.start_thread(); }},
-                                  {"sensor-mode", [&](const std::string&) { return worker.getCPUMode(); }}});
-}
+using EvrTest = CameraTest;
 
 TEST_F(EvrTest, RunsUntilTheControlThreadEndsWhereOthersStillSendCommands) {
   write_settings();
@@ -64,6 +57,7 @@ TEST_F(EvrTest, RunsUntilTheControlThreadEndsWhereOthersStillSendCommands) {
 }
 
 TEST_F(EvrTest, WritesNothingAfterAStopDuringItsSleep) {
+  camera::DspCommand dsp;
   auto worker = std::make_unique<camera::EVRControl>(0x37, &dsp);
   EXPECT_EQ(worker->stop_thread(), 0) << "of a worker that has never run";
   camera.clear_traffic();
@@ -79,6 +73,28 @@ TEST_F(EvrTest, WritesNothingAfterAStopDuringItsSleep) {
     EXPECT_EQ(camera.traffic(), Lines{});
   }
   worker.reset();
+}
+
+TEST_F(EvrTest, TheFactoryFileEnablesTheEvrWorker) {
+  const auto camera_file = [](char evr) { return std::string("\1\0", 2) + evr + std::string(37, '\0'); };
+  write_settings();
+  write_file("/var/tmp/AdjCamera.txt", camera_file(0x37));
+  for (const int round : {1, 2}) {
+    clock->hold(kSleep);
+    if (round == 2) std::filesystem::remove("/var/tmp/AdjCamera.txt");  // the value is kept
+    camera.clear_traffic();
+    ASSERT_EQ(0, start_control_thread());
+    ASSERT_TRUE(clock->wait_until_held(kSleep));
+    EXPECT_EQ(1, std::ranges::count(camera.traffic(), "r 17/0x1c"));
+    EXPECT_EQ(0x37, camera.reg(9, 3));
+    clock->release_all();
+    stop_control_thread();
+  }
+  write_file("/var/tmp/AdjCamera.txt", camera_file(0));  // and taken back by the next file
+  clock->clear_waits();
+  ASSERT_EQ(0, start_control_thread());
+  stop_control_thread();
+  EXPECT_EQ(Lines{}, clock->waits());
 }
 
 }  // namespace

@@ -51,7 +51,7 @@ class FaultMatrix : public FaultTest {
   }
 
   // Returns false for a fault that did not happen, because this time the operation took another way.
-  bool survives(const Operation& operation, const Cell& cell) {
+  bool costs_one_operation(const Operation& operation, const Cell& cell) {
     // Results may depend on what was done before, but not on whether it is done once more.
     int without_fault = 0;
     capture([&] { without_fault = operation.run(); });
@@ -91,7 +91,7 @@ TEST_F(FaultMatrix, EachFaultCostsOneOperationOnly) {
   std::mt19937 random(proof_seed());
   const unsigned one_in = whole_proof() ? 1 : 25;
   std::size_t cells = 0;
-  int tried = 0;
+  int faults = 0;
   for (const Operation& operation : operations) {
     for (const Cell& cell : cells_of(operation)) {
       ++cells;
@@ -99,11 +99,11 @@ TEST_F(FaultMatrix, EachFaultCostsOneOperationOnly) {
       SCOPED_TRACE(operation.name + ", exchange " + std::to_string(cell.exchange) + ", entry " +
                    std::to_string(cell.entry) + ": " +
                    std::string(sim::kFaultNames[static_cast<std::size_t>(cell.fault)]));
-      tried += survives(operation, cell);
+      faults += costs_one_operation(operation, cell);
       ASSERT_FALSE(HasFailure());
     }
   }
-  std::printf("%zu cells, %d tried, %d survivors\n", cells, tried, tried);
+  std::printf("%zu cells, %d faults, each cost one operation\n", cells, faults);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
-// Flash copy of the parameter area, and the all-to-SDRAM request.
+// Flash copy of the parameter area.
 #include <pthread.h>
 
 #include <filesystem>
 #include <fstream>
 
 #include "ipcam/camera/dsp_command.h"
-#include "tests/support/call_cases.h"
+#include "tests/support/camera_fixture.h"
 #include "tests/support/interpose.h"
 
 namespace ipcam::test {
@@ -27,7 +27,7 @@ std::ptrdiff_t open_descriptors() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
-class FlashTest : public CallTest {
+class FlashTest : public CameraTest {
  protected:
   void put(const char* device, long offset, const std::string& bytes) {
     const Unfailing unfailing;
@@ -78,8 +78,11 @@ TEST_F(FlashTest, StoresTheAreaAndItsStartInTheVariantBlockAlsoWhenCancelled) {
   };
   pthread_t thread{};
   void* end = nullptr;
-  pthread_create(&thread, nullptr, store, &dsp);
-  pthread_join(thread, &end);
+  const Output output = capture([&] {
+    pthread_create(&thread, nullptr, store, &dsp);
+    pthread_join(thread, &end);
+  });
+  EXPECT_EQ(output.out, "dspset: flash memory storing, please wait... \ndspset:  ... done!\n");
   EXPECT_EQ(end, PTHREAD_CANCELED);
   EXPECT_TRUE(flash_area() == pattern(kAreaSize, 3));
   EXPECT_TRUE(flash_block(3) == pattern(kBlockSize, 3));
@@ -101,19 +104,51 @@ TEST_F(FlashTest, AStoreAfterALoadKeepsTheVariantBlockAlsoWhenInterrupted) {
 }
 
 TEST_F(FlashTest, StopsAtTheFirstFailureAndClosesWhatItOpened) {
-  const auto flash = [&](const std::string& flag) {
+  const std::string loading = "dspset: flash memory loading, please wait... \n";
+  const struct {
+    std::string out, err;
+    std::string call;  // that fails
+    int nth = 0;
+    long result = -1;
+    unsigned char flag = 0;
+    bool changes_memory = false;
+  } cases[] = {
+      {"", "invalid flag!", "", 0, -1, 2},
+      {"", "invalid flag!", "", 0, -1, 255},
+      {"", "device file '/dev/corvo2_gpio-0' open error!", "open"},
+      {"", "TKV_Q5_IOCTL_GPIO_OUT failed!", "ioctl"},
+      {"", "TKV_Q5_IOCTL_GPIO_IN failed!", "ioctl", 1},
+      {"", "file '/dev/mtdblock3' open failed!", "open", 1},
+      {"", "file '/dev/mem' open failed!", "open", 2},
+      {"", "lseek error!", "lseek"},
+      {"", "lseek error!", "lseek", 1},
+      {loading, "file read error!", "read"},
+      {loading, "file read error!", "read", 15, 0, 0, true},
+      {loading, "file write error!", "write"},
+      {loading, "read 768 byte but only write 767 byte!", "write", 15, 767, 0, true},
+      {loading, "read 1024 byte but only write 0 byte!", "write", 16, 0, 0, true},
+      {loading, "lseek error!", "lseek", 2, -1, 0, true},
+      {loading, "lseek error!", "lseek", 3, -1, 0, true},
+      {loading, "file read error!", "read", 19, -1, 0, true},
+  };
+  const auto flash_device = [&] { return get("/dev/mtdblock3", 0x40000, kArea + kAreaSize - 0x40000); };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.call + " " + std::to_string(c.nth) + ": " + c.err);
     fill(3);
-    const auto flash_device = [&] { return get("/dev/mtdblock3", 0x40000, kArea + kAreaSize - 0x40000); };
     const std::string flash_before = flash_device(), memory_before = memory_area();
     const auto descriptors = open_descriptors();
-    const int result = dsp.do_flash(static_cast<unsigned char>(std::stoi(flag)));
+    if (!c.call.empty()) fail_next(c.call, EIO, c.nth, c.result);
+    const Output output = capture([&] { EXPECT_EQ(dsp.do_flash(c.flag), -1); });
+    EXPECT_EQ(output.out, c.out);
+    EXPECT_EQ(output.err, "dspset: [ERROR] " + c.err + "\ndspset: [ERROR]  ... failed!\n");
+    EXPECT_EQ(failures_left(), 0);
     EXPECT_EQ(open_descriptors(), descriptors);
-    if (flash_device() != flash_before) notes.emplace_back("flash has changed");
-    if (memory_area() != memory_before) notes.emplace_back("memory has changed");
-    return result;
-  };
-  check_calls("flash_store.txt",
-              {{"flash", flash}, {"all-to-sdram", [&](const std::string&) { return dsp.execute_alltosdram(); }}});
+    EXPECT_TRUE(flash_device() == flash_before);
+    EXPECT_EQ(memory_area() != memory_before, c.changes_memory);
+  }
+  fail_next("fsync", EIO);
+  const Output output = capture([&] { EXPECT_EQ(dsp.do_flash(1), -1) << "what is not flushed is not stored"; });
+  EXPECT_EQ(output.err, "dspset: [ERROR] file write error!\ndspset: [ERROR]  ... failed!\n");
 }
 
 }  // namespace

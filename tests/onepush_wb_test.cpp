@@ -1,4 +1,4 @@
-// One-push white balance: the course of one measurement, and stopping it at any time.
+// One-push white balance: stopping a measurement at any time, and replacing it.
 #include "workers/onepush_wb.h"
 
 #include <fcntl.h>
@@ -9,12 +9,12 @@
 #include <future>
 #include <memory>
 #include <new>
-#include <sstream>
+#include <numeric>
 #include <thread>
 #include <utility>
 
 #include "settings/settings_record.h"
-#include "tests/support/call_cases.h"
+#include "tests/support/camera_fixture.h"
 #include "tests/support/interpose.h"
 
 namespace ipcam::test {
@@ -61,30 +61,12 @@ Lines operator+(Lines first, const Lines& second) {
 }
 Lines readings(std::size_t count) { return Lines(count, "r 14/0x8c 14/0x8d 14/0x8e 14/0x8f"); }
 
-class OnepushTest : public CallTest {
+class OnepushTest : public CameraTest {
  protected:
   OnepushTest() {
     write_settings();
-    show_gains("red 3650 blue 2029");
-    camera.clear_traffic();
-  }
-  // Gains that successive polls read; the last one stays: "red 3650 3730 blue 2029".
-  void show_gains(const std::string& text) {
-    std::uint32_t byte = 0;
-    std::vector<std::uint8_t> low, high;
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
-      if (word == "red" || word == "blue") {
-        byte = word == "red" ? 140 : 142;
-        low.clear();
-        high.clear();
-        continue;
-      }
-      low.push_back(static_cast<std::uint8_t>(std::stoi(word) & 0xff));
-      high.push_back(static_cast<std::uint8_t>(std::stoi(word) >> 8));
-      camera.script(14, byte, low);
-      camera.script(14, byte + 1, high);
-    }
+    constexpr std::uint8_t kGains[] = {0x42, 0x0e, 0xed, 0x07};  // red 3650, blue 2029
+    for (std::uint32_t i = 0; i < 4; ++i) camera.set_reg(14, 140 + i, kGains[i]);
   }
   // Lets polls pass and leaves the worker asleep after the last; the clock must hold them.
   void run_to_poll(int polls) {
@@ -93,42 +75,18 @@ class OnepushTest : public CallTest {
       if (i < polls) clock->release(kPoll);
     }
   }
-  SettingsBytes saved(std::uint16_t red, std::uint16_t blue) { return SettingsBytes{}.u16(168, red).u16(170, blue); }
 
   camera::DspCommand dsp;
 };
 
-TEST_F(OnepushTest, MeasuresUntilTheGainsSettleOrTimeRunsOut) {
-  std::unique_ptr<OnepushWB> worker;
-  const std::map<std::string, Call> calls = {
-      {"measure",
-       [&](const std::string& gains) {
-         write_settings(saved(7, 8));
-         show_gains(gains);
-         worker = std::make_unique<OnepushWB>(&dsp);
-         return worker->start_thread();
-       }},
-      {"measure-again", [&](const std::string&) { return worker->start_thread(); }},
-      {"saved",
-       [&](const std::string&) {
-         const SettingsBytes settings = read_settings();
-         notes.push_back(std::to_string(settings.u16(168)) + " " + std::to_string(settings.u16(170)));
-         return settings.bytes == saved(settings.u16(168), settings.u16(170)).bytes ? 0 : -1;
-       }},
-      {"forget-saved", [&](const std::string&) { return write_settings(saved(7, 8)), 0; }},
-      {"shorten-settings", [&](const std::string&) { return write_file("/tmp/config/all.conf", "too short"), 0; }},
-  };
-  check_calls("onepush_wb.txt", calls);
-}
-
 TEST_F(OnepushTest, WritesNothingAfterAStopAtAnyPoll) {
   OnepushWB worker(&dsp);
   clock->hold(kPoll);
-  std::string moving = "red";
-  for (int gain = 6000; gain < 9000; gain += 100) moving += " " + std::to_string(gain);
+  std::vector<std::uint8_t> moving(30);
+  std::iota(moving.begin(), moving.end(), std::uint8_t{0x10});
   for (int poll = 1; poll <= 29; ++poll) {
     SCOPED_TRACE(poll);
-    show_gains(moving);
+    camera.script(14, 141, moving);
     ASSERT_EQ(worker.start(), 0);
     ASSERT_NO_FATAL_FAILURE(run_to_poll(poll));
     camera.clear_traffic();
@@ -137,7 +95,7 @@ TEST_F(OnepushTest, WritesNothingAfterAStopAtAnyPoll) {
     worker.wait_until_idle();
     EXPECT_EQ(camera.traffic(), Lines{});
   }
-  EXPECT_EQ(read_settings().bytes, saved(0, 0).bytes);
+  EXPECT_EQ(read_settings().bytes, SettingsBytes{}.bytes);
 }
 
 TEST_F(OnepushTest, SavesAndAppliesNothingAfterAStopBeforeTheSave) {
@@ -151,7 +109,7 @@ TEST_F(OnepushTest, SavesAndAppliesNothingAfterAStopBeforeTheSave) {
   }
   worker.wait_until_idle();
   EXPECT_EQ(camera.traffic(), kStart + readings(5));
-  EXPECT_EQ(read_settings().bytes, saved(0, 0).bytes);
+  EXPECT_EQ(read_settings().bytes, SettingsBytes{}.bytes);
 }
 
 TEST_F(OnepushTest, AStopReachesARunThatHasNotTakenItsFirstStep) {
@@ -170,7 +128,7 @@ TEST_F(OnepushTest, AStopReachesARunThatHasNotTakenItsFirstStep) {
 }
 
 TEST_F(OnepushTest, ALostRunCostsItsOwnStartOnly) {
-  write_settings(saved(0, 0).i32(16, 3));
+  write_settings(SettingsBytes{}.i32(16, 3));
   ASSERT_EQ(start_control_thread(), 0);
   ASSERT_EQ(request(camera::REQUEST_WB_MODE, 7), 0);
   camera.clear_traffic();
@@ -216,7 +174,7 @@ TEST_F(OnepushTest, RunsTakeTurns) {
 }
 
 TEST_F(OnepushTest, ModeOnepushTakesTheGainsThatAreBeingSaved) {
-  write_settings(saved(7, 8).i32(16, 3));
+  write_settings(SettingsBytes{}.put<std::uint16_t>(168, 7).put<std::uint16_t>(170, 8).i32(16, 3));
   ASSERT_EQ(start_control_thread(), 0);
   ASSERT_EQ(request(camera::REQUEST_WB_MODE, 7), 0);
   const int other_writer = open("/tmp/config/all.conf.lock", O_RDWR | O_CREAT, 0600);
@@ -252,7 +210,7 @@ TEST_F(OnepushTest, RequestsDuringAMeasurementEndIt) {
   for (const auto& row : kCases) {
     SCOPED_TRACE(row.name);
     stop_control_thread();
-    write_settings(saved(0, 0).i32(16, 3));
+    write_settings(SettingsBytes{}.i32(16, 3));
     ASSERT_EQ(start_control_thread(), 0);
     ASSERT_EQ(request(camera::REQUEST_WB_MODE, 7), 0);
     camera.clear_traffic();

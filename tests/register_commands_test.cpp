@@ -1,9 +1,11 @@
-// Register commands: texts, tables, packets, the results and messages of each.
+// Register commands: the longest texts, what is refused before it is sent, and setters on several threads.
 #include <algorithm>
 #include <functional>
+#include <thread>
 
 #include "ipcam/camera/dsp_command.h"
-#include "tests/support/call_cases.h"
+#include "ipcam/camera/parameter_tables.h"
+#include "tests/support/camera_fixture.h"
 
 namespace ipcam::camera {
 namespace {
@@ -12,68 +14,28 @@ using test::capture;
 using test::Lines;
 using test::Output;
 
-class RegisterCommands : public test::CallTest {
+class RegisterCommands : public test::CameraTest {
  protected:
-  RegisterCommands() {
-    for (std::uint32_t i = 0; i < 20; ++i) camera.set_reg(14, i, 0xa0 + i);
-  }
-
-  int run(std::string text) { return dsp.do_debug(text.data(), reinterpret_cast<char*>(values)); }
-
-  void note(const char* what, std::uint8_t value) {
-    char text[40];
-    std::snprintf(text, sizeof text, "%s 0x%02x", what, value);
-    notes.emplace_back(text);
-  }
-
-  // Notes what a call has put where 0xee was.
-  int with_values(int result) {
-    for (const std::uint8_t* value = values; *value != 0xee; ++value) note("found", *value);
-    return result;
-  }
-
-  // A call with the table {12/0x00 mask 0x0f data 0x03, 12/0x03 mask 0xff data 0x77}, and its data afterwards.
-  int with_table(const std::function<int(param_info*)>& call) {
-    param_info table[] = {{.category = 12, .byte = 0, .mask = 0x0f, .data = 0x03},
-                          {.category = 12, .byte = 3, .mask = 0xff, .data = 0x77}};
-    const int result = with_values(call(table));
-    for (const param_info& row : table) note("data", row.data);
-    return result;
-  }
-
-  int write_block(const std::string& rows) {
-    std::vector<param_info> table(200, {.category = 91, .byte = 0x106});
-    for (std::size_t i = 0; i < table.size(); ++i) table[i].data = static_cast<std::uint8_t>(i + 1);
-    return dsp.execute_gamma_cmd(table.data(), std::stoi(rows));
-  }
-
   DspCommand dsp;
   unsigned char values[40];
 };
 
-TEST_F(RegisterCommands, DoWhatTheyAreToldOrSayWhyNot) {
-  const std::map<std::string, Call> calls = {
-      {"text", [&](const std::string& text) { return with_values(run(text)); }},
-      {"text-r-and-semicolons",
-       [&](const std::string& n) {
-         std::string text = "r," + std::string(std::stoul(n), ';');
-         return dsp.do_debug(reinterpret_cast<unsigned char*>(text.data()), values);
-       }},
-      {"list-of-semicolons",
-       [&](const std::string& n) { return dsp.execute_rw_cmd(1, std::string(std::stoul(n), ';').data(), values); }},
-      {"table",
-       [&](const std::string&) { return with_table([&](auto* rows) { return dsp.execute_abs_cmd(rows, 2); }); }},
-      {"table-as-text",
-       [&](const std::string& option) {
-         return with_table([&](auto* rows) { return dsp.do_debug(rows, values, std::stoi(option), 2); });
-       }},
-      {"block", [&](const std::string& rows) { return write_block(rows); }},
-  };
-  check_calls("register_commands.txt", calls, [&] {
-    std::ranges::fill(values, std::uint8_t{0xee});
-    camera.set_reg(12, 0, 0xa5);
-    camera.set_reg(12, 3, 0x11);
+TEST_F(RegisterCommands, AreAtMost256CharactersLong) {
+  std::string longest = "r," + std::string(256, ';'), longer = longest + ";";
+  const auto as_bytes = [](std::string& text) { return reinterpret_cast<unsigned char*>(text.data()); };
+  const Output output = capture([&] {
+    EXPECT_EQ(dsp.do_debug(as_bytes(longest), values), 0);
+    EXPECT_EQ(dsp.do_debug(as_bytes(longer), values), -1);
+    longest.assign(256, ';');
+    longer.assign(257, ';');
+    EXPECT_EQ(dsp.execute_rw_cmd(1, longest.data(), values), 0);
+    EXPECT_EQ(dsp.execute_rw_cmd(1, longer.data(), values), -1);
+    longer.assign(257, 'r');
+    EXPECT_EQ(dsp.do_debug(longer.data(), reinterpret_cast<char*>(values)), 0) << "and says nothing";
   });
+  const std::string refusal = "dspset: [ERROR] argument too long (257, maximum length: 256)!\n";
+  EXPECT_EQ(output.err, refusal + refusal);
+  EXPECT_EQ(camera.traffic(), (Lines{"x", "x"}));
 }
 
 TEST_F(RegisterCommands, RefuseWhatTheyCannotSendBeforeTheySend) {
@@ -107,6 +69,21 @@ TEST_F(RegisterCommands, RefuseWhatTheyCannotSendBeforeTheySend) {
     EXPECT_EQ(output.err, "dspset: [ERROR] " + c.err);
   }
   EXPECT_EQ(camera.traffic(), Lines{});
+}
+
+TEST_F(RegisterCommands, OfTwoThreadsDoNotMixTheirBytesInOneTable) {
+  constexpr int kRounds = 200;
+  const auto repeat = [&](unsigned int level) {
+    for (int i = 0; i < kRounds; ++i) EXPECT_EQ(dsp.do_rgain(level), 0);
+  };
+  std::thread low(repeat, 0u);
+  repeat(255);
+  low.join();
+  const std::string low_gain = "w 12/0x7c=0xba 12/0x7d=0x27", high_gain = "w 12/0x7c=0xdc 12/0x7d=0x05";
+  const Lines traffic = camera.traffic();
+  EXPECT_EQ(std::ranges::count(traffic, low_gain), kRounds);
+  EXPECT_EQ(std::ranges::count(traffic, high_gain), kRounds);
+  EXPECT_EQ(g_rgain[0].data, traffic.back() == low_gain ? 0xba : 0xdc);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 #include "ipcam/camera/camera_request.h"
 #include "ipcam/detection/object_detection_if.h"
-#include "tests/support/call_cases.h"
+#include "tests/support/camera_fixture.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ namespace {
 
 using test::Lines;
 
-class RequestPath : public test::CallTest {
+class RequestPath : public test::CameraTest {
  protected:
   RequestPath() { write_settings(test::SettingsBytes{}.i32(68, 1).i32(140, 1)); }
 
@@ -69,30 +69,6 @@ TEST_F(RequestPath, ServesOnlyBetweenStartAndShutdownHoweverOftenItIsStarted) {
     delete_camera_IF(nullptr);  // a second shutdown touches nothing
     expect_refused();
   }
-}
-
-TEST_F(RequestPath, AnswersCodesWithoutAHandlerWithZeroAndNoTraffic) {
-  start_control_thread();
-  camera.clear_traffic();
-  const int codes[] = {-1, 0,  30, 32, 36, 38, 43, 49, 50,  52,  53,     54,
-                       60, 63, 65, 66, 69, 70, 78, 84, 127, 200, 1 << 30};
-  for (const int code : codes) EXPECT_EQ(request(code, 5), 0) << code;
-  EXPECT_EQ(camera.traffic(), Lines{});
-}
-
-TEST_F(RequestPath, AnswersQueriesAndRawCommands) {
-  start_control_thread();
-  const auto raw = [&](const std::string& text) {
-    s_ccdlsi_dbg record{};
-    text.copy(record.cmd, sizeof record.cmd);
-    EXPECT_EQ(cam_ccd_debug(&record), 0);
-    for (int i = 0; i < record.reply_len; ++i) notes.push_back(std::to_string(record.reply[i] & 0xff));
-    return record.result;
-  };
-  check_calls("request_path.txt",
-              {{"ir-cut", [&](const std::string&) { return inquire(51); }},
-               {"raw", raw},
-               {"raw-without-end", [&](const std::string&) { return raw(std::string(256, 'r')); }}});
 }
 
 // A number that the camera's own library has not reserved: neither wait nor post know it.
@@ -194,6 +170,30 @@ TEST_F(RequestPath, AnswersEachOfManyCallersOnceAlsoWhenStoppedInBetween) {
     const Lines traffic = camera.traffic();
     EXPECT_EQ(std::count(traffic.begin(), traffic.end(), "r 10/0x0b"), served);
     EXPECT_TRUE(served == 128 || round % 2 == 0) << served;
+  }
+}
+
+// A frame length of garbage, 37 minutes: a shutdown ends the wait, and concerns its own start only.
+TEST_F(RequestPath, DoesNotKeepAShutdownWaitingForALongFrame) {
+  const std::string sleep = "usleep(900000)";
+  write_settings();
+  for (const unsigned byte : {10u, 11u, 86u, 87u}) camera.set_reg(81, byte, byte < 86 ? 255 : 87 - byte);
+  for (int round = 0; round < 2; ++round) {
+    ASSERT_EQ(0, start_control_thread());
+    clock->clear_waits();
+    ipcam::platform::clear_journal();
+    clock->hold(sleep);
+    std::thread caller([&] { request(74, 1); });
+    EXPECT_TRUE(clock->wait_until_held(sleep));
+    clock->release(sleep);
+    EXPECT_TRUE(clock->wait_until_held(sleep));
+    std::thread server([&] { stop_control_thread(); });
+    const auto is_stopping = [] { return std::ranges::count(ipcam::platform::journal(), "ThdIf_send(3)") == 1; };
+    EXPECT_TRUE(test::eventually(is_stopping));
+    clock->release_all();
+    caller.join();
+    server.join();
+    EXPECT_EQ(2, std::ranges::count(clock->waits(), sleep));
   }
 }
 

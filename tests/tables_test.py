@@ -1,11 +1,13 @@
-"""Compares the exported tables of the library, as they are when it is loaded, with those written down in
-tests/data/parameter_tables.txt: names, sizes and bytes. Arguments: source directory, library."""
+"""Compares the exported tables of the library, as they are when it is loaded, with tests/data/tables.txt: the name, the
+number of rows, the bytes of a row and the CRC-32 of all bytes of each. With --print it prints the lines anew from the
+library instead; a new table begins as a line with its name, 0, and the bytes of its rows.
+Arguments: source directory, library [--print]."""
 import pathlib
 import struct
 import sys
+import zlib
 
 NOBITS, DYNSYM = 8, 11
-WIDTHS = {'u8': 1, 'u16': 2}
 
 
 def exported_objects(path):
@@ -27,25 +29,13 @@ def exported_objects(path):
             yield text, bytes(size) if kind == NOBITS else elf[offset:offset + size]
 
 
-def written_tables(path):
-    tables, width = {}, None
-    for line in path.read_text().splitlines():
-        words = line.split()
-        if not words or words[0] == '#':
-            continue
-        if words[0] in ('table', 'values'):
-            name, width = words[1], WIDTHS.get(words[-1])
-            tables[name] = b''
-        elif width is None:  # category, byte number, mask, data, and the padding
-            tables[name] += struct.pack('<iiBBxx', *(int(word, 0) for word in words))
-        else:
-            tables[name] += b''.join(int(word, 0).to_bytes(width, 'little') for word in words)
-    return tables
-
-
 objects = dict(exported_objects(sys.argv[2]))
-tables = written_tables(pathlib.Path(sys.argv[1], 'tests/data/parameter_tables.txt'))
-errors = [f'{name}: {objects.get(name, b"is not exported").hex(" ")}, written down: {table.hex(" ")}'
-          for name, table in tables.items() if objects.get(name) != table]
-print('\n'.join(errors) or f'{len(tables)} tables, as written down')
-sys.exit(bool(errors) or len(tables) != 51)
+written = pathlib.Path(sys.argv[1], 'tests/data/tables.txt').read_text().splitlines()
+names = [(line.split()[0], int(line.split()[2])) for line in written]
+lines = [f'{name} {len(objects.get(name, b"")) // size} {size} {zlib.crc32(objects.get(name, b"")):08x}'
+         for name, size in names]
+if '--print' in sys.argv:
+    sys.exit(print('\n'.join(lines)))
+print('\n'.join(f'{new}, written down: {old}' for old, new in zip(written, lines) if old != new)
+      or f'{len(lines)} tables, as written down')
+sys.exit(lines != written or len(lines) != 51)

@@ -85,8 +85,7 @@ int CameraTest::request(int code, int value) {
 int CameraTest::inquire(int code) {
   camera::s_cam_cgi_cmd command{};
   command.code = code;
-  EXPECT_EQ(camera::cam_cgi_command(&command), 0);
-  return command.inq_value;
+  return camera::cam_cgi_command(&command) == 0 ? command.inq_value : kNotServed;
 }
 
 }  // namespace ipcam::test

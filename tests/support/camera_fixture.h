@@ -33,7 +33,6 @@ struct SettingsBytes {
     return *this;
   }
   SettingsBytes& i32(std::size_t offset, std::int32_t value) { return put(offset, value); }
-  SettingsBytes& u16(std::size_t offset, std::uint16_t value) { return put(offset, value); }
   SettingsBytes& u8(std::size_t offset, std::uint8_t value) { return put(offset, value); }
   std::uint16_t u16(std::size_t offset) const;
 };
@@ -56,7 +55,7 @@ class CameraTest : public ::testing::Test {
   static constexpr int kNotServed = -1000;
   // One request to the control thread: its result, or kNotServed.
   int request(int code, int value = 0);
-  // One query: its answer.
+  // One query: its answer, or kNotServed.
   int inquire(int code);
 
   sim::SimulatedCamera camera;

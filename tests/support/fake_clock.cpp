@@ -32,6 +32,7 @@ struct Waits {
   std::condition_variable changed;
   std::vector<std::string> journal;
   std::map<std::string, HeldWait> held;
+  StepObserver observer;
 };
 
 // Never destroyed: threads may still be inside when the program ends.
@@ -92,6 +93,7 @@ void wait_in_fake_time(const std::string& text, std::int64_t ns) {
   {
     std::unique_lock lock(waits.mutex);
     waits.journal.push_back(text);
+    if (waits.observer) waits.observer(text);
     HeldWait& wait = waits.held[text];
     if (wait.held) {
       const int number = ++wait.entered;
@@ -100,6 +102,12 @@ void wait_in_fake_time(const std::string& text, std::int64_t ns) {
   }
   advance(ns);
   sched_yield();  // a thread that sleeps in a loop must not keep the others from running
+}
+
+void ring_in_fake_time() {
+  const Unfailing unfailing;
+  std::lock_guard lock(all_waits().mutex);
+  if (all_waits().observer) all_waits().observer("");
 }
 
 std::string pair_text(const char* name, std::int64_t ns) {
@@ -190,6 +198,11 @@ std::vector<std::string> FakeClock::waits() const {
 void FakeClock::clear_waits() {
   std::lock_guard lock(all_waits().mutex);
   all_waits().journal.clear();
+}
+
+void FakeClock::observe_steps(StepObserver observer) {
+  std::lock_guard lock(all_waits().mutex);
+  all_waits().observer = std::move(observer);
 }
 
 std::int64_t FakeClock::advanced_us() const { return g_advanced_ns / 1000; }
@@ -300,7 +313,7 @@ STAND_IN int __pthread_cond_clockwait64(pthread_cond_t* condition, pthread_mutex
 
 STAND_IN int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* limit) {
   long result = 0;
-  shake();
+  delay_at_random();
   if (fails("sigtimedwait", result)) return static_cast<int>(result);
   sim::Switchboard* const camera = g_camera;
   if (!g_clock_on || camera == nullptr || limit == nullptr || in_ns(*limit) == 0) {
@@ -321,7 +334,8 @@ STAND_IN int __semtimedop64(int id, sembuf* operations, std::size_t count, const
 
 STAND_IN int kill(pid_t pid, int signal) noexcept {
   if (signal != sim::kDoorbell) return REAL(kill)(pid, signal);
-  shake();
+  delay_at_random();
+  if (g_clock_on) ring_in_fake_time();
   long result = 0;
   if (fails("kill", result)) return static_cast<int>(result);
   sim::Switchboard* const camera = g_camera;

@@ -45,7 +45,7 @@ class Unfailing {
 // semtimedop(), but what a stopped camera holds does not come back: on a faked clock the limit has passed at once.
 int wait_for_semaphore(int id, sembuf* operations, std::size_t count, const timespec* limit);
 
-// A delay of the calling thread, when schedules are shaken.
-void shake();
+// A delay of the calling thread, when schedules vary.
+void delay_at_random();
 
 }  // namespace ipcam::test

@@ -85,9 +85,11 @@ std::vector<Operation> FaultTest::request_operations(bool every_value) {
   for (const Request& row : kRequests) {
     std::vector<int> values = row.values();
     if (!every_value) values = {values[(row.accepted.size() + row.depending.size()) / 2]};
-    for (const int value : values) {
-      all.push_back({"request " + std::to_string(row.code) + " with " + std::to_string(value),
-                     [this, code = row.code, value] { return request(code, value); }, Operation::kHidesFailures});
+    for (const int code : row.codes) {
+      for (const int value : values) {
+        all.push_back({"request " + std::to_string(code) + " with " + std::to_string(value),
+                       [this, code, value] { return request(code, value); }, Operation::kHidesFailures});
+      }
     }
   }
   const auto colour = [this] { return request(31, 3) + request(31, 2); };  // the same colour again does nothing

@@ -9,30 +9,48 @@
 #include <cstdio>
 
 namespace ipcam::test {
+namespace {
 
-Output capture(const std::function<void()>& code) {
-  constexpr int kStreams[] = {STDOUT_FILENO, STDERR_FILENO};
-  int saved[2], caught[2];
+constexpr int kStreams[] = {STDOUT_FILENO, STDERR_FILENO};
+
+}  // namespace
+
+CaughtStreams::CaughtStreams() {
   std::fflush(nullptr);
   for (const int i : {0, 1}) {
-    saved[i] = dup(kStreams[i]);
-    caught[i] = memfd_create("caught", MFD_CLOEXEC);
-    dup2(caught[i], kStreams[i]);
+    saved_[i] = dup(kStreams[i]);
+    caught_[i] = memfd_create("caught", MFD_CLOEXEC);
+    dup2(caught_[i], kStreams[i]);
   }
-  code();
+}
+
+CaughtStreams::~CaughtStreams() {
   std::fflush(nullptr);
+  for (const int i : {0, 1}) {
+    dup2(saved_[i], kStreams[i]);
+    close(saved_[i]);
+    close(caught_[i]);
+  }
+}
+
+Output CaughtStreams::take() {
+  std::fflush(stdout);
   std::string texts[2];
   for (const int i : {0, 1}) {
-    dup2(saved[i], kStreams[i]);
     struct stat state {};
-    fstat(caught[i], &state);
-    texts[i].resize(static_cast<std::size_t>(state.st_size));
-    texts[i].resize(
-        static_cast<std::size_t>(std::max<ssize_t>(pread(caught[i], texts[i].data(), texts[i].size(), 0), 0)));
-    close(saved[i]);
-    close(caught[i]);
+    fstat(caught_[i], &state);
+    texts[i].resize(static_cast<std::size_t>(state.st_size - taken_[i]));
+    const ssize_t count = pread(caught_[i], texts[i].data(), texts[i].size(), taken_[i]);
+    texts[i].resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    taken_[i] = state.st_size;
   }
   return {texts[0], texts[1]};
+}
+
+Output capture(const std::function<void()>& code) {
+  CaughtStreams streams;
+  code();
+  return streams.take();
 }
 
 }  // namespace ipcam::test

@@ -17,9 +17,9 @@ thread_local constinit std::uint32_t t_random = 0;
 
 }  // namespace
 
-void shake_schedules(std::uint32_t seed) { g_seed = seed; }
+void vary_schedules(std::uint32_t seed) { g_seed = seed; }
 
-void shake() {
+void delay_at_random() {
   if (g_seed == 0) return;
   if (t_random == 0) t_random = g_seed + ++g_threads * 0x9e3779b9u;
   t_random = t_random * 1664525u + 1013904223u;
@@ -31,21 +31,21 @@ void shake() {
 }  // namespace ipcam::test
 
 // What follows has libc's names, so it must be global.
-using ipcam::test::shake;
+using ipcam::test::delay_at_random;
 
 STAND_IN int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  shake();
+  delay_at_random();
   return REAL(pthread_mutex_lock)(mutex);
 }
 
 STAND_IN int sem_wait(sem_t* semaphore) {
-  shake();
+  delay_at_random();
   return REAL(sem_wait)(semaphore);
 }
 
 STAND_IN int sem_post(sem_t* semaphore) noexcept {
-  shake();
+  delay_at_random();
   const int result = REAL(sem_post)(semaphore);
-  shake();
+  delay_at_random();
   return result;
 }

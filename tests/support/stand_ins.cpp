@@ -155,7 +155,7 @@ STAND_IN int shmdt(const void* address) noexcept {
 }
 
 STAND_IN int semtimedop(int id, sembuf* operations, std::size_t count, const timespec* limit) noexcept {
-  shake();
+  delay_at_random();
   long result = 0;
   if (operations->sem_op < 0 && fails("lock", result)) return -1;
   const int done = wait_for_semaphore(id, operations, count, limit);

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,9 @@
 #include "sim/switchboard.h"
 
 namespace ipcam::test {
+
+// Called with the text of a wait, or with an empty text for a doorbell.
+using StepObserver = std::function<void(const std::string& wait)>;
 
 // While one is alive, usleep, sleep, nanosleep and clock_nanosleep of every thread return at once, and
 // CLOCK_MONOTONIC and CLOCK_REALTIME of a thread move only by what it has waited. A wait for the doorbell is real, but
@@ -28,6 +32,8 @@ class FakeClock {
   std::vector<std::string> waits() const;
   void clear_waits();
   std::int64_t advanced_us() const;
+  // From now on called by each thread before it waits or rings the comm application's doorbell, one thread at a time.
+  void observe_steps(StepObserver observer);
 
   // From now on a wait of this text blocks its thread until release() or the end of the clock. It is in the
   // journal when it blocks.
@@ -66,7 +72,7 @@ int failures_left();
 
 // Until it is called with 0, threads are delayed at random when they take a mutex, operate or wait on a semaphore,
 // send the doorbell or wait for it. Each seed gives delays of its own.
-void shake_schedules(std::uint32_t seed);
+void vary_schedules(std::uint32_t seed);
 
 // Called with every message of a request before it is queued; null: nobody.
 using MessageObserver = void (*)(int type, void* message);
