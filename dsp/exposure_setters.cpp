@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t kNormalWords = std::size(ae_normal_tbl[0]);
 constexpr int kNormalHalf = 2 * int{kNormalWords};
 constexpr int kSlowHalf = 2 * int{std::size(ae_slow_tbl[0])};
-static_assert(std::size(g_ae_normal) == 2 * kNormalHalf && std::size(g_ae_slow) == 2 * kSlowHalf);
+static_assert(std::size(g_ae_normal) == 4 * kNormalWords && std::size(g_ae_slow) == 4 * std::size(ae_slow_tbl[0]));
 
 constexpr std::uint8_t kIrisHeldOpen = 0x55;
 
