@@ -43,9 +43,8 @@ std::uint32_t parse_number(const std::string& tried, std::string_view text, std:
 
 registers::Address parse_register(const std::string& tried, std::string_view text) {
   if (const auto address = registers::parse_address(text)) return *address;
-  const std::vector<std::string> names = registers::register_names();
   throw UsageError(tried + ": no such register (" + std::string(text) +
-                   registers::did_you_mean(text, {names.begin(), names.end()}) +
+                   registers::did_you_mean(text, registers::register_names()) +
                    ", CATEGORY/BYTE up to 255/65535 or a register's name)");
 }
 

@@ -1,10 +1,10 @@
 // camctl config: the stored settings record.
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "tools/commands.h"
 #include "tools/record_text.h"
@@ -36,14 +36,6 @@ std::string read_file(const std::string& file, const std::string& tried) {
   std::string text(std::istreambuf_iterator<char>(stream), {});
   if (!stream.is_open() || stream.bad()) throw CommandError(kUsage, tried + ": " + std::strerror(errno));
   return text;
-}
-
-std::vector<std::string> lines_of(const std::string& text) {
-  std::vector<std::string> lines;
-  for (std::size_t at = 0; at < text.size(); at = text.find('\n', at) + 1) {
-    lines.push_back(text.substr(at, text.find('\n', at) - at));
-  }
-  return lines;
 }
 
 }  // namespace
@@ -132,13 +124,12 @@ void config_diff(Context& context, const std::string& file) {
   camera::SettingsRecord other = stored;
   apply_record_text(read_file(file, tried), file, other);
   // Line by line: both texts have the same lines in the same order.
-  const std::vector<std::string> ours = lines_of(record_text(stored));
-  const std::vector<std::string> theirs = lines_of(record_text(other));
-  for (std::size_t i = 0; i < ours.size(); ++i) {
-    if (ours[i] == theirs[i]) continue;
-    context.out.result({{"stored", ours[i]}, {"file", theirs[i]}},
-                       context.out.styled(Output::Style::kBad, "- " + ours[i]) + "\n" +
-                           context.out.styled(Output::Style::kGood, "+ " + theirs[i]));
+  std::istringstream ours(record_text(stored));
+  std::istringstream theirs(record_text(other));
+  for (std::string our, their; std::getline(ours, our) && std::getline(theirs, their);) {
+    if (our == their) continue;
+    context.out.result({{"stored", our}, {"file", their}}, context.out.styled(Output::Style::kBad, "- " + our) + "\n" +
+                                                               context.out.styled(Output::Style::kGood, "+ " + their));
   }
 }
 
