@@ -17,7 +17,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "sim/packet_entries.h"
+#include "wire/packet_entries.h"
 
 namespace ipcam::sim {
 namespace {

@@ -7,9 +7,11 @@
 #include <span>
 #include <string_view>
 
-#include "sim/wire_format.h"
+#include "wire/wire_format.h"
 
 namespace ipcam::sim {
+
+using namespace wire;
 
 // What can go wrong with one exchange. "Answered" means: registers read and written, reply in the record.
 enum class Fault : std::uint32_t {

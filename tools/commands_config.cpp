@@ -20,7 +20,7 @@ camera::SettingsRecord stored_record(const std::string& tried) {
 }
 
 void store(const camera::SettingsRecord& record, const std::string& tried) {
-  if (settings::write_stored_record(record)) return;
+  if (workstation::write_stored_record(record)) return;
   throw CommandError(kUsage, tried + ": the stored settings cannot be written");
 }
 
@@ -41,12 +41,12 @@ std::string read_file(const std::string& file, const std::string& tried) {
 }  // namespace
 
 void config_init(Context& context, bool over_what_is_there) {
-  const std::filesystem::path path = settings::stored_record_path();
+  const std::filesystem::path path = workstation::stored_record_path();
   const bool is_there = read_stored_record() || std::filesystem::exists(std::filesystem::symlink_status(path));
   if (is_there && !over_what_is_there) {
     throw CommandError(kUsage, "config init: " + path.string() + " is there already, use --force");
   }
-  store(settings::sample_record(), "config init");
+  store(workstation::sample_record(), "config init");
   context.out.result({{"file", path.string()}}, "sample settings in " + path.string());
 }
 

@@ -66,7 +66,7 @@ std::vector<Finding> examine_link(Context& context) {
     return findings.back().is_good;
   };
   const auto present = [](bool is_there) { return is_there ? "there" : "missing"; };
-  add({"key file", link.has_key_file, std::string(sim::kKeyFile) + " is " + present(link.has_key_file), kStartAdvice});
+  add({"key file", link.has_key_file, std::string(wire::kKeyFile) + " is " + present(link.has_key_file), kStartAdvice});
   add({"semaphore", link.has_semaphore, present(link.has_semaphore), kStartAdvice});
   add({"segment", link.has_segment, present(link.has_segment), kStartAdvice});
   if (!link.has_semaphore || !link.has_segment) return findings;

@@ -21,7 +21,7 @@ std::vector<LoggedExchange> g_exchanges;
 bool g_is_logging = false;
 
 // A process has one DspCommand at work, so its exchanges do not overlap: a reply belongs to the last command.
-void log_packet(int direction, const sim::Packet& packet) {
+void log_packet(int direction, const wire::Packet& packet) {
   const std::lock_guard lock(g_mutex);
   if (!g_is_logging) return;
   if (direction == 0) {
@@ -33,8 +33,8 @@ void log_packet(int direction, const sim::Packet& packet) {
 
 bool reports_failure(const LoggedExchange& exchange) {
   if (!exchange.reply || exchange.reply->count != exchange.command.count) return true;
-  const std::vector<sim::ReplyEntry> entries = sim::decode_reply(*exchange.reply);
-  const auto succeeded = std::ranges::count(entries, sim::kSuccess, &sim::ReplyEntry::status);
+  const std::vector<wire::ReplyEntry> entries = wire::decode_reply(*exchange.reply);
+  const auto succeeded = std::ranges::count(entries, wire::kSuccess, &wire::ReplyEntry::status);
   return succeeded != exchange.command.count;
 }
 
@@ -61,10 +61,10 @@ std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>&
   std::vector<RegisterWrite> writes;
   for (const LoggedExchange& exchange : exchanges) {
     if (reports_failure(exchange)) continue;
-    const std::vector<sim::CommandEntry> entries = sim::decode_command(exchange.command).entries;
-    const std::vector<sim::ReplyEntry> reply = sim::decode_reply(*exchange.reply);
+    const std::vector<wire::CommandEntry> entries = wire::decode_command(exchange.command).entries;
+    const std::vector<wire::ReplyEntry> reply = wire::decode_reply(*exchange.reply);
     for (std::size_t i = 0; i < std::min(entries.size(), reply.size()); ++i) {
-      const bool is_write = entries[i].type == sim::kWriteEntry;
+      const bool is_write = entries[i].type == wire::kWriteEntry;
       for (std::size_t n = 0; n < entries[i].values.size(); ++n) {
         const Address address = address_in(entries[i], n);
         const std::uint8_t value = is_write ? entries[i].values[n] : reply[i].value.value_or(0);
@@ -78,10 +78,10 @@ std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>&
 }
 
 std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchange>& exchanges, Clock::time_point end) {
-  std::vector<const sim::Packet*> carried_out;  // later than the one that is looked at
+  std::vector<const wire::Packet*> carried_out;  // later than the one that is looked at
   for (std::size_t i = exchanges.size(); i-- > 0;) {
     const LoggedExchange& exchange = exchanges[i];
-    const auto is_same = [&](const sim::Packet* later) {
+    const auto is_same = [&](const wire::Packet* later) {
       return std::memcmp(later, &exchange.command, sizeof *later) == 0;
     };
     if (!reports_failure(exchange)) {
@@ -100,7 +100,7 @@ namespace ipcam::camera {
 
 // Comes before the library's hook of the same name, which does nothing.
 void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
-  tools::log_packet(direction, std::bit_cast<sim::Packet>(*packet));
+  tools::log_packet(direction, std::bit_cast<wire::Packet>(*packet));
 }
 
 }  // namespace ipcam::camera

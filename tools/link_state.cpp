@@ -38,8 +38,8 @@ void look_at_record(int shm_id, LinkState& link) {
   void* memory = shmat(shm_id, nullptr, 0);
   if (memory == reinterpret_cast<void*>(-1)) return;
   link.may_use_segment = true;
-  if (link.segment_size >= sizeof(sim::Record)) {
-    std::memcpy(&link.record.emplace(), memory, sizeof(sim::Record));
+  if (link.segment_size >= sizeof(wire::Record)) {
+    std::memcpy(&link.record.emplace(), memory, sizeof(wire::Record));
     link.comm_alive = is_alive(link.record->comm_pid);
     link.requester_alive = is_alive(link.record->req_pid);
   }
@@ -50,7 +50,7 @@ void look_at_record(int shm_id, LinkState& link) {
 
 LinkState look_at_link() {
   LinkState link;
-  const key_t key = ftok(sim::kKeyFile, sim::kKeyProject);
+  const key_t key = ftok(wire::kKeyFile, wire::kKeyProject);
   if (key == -1) return link;
   link.has_key_file = true;
 

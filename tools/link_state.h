@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "sim/wire_format.h"
 #include "tools/output.h"
+#include "wire/wire_format.h"
 
 namespace ipcam::tools {
 
@@ -18,11 +18,11 @@ struct LinkState {
   bool may_use_segment = false;
   std::size_t segment_size = 0;
 
-  std::optional<sim::Record> record = {};  // only from a usable segment of full size
+  std::optional<wire::Record> record = {};  // only from a usable segment of full size
   bool comm_alive = false;
   bool requester_alive = false;
 
-  bool is_idle() const { return record && record->status == sim::kIdle && record->req_pid == 0; }
+  bool is_idle() const { return record && record->status == wire::kIdle && record->req_pid == 0; }
 };
 
 LinkState look_at_link();

@@ -1,9 +1,9 @@
 // The stored settings as the programs of a workstation read, write and, where there are none, begin them.
-#include "settings/stored_record.h"
+#include "workstation/stored_record.h"
 
 #include <cstdlib>
 
-namespace ipcam::settings {
+namespace ipcam::workstation {
 
 namespace {
 
@@ -51,4 +51,4 @@ camera::SettingsRecord sample_record() {
   return record;
 }
 
-}  // namespace ipcam::settings
+}  // namespace ipcam::workstation
