@@ -14,7 +14,7 @@
 #include <cstring>
 #include <system_error>
 
-#include "sim/wire_format.h"
+#include "wire/wire_format.h"
 
 namespace ipcam::bench {
 
@@ -68,10 +68,10 @@ void answer(camera::shm_info& record) {
 }  // namespace
 
 key_t make_link_key() {
-  const int file = open(sim::kKeyFile, O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-  if (file < 0) fail(sim::kKeyFile);
+  const int file = open(wire::kKeyFile, O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+  if (file < 0) fail(wire::kKeyFile);
   close(file);
-  return ftok(sim::kKeyFile, sim::kKeyProject);
+  return ftok(wire::kKeyFile, wire::kKeyProject);
 }
 
 CommPeer::CommPeer(key_t key)

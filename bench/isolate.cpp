@@ -5,21 +5,21 @@
 #include <cstdlib>
 #include <exception>
 
-#include "settings/stored_record.h"
-#include "sim/namespaces.h"
+#include "workstation/namespaces.h"
+#include "workstation/stored_record.h"
 
 namespace ipcam::bench {
 
 void isolate() {
   try {
-    sim::enter_own_namespaces();
+    workstation::enter_own_namespaces();
   } catch (const std::exception& error) {
     std::fprintf(stderr, "bench: %s\n", error.what());
     std::exit(1);
   }
   setenv("IPCAM_CONFIG_DIR", "/tmp", 1);
-  if (settings::write_stored_record(settings::sample_record())) return;
-  std::fprintf(stderr, "bench: %s: cannot be written\n", settings::stored_record_path().c_str());
+  if (workstation::write_stored_record(workstation::sample_record())) return;
+  std::fprintf(stderr, "bench: %s: cannot be written\n", workstation::stored_record_path().c_str());
   std::exit(1);
 }
 

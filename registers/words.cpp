@@ -46,7 +46,7 @@ bool same_name(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [&](char x, char y) { return letter(x) == letter(y); });
 }
 
-std::string did_you_mean(std::string_view text, const std::vector<std::string_view>& names) {
+std::string did_you_mean(std::string_view text, const std::vector<std::string>& names) {
   std::size_t closest_distance = 3;
   std::string_view closest;
   for (const std::string_view name : names) {

@@ -15,6 +15,6 @@ std::optional<int> parse_number(std::string_view text);
 bool same_name(std::string_view a, std::string_view b);
 
 // ", did you mean NAME" for the closest of `names` to `text`, or an empty text when none is close.
-std::string did_you_mean(std::string_view text, const std::vector<std::string_view>& names);
+std::string did_you_mean(std::string_view text, const std::vector<std::string>& names);
 
 }  // namespace ipcam::registers

@@ -39,12 +39,16 @@ need_packages() {
     die "apt-get install failed"
 }
 
+configure() {
+  if command -v ccache >/dev/null; then export CMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
+  quietly cmake "$@"
+}
+
 # build DIRECTORY ARGUMENT...: configures with these arguments and builds; shows what was printed only on failure.
 build() {
   local directory=$1
   shift
-  if command -v ccache >/dev/null; then export CMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
-  quietly cmake "$@" && quietly cmake --build "$directory" -j "$jobs"
+  configure "$@" && quietly cmake --build "$directory" -j "$jobs"
 }
 
 # ThreadSanitizer cannot start where the kernel spreads the address space wider than it expects.

@@ -14,16 +14,14 @@
 #include <string>
 #include <vector>
 
-#include "settings/stored_record.h"
 #include "sim/devices.h"
 #include "sim/input_text.h"
-#include "sim/namespaces.h"
+#include "sim/private_camera.h"
 #include "sim/run_command.h"
 
 namespace {
 
 using namespace ipcam::sim;
-namespace settings = ipcam::settings;
 namespace fs = std::filesystem;
 
 enum ExitCode { kDone = 0, kFailedToRun = 1, kUsage = 2, kNotExecutable = 126, kNotFound = 127 };
@@ -59,21 +57,6 @@ void make_device_directory(const std::string& directory) {
   }
 }
 
-// In the world of `camsim --private`: for callers who have no stored settings, or cannot see them there.
-constexpr char kPrivateSettings[] = "/tmp";
-
-void enter_private_world() {
-  enter_own_namespaces();
-  setenv("IPCAM_CONFIG_DIR", kPrivateSettings, 1);
-  if (settings::write_stored_record(settings::sample_record())) return;
-  throw std::runtime_error("sample settings: cannot be written");
-}
-
-void join_private_world(pid_t simulator) {
-  join_namespaces(simulator);
-  if (!fs::exists(settings::stored_record_path())) setenv("IPCAM_CONFIG_DIR", kPrivateSettings, 1);
-}
-
 fs::path preload_library() {
   const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
   for (const char* directory : {CAMSIM_LIBRARY_DIR, "../lib", "."}) {
@@ -85,8 +68,8 @@ fs::path preload_library() {
 
 int execute(const std::string& directory, std::optional<int> camera, std::vector<std::string> command) {
   std::string preload = preload_library().string();  // before, since the way to this program may look different then
-  if (!camera) camera = find_own_simulator();
-  if (camera) join_private_world(*camera);
+  if (!camera) camera = find_private_camera();
+  if (camera) join_private_camera(*camera);
   make_device_directory(directory);
   if (const char* others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0') {
     preload.append(":").append(others);
@@ -123,17 +106,17 @@ void add_run_options(CLI::App& app, RunOptions& options, bool& is_private) {
   app.add_flag("--keep", options.keep, "Leave key file, semaphore and segment behind (default: remove)");
   app.add_option("--set", options.settings, "Registers before the first request (default: 0)")
       ->type_name("REGISTER=VALUE");
-  app.add_option("--registers", options.registers, "File of such registers, one a line (default: none)")
-      ->type_name("FILE");
-  app.add_option("--save-registers", options.save_registers, "Write such a file at the end (default: none)")
-      ->type_name("FILE");
-  app.add_option("--scenario", options.scenario, "File of what happens when (default: none)")->type_name("FILE");
+  const auto add_file = [&](const char* name, std::string& file, const char* purpose) {
+    app.add_option(name, file, purpose)->type_name("FILE");
+  };
+  add_file("--registers", options.registers, "File of such registers, one a line (default: none)");
+  add_file("--save-registers", options.save_registers, "Write such a file at the end (default: none)");
+  add_file("--scenario", options.scenario, "File of what happens when (default: none)");
   app.add_flag("--steps", options.steps_from_input,
                "Take such steps, without their time, from the standard input (default: off)");
   app.add_flag("--private", is_private,
                "Serve in namespaces of its own: nobody but `camsim exec` reaches it (default: off)");
-  app.add_option("--picture", options.picture, "Keep a PNG file of what the registers show (default: none)")
-      ->type_name("FILE");
+  add_file("--picture", options.picture, "Keep a PNG file of what the registers show (default: none)");
   app.add_option("--fault", options.faults, "What goes wrong, and with which exchange (default: 0:1:0)")
       ->type_name("NAME[:EXCHANGE[:COUNT[:ENTRY]]]");
 }

@@ -18,7 +18,7 @@
 #include <string>
 
 #include "registers/register_values.h"
-#include "sim/packet_entries.h"
+#include "wire/packet_entries.h"
 
 namespace ipcam::sim {
 namespace {

@@ -24,11 +24,9 @@ class CommApplication {
   // Called with every exchange when it has been traced.
   void on_exchange(std::function<void(const Exchange&)> observer) { observer_ = std::move(observer); }
 
-  enum class Event {
-    doorbell,  // a request, if there was one, has been served
-    quiet,     // none came within the limit
-    stop,      // SIGINT or SIGTERM
-  };
+  // A doorbell: the request, if there was one, has been served. Quiet: none came within the limit. Stop: SIGINT,
+  // SIGTERM.
+  enum class Event { doorbell, quiet, stop };
   // Waits for one event, at most `limit_ms` (negative: without a limit), and serves it.
   Event serve_one(int limit_ms);
 
@@ -64,9 +62,7 @@ class CommApplication {
   Switchboard& board_;
   std::function<void(const Exchange&)> observer_;
   bool leave_objects_ = false;
-  int key_file_ = -1;
-  int sem_id_ = -1;
-  int shm_id_ = -1;
+  int key_file_ = -1, sem_id_ = -1, shm_id_ = -1;
   volatile Record* record_ = nullptr;
   sigset_t signals_{};
   // Sensor state that no register shows.

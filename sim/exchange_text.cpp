@@ -1,10 +1,9 @@
 // Exchanges and fault names as text.
 #include "sim/exchange_text.h"
 
-#include <algorithm>
 #include <cstdio>
 
-#include "sim/packet_entries.h"
+#include "wire/packet_entries.h"
 
 namespace ipcam::sim {
 namespace {
@@ -47,11 +46,5 @@ std::string command_text(const Exchange& exchange) {
 std::string reply_text(const Exchange& exchange) { return hex_bytes(used_bytes(exchange.reply)); }
 
 std::string_view fault_name(Fault fault) { return kFaultNames.at(static_cast<std::size_t>(fault)); }
-
-std::optional<Fault> fault_from_name(std::string_view name) {
-  const auto found = std::ranges::find(kFaultNames, name);
-  if (found == kFaultNames.end()) return std::nullopt;
-  return static_cast<Fault>(found - kFaultNames.begin());
-}
 
 }  // namespace ipcam::sim

@@ -1,7 +1,6 @@
 // Exchanges and fault names as text.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,6 +17,5 @@ std::string command_text(const Exchange& exchange);
 std::string reply_text(const Exchange& exchange);
 
 std::string_view fault_name(Fault fault);
-std::optional<Fault> fault_from_name(std::string_view name);
 
 }  // namespace ipcam::sim

@@ -6,7 +6,6 @@
 #include <optional>
 
 #include "registers/words.h"
-#include "sim/exchange_text.h"
 
 namespace ipcam::sim {
 namespace {
@@ -43,9 +42,8 @@ std::uint32_t parse_number(const std::string& tried, std::string_view text, std:
 
 registers::Address parse_register(const std::string& tried, std::string_view text) {
   if (const auto address = registers::parse_address(text)) return *address;
-  const std::vector<std::string> names = registers::register_names();
   throw UsageError(tried + ": no such register (" + std::string(text) +
-                   registers::did_you_mean(text, {names.begin(), names.end()}) +
+                   registers::did_you_mean(text, registers::register_names()) +
                    ", CATEGORY/BYTE up to 255/65535 or a register's name)");
 }
 
@@ -67,16 +65,15 @@ RegisterValues parse_register_value(const std::string& tried, std::string_view t
 
 FaultText parse_fault(const std::string& tried, std::string_view text) {
   const std::vector<std::string_view> words = split(text, ':');
-  const std::optional<Fault> fault = fault_from_name(words[0]);
-  if (!fault || *fault == Fault::none || words.size() > 4) {
+  const auto* name_end = kFaultNames.end();
+  const auto* fault = std::find(kFaultNames.begin() + 1, name_end, words[0]);  // the first is none
+  if (fault == name_end || words.size() > 4) {
     std::string names;
-    for (const std::string_view name : kFaultNames) {
-      if (name != "none") names.append(names.empty() ? "" : " ").append(name);
-    }
-    throw UsageError(tried + ": no such fault (" + std::string(text) + ", NAME[:EXCHANGE[:COUNT[:ENTRY]]] with " +
+    for (const auto* name = kFaultNames.begin() + 1; name != name_end; ++name) names += " " + std::string(*name);
+    throw UsageError(tried + ": no such fault (" + std::string(text) + ", NAME[:EXCHANGE[:COUNT[:ENTRY]]] with" +
                      names + ")");
   }
-  FaultText result{*fault, {}};
+  FaultText result{static_cast<Fault>(fault - kFaultNames.begin()), {}};
   if (words.size() > 1) result.plan.exchange = parse_number(tried, words[1], 1000000);
   if (words.size() > 2) result.plan.count = parse_number(tried, words[2], 1000000);
   if (words.size() > 3) result.plan.entry = parse_number(tried, words[3], 15);

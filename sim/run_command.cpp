@@ -37,7 +37,6 @@ class Run {
 
  private:
   void begin_to_serve();
-  void print(const Exchange& exchange) const;
 
   // When the next step is due, if its exchanges have been seen.
   std::optional<Clock::time_point> step_time() const;
@@ -83,16 +82,13 @@ void Run::begin_to_serve() {
   application_.emplace(*board_);
   if (options_.keep) application_->leave_objects();
   if (options_.trace || options_.json) {
-    application_->on_exchange([this](const Exchange& exchange) { print(exchange); });
+    application_->on_exchange([this](const Exchange& exchange) {
+      std::puts((options_.json ? trace_json(exchange, board_->trace_end - 1) : trace_line(exchange)).c_str());
+      std::fflush(stdout);
+    });
   }
   quiet_since_ = Clock::now();
   std::fprintf(stderr, "camsim: serving requests, process %d\n", static_cast<int>(getpid()));
-}
-
-void Run::print(const Exchange& exchange) const {
-  const std::uint32_t number = board_->trace_end - 1;
-  std::printf("%s\n", (options_.json ? trace_json(exchange, number) : trace_line(exchange)).c_str());
-  std::fflush(stdout);
 }
 
 std::optional<Clock::time_point> Run::step_time() const {
@@ -116,7 +112,7 @@ void Run::play(const ScenarioStep& step) {
     throw std::runtime_error(step.where + ": too many faults at a time (at most " +
                              std::to_string(Switchboard::kFaultSlots) + ")");
   }
-  if (step.action == Action::restart) restart(step.down_ms);
+  if (step.action == Action::restart) restart(static_cast<int>(step.down_ms));
 }
 
 // A line that is no step is reported and skipped: whoever writes them wants the camera to go on.

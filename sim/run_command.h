@@ -8,16 +8,9 @@ namespace ipcam::sim {
 
 // Empty texts: not wanted.
 struct RunOptions {
-  bool trace = false;
-  bool json = false;
-  bool keep = false;
-  bool steps_from_input = false;
-  std::string registers;
-  std::string save_registers;
-  std::string scenario;
-  std::string picture;
-  std::vector<std::string> settings;
-  std::vector<std::string> faults;
+  bool trace = false, json = false, keep = false, steps_from_input = false;
+  std::string registers, save_registers, scenario, picture;  // files
+  std::vector<std::string> settings, faults;
 };
 
 // Serves requests until SIGINT or SIGTERM. Throws UsageError before anything has been made or written, and

@@ -13,16 +13,12 @@ constexpr char kForm[] = "at EXCHANGES[+PAUSE_MS] set|script|fault|restart ...";
 
 constexpr std::string_view kActions[] = {"set", "script", "fault", "restart"};  // as ScenarioStep::Action
 
-int parse_pause(const std::string& tried, std::string_view text) {
-  return static_cast<int>(parse_number(tried, text, kMaxPause_ms));
-}
-
 void add_argument(ScenarioStep& step, const std::string& word) {
   using Action = ScenarioStep::Action;
   if (step.action == Action::set) step.registers.push_back(parse_register_value(step.where, word));
   if (step.action == Action::script) step.registers.push_back(parse_register_values(step.where, word));
   if (step.action == Action::fault) step.faults.push_back(parse_fault(step.where, word));
-  if (step.action == Action::restart) step.down_ms = parse_pause(step.where, word);
+  if (step.action == Action::restart) step.down_ms = parse_number(step.where, word, kMaxPause_ms);
 }
 
 ScenarioStep parse_step(const std::string& where, const std::string& line) {
@@ -37,7 +33,8 @@ ScenarioStep parse_step(const std::string& where, const std::string& line) {
       .where = where, .text = name, .action = static_cast<ScenarioStep::Action>(action - std::begin(kActions))};
   const std::size_t plus = time.find('+');
   step.exchanges = parse_number(where, std::string_view(time).substr(0, plus), kMaxExchanges);
-  if (plus != std::string::npos) step.pause_ms = parse_pause(where, std::string_view(time).substr(plus + 1));
+  if (plus != std::string::npos)
+    step.pause_ms = parse_number(where, std::string_view(time).substr(plus + 1), kMaxPause_ms);
 
   int arguments = 0;
   for (std::string word; words >> word; ++arguments) {

@@ -17,11 +17,11 @@ struct ScenarioStep {
   // Due when so many exchanges have been seen and, after that, no request has come for so long. A step due without a
   // pause takes place before the next request is looked at, however soon that comes.
   std::uint32_t exchanges = 0;
-  int pause_ms = 0;
+  std::uint32_t pause_ms = 0;
   Action action = Action::set;
   std::vector<RegisterValues> registers = {};  // set, script
   std::vector<FaultText> faults = {};          // fault; exchanges are counted from the step
-  int down_ms = 0;                             // restart: so long nobody serves
+  std::uint32_t down_ms = 0;                   // restart: so long nobody serves
 };
 
 // One step a line, in the order in which they take place; blank lines and what follows a '#' are skipped:

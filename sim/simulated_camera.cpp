@@ -84,7 +84,10 @@ void SimulatedCamera::start() {
     kill9();
     throw std::runtime_error("comm application did not start");
   }
-  attach();
+  detach();
+  void* address = shmat(shmget(ftok(kKeyFile, kKeyProject), sizeof(Record), 0), nullptr, SHM_RDONLY);
+  if (address == reinterpret_cast<void*>(-1)) throw std::runtime_error("record: cannot be attached");
+  record_ = static_cast<const Record*>(address);
 }
 
 void SimulatedCamera::stop() {
@@ -170,13 +173,6 @@ bool SimulatedCamera::record_is_clean() const {
   const Record now = record();
   const Record clean{.status = kIdle, .comm_pid = now.comm_pid, .req_pid = 0, .packet = {}};
   return std::memcmp(&now, &clean, sizeof now) == 0;
-}
-
-void SimulatedCamera::attach() {
-  detach();
-  void* address = shmat(shmget(ftok(kKeyFile, kKeyProject), sizeof(Record), 0), nullptr, SHM_RDONLY);
-  if (address == reinterpret_cast<void*>(-1)) throw std::runtime_error("record: cannot be attached");
-  record_ = static_cast<const Record*>(address);
 }
 
 void SimulatedCamera::detach() {

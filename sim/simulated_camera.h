@@ -61,7 +61,6 @@ class SimulatedCamera {
   Switchboard& board() const { return *board_; }
 
  private:
-  void attach();
   void detach();
   void reap(int signal);
   std::vector<std::string> traffic_before(std::uint32_t end) const;

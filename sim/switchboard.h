@@ -8,10 +8,11 @@
 #include <string_view>
 
 #include "registers/register_map.h"
-#include "sim/wire_format.h"
+#include "wire/wire_format.h"
 
 namespace ipcam::sim {
 
+using namespace wire;
 using registers::Address;
 using registers::Bits;
 

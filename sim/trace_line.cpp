@@ -7,7 +7,7 @@
 
 #include "registers/register_names.h"
 #include "sim/exchange_text.h"
-#include "sim/packet_entries.h"
+#include "wire/packet_entries.h"
 
 namespace ipcam::sim {
 namespace {

@@ -10,7 +10,7 @@
 
 #include "ipcam/camera/parameter_tables.h"
 #include "registers/register_map.h"
-#include "sim/packet_entries.h"
+#include "wire/packet_entries.h"
 #include "tests/support/operations.h"
 #include "workers/evr_control.h"
 
@@ -40,9 +40,9 @@ std::ostream& operator<<(std::ostream& out, const Cost& cost) {
 
 using Registers = std::vector<registers::Address>;
 
-Registers registers_of(const sim::Command& command) {
+Registers registers_of(const wire::Command& command) {
   Registers addresses;
-  for (const sim::CommandEntry& entry : command.entries) addresses.push_back({entry.category, entry.byte});
+  for (const wire::CommandEntry& entry : command.entries) addresses.push_back({entry.category, entry.byte});
   return addresses;
 }
 
@@ -100,9 +100,9 @@ class Timing : public FaultTest {
     const sim::Switchboard& board = camera.board();
     Registers read;
     for (std::uint32_t i = board.trace_begin; i != board.trace_end; ++i) {
-      const sim::Command command = sim::decode_command(board.trace[i % sim::Switchboard::kTraceSize].command);
+      const wire::Command command = wire::decode_command(board.trace[i % sim::Switchboard::kTraceSize].command);
       const Registers addresses = registers_of(command);
-      const bool is_read = command.access == sim::Access::read;
+      const bool is_read = command.access == wire::Access::read;
       if (is_read || addresses != read) note("read", read);
       if (!is_read) note("write", addresses);
       read = is_read ? addresses : Registers();

@@ -66,7 +66,7 @@ int CameraSession::wait_for_measurement(const ExchangeLog& log, const std::strin
   const auto deadline = Clock::now() + kLimit;
   constexpr Address kMode = registers::address("wb_mode");
   const auto is_measurement = [&](const LoggedExchange& exchange) {
-    const std::vector<sim::CommandEntry> entries = sim::decode_command(exchange.command).entries;
+    const std::vector<wire::CommandEntry> entries = wire::decode_command(exchange.command).entries;
     return exchange.thread != control_thread_ && !entries.empty() && address_in(entries[0], 0) == kMode;
   };
   int worker = 0;

@@ -172,10 +172,10 @@ void CommandLine::add_service_commands() {
   CLI::App* load = add(flash_family, "load", "Load the parameter area from flash", "flash load --yes");
   CLI::App* store = add(flash_family, "store", "Store the parameter area to flash", "flash store --yes");
   for (CLI::App* command : {load, store}) command->add_flag("--yes", yes_, "Do not ask");
-  load->callback([this] { flash(context_, FlashAction::kLoad, yes_); });
-  store->callback([this] { flash(context_, FlashAction::kStore, yes_); });
+  load->callback([this] { flash(context_, /*is_store=*/false, yes_); });
+  store->callback([this] { flash(context_, /*is_store=*/true, yes_); });
   CLI::App* sdram = add(flash_family, "sdram", "Tell the sub CPU to put all into SDRAM", "flash sdram");
-  sdram->callback([this] { flash(context_, FlashAction::kAllToSdram, yes_); });
+  sdram->callback([this] { flash_sdram(context_); });
 
   CLI::App* bench_command = add(&app_, "bench", "Measure latencies against the bare system calls", "bench --count 200");
   bench_command->add_option("--count", bench_count_, "Samples of each kind")
@@ -222,9 +222,7 @@ void refuse_unknown_command(const CLI::App& app, const Words& words) {
     if (level->get_subcommands({}).empty()) return;
     const CLI::App* next = find_subcommand(*level, word);
     if (next == nullptr) {
-      const Words known = subcommands(*level);
-      throw CommandError(kUsage,
-                         joined(words) + ": no command " + word + did_you_mean(word, {known.begin(), known.end()}));
+      throw CommandError(kUsage, joined(words) + ": no command " + word + did_you_mean(word, subcommands(*level)));
     }
     level = next;
   }

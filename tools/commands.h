@@ -23,6 +23,8 @@ struct Context {
 // NAME and VALUE of "NAME=VALUE". Throws CommandError; `form` says what was expected.
 std::pair<std::string, std::string> split_assignment(const std::string& text, const std::string& tried,
                                                      std::string_view form);
+// Address and name of a register, as columns.
+std::string register_columns(Address address);
 // Whether a row of a list was asked for: by name, or by no names at all.
 bool is_wanted(std::string_view name, const Words& names);
 
@@ -35,6 +37,17 @@ class BorrowedPort {
  private:
   std::optional<OwnPort> own_;
   RegisterPort* port_;
+};
+
+// The shell's control thread, or one of the command's own.
+class BorrowedSession {
+ public:
+  explicit BorrowedSession(Context& context);
+  CameraSession& operator*() { return *session_; }
+
+ private:
+  std::optional<CameraSession> own_;
+  CameraSession* session_;
 };
 
 // --- commands_settings.cpp ---
@@ -84,8 +97,8 @@ void config_diff(Context& context, const std::string& file);
 
 // --- commands_service.cpp ---
 void doctor(Context& context);
-enum class FlashAction { kLoad, kStore, kAllToSdram };
-void flash(Context& context, FlashAction action, bool yes);
+void flash(Context& context, bool is_store, bool yes);
+void flash_sdram(Context& context);
 
 // --- commands_bench.cpp ---
 void bench(Context& context, int count, bool with_requests);

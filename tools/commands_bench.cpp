@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <thread>
 
 #include "bench/comm_peer.h"
@@ -30,8 +31,6 @@ class BareRequest {
     server_.join();
     for (sem_t* semaphore : {&asked_, &answered_}) sem_destroy(semaphore);
   }
-  BareRequest(const BareRequest&) = delete;
-  BareRequest& operator=(const BareRequest&) = delete;
 
   void run() {
     sem_post(&asked_);
@@ -47,28 +46,10 @@ class BareRequest {
 
 using Durations = std::vector<std::chrono::nanoseconds>;
 
-struct Samples {
-  Durations bare;
-  Durations library;
-};
-
-template <class Call>
-std::chrono::nanoseconds time_of(Call&& call) {
+std::chrono::nanoseconds time_of(const std::function<void()>& call) {
   const auto start = std::chrono::steady_clock::now();
   call();
   return std::chrono::steady_clock::now() - start;
-}
-
-// By turns, so that whatever else the machine does meets both alike.
-template <class Bare, class Library>
-Samples compare(int count, Bare&& bare, Library&& library) {
-  Samples samples;
-  for (int i = 0; i < count; ++i) {
-    check_for_stop();
-    samples.bare.push_back(time_of(bare));
-    samples.library.push_back(time_of(library));
-  }
-  return samples;
 }
 
 double percentile_us(const Durations& sorted, double share) {
@@ -91,44 +72,48 @@ void report(Output& out, const std::string& name, Durations durations) {
   out.result(json, text);
 }
 
-Samples bench_exchanges(Context& context, int count, const std::string& tried) {
-  context.out.progress("bench: exchanges");
+// By turns, so that whatever else the machine does meets both alike.
+void compare(Output& out, const std::string& name, int count, const std::function<void()>& bare,
+             const std::function<void()>& library) {
+  out.progress("bench: " + name + "s");
+  Durations bare_times;
+  Durations library_times;
+  for (int i = 0; i < count; ++i) {
+    check_for_stop();
+    bare_times.push_back(time_of(bare));
+    library_times.push_back(time_of(library));
+  }
+  report(out, "bare " + name, bare_times);
+  report(out, name, library_times);
+}
+
+void bench_exchanges(Context& context, int count) {
+  const std::string tried = "bench";
   const LibraryMute mute;
   const Address address = registers::address("sensor_mode");
   BorrowedPort port(context, tried);
   bench::CommPeer bare(IPC_PRIVATE);
-  return compare(
-      count, [&] { bare.bare_exchange(); }, [&] { port->read(address, tried); });
+  compare(
+      context.out, "exchange", count, [&] { bare.bare_exchange(); }, [&] { port->read(address, tried); });
 }
 
 // A request code without a handler: the road to the control thread and back alone.
-Samples bench_requests(Context& context, int count, const std::string& tried) {
-  std::optional<CameraSession> own;
-  if (context.session == nullptr) {
-    context.out.note("starting a control thread for this call; it applies the stored settings first");
-    own.emplace(tried);
-  }
-  context.out.progress("bench: requests");
+void bench_requests(Context& context, int count) {
+  const BorrowedSession session(context);
   BareRequest bare;
-  return compare(
-      count, [&] { bare.run(); },
-      [] {
-        camera::s_cam_cgi_cmd request = {};
-        camera::cam_cgi_command(&request);
-      });
+  const auto request = [] {
+    camera::s_cam_cgi_cmd nothing = {};
+    camera::cam_cgi_command(&nothing);
+  };
+  compare(
+      context.out, "request", count, [&] { bare.run(); }, request);
 }
 
 }  // namespace
 
 void bench(Context& context, int count, bool with_requests) {
-  const std::string tried = "bench";
-  const Samples exchanges = bench_exchanges(context, count, tried);
-  report(context.out, "bare exchange", exchanges.bare);
-  report(context.out, "exchange", exchanges.library);
-  if (!with_requests) return;
-  const Samples requests = bench_requests(context, count, tried);
-  report(context.out, "bare request", requests.bare);
-  report(context.out, "request", requests.library);
+  bench_exchanges(context, count);
+  if (with_requests) bench_requests(context, count);
 }
 
 }  // namespace ipcam::tools

@@ -1,10 +1,10 @@
 // camctl config: the stored settings record.
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "tools/commands.h"
 #include "tools/record_text.h"
@@ -20,7 +20,7 @@ camera::SettingsRecord stored_record(const std::string& tried) {
 }
 
 void store(const camera::SettingsRecord& record, const std::string& tried) {
-  if (settings::write_stored_record(record)) return;
+  if (workstation::write_stored_record(record)) return;
   throw CommandError(kUsage, tried + ": the stored settings cannot be written");
 }
 
@@ -38,23 +38,15 @@ std::string read_file(const std::string& file, const std::string& tried) {
   return text;
 }
 
-std::vector<std::string> lines_of(const std::string& text) {
-  std::vector<std::string> lines;
-  for (std::size_t at = 0; at < text.size(); at = text.find('\n', at) + 1) {
-    lines.push_back(text.substr(at, text.find('\n', at) - at));
-  }
-  return lines;
-}
-
 }  // namespace
 
 void config_init(Context& context, bool over_what_is_there) {
-  const std::filesystem::path path = settings::stored_record_path();
+  const std::filesystem::path path = workstation::stored_record_path();
   const bool is_there = read_stored_record() || std::filesystem::exists(std::filesystem::symlink_status(path));
   if (is_there && !over_what_is_there) {
     throw CommandError(kUsage, "config init: " + path.string() + " is there already, use --force");
   }
-  store(settings::sample_record(), "config init");
+  store(workstation::sample_record(), "config init");
   context.out.result({{"file", path.string()}}, "sample settings in " + path.string());
 }
 
@@ -132,13 +124,12 @@ void config_diff(Context& context, const std::string& file) {
   camera::SettingsRecord other = stored;
   apply_record_text(read_file(file, tried), file, other);
   // Line by line: both texts have the same lines in the same order.
-  const std::vector<std::string> ours = lines_of(record_text(stored));
-  const std::vector<std::string> theirs = lines_of(record_text(other));
-  for (std::size_t i = 0; i < ours.size(); ++i) {
-    if (ours[i] == theirs[i]) continue;
-    context.out.result({{"stored", ours[i]}, {"file", theirs[i]}},
-                       context.out.styled(Output::Style::kBad, "- " + ours[i]) + "\n" +
-                           context.out.styled(Output::Style::kGood, "+ " + theirs[i]));
+  std::istringstream ours(record_text(stored));
+  std::istringstream theirs(record_text(other));
+  for (std::string our, their; std::getline(ours, our) && std::getline(theirs, their);) {
+    if (our == their) continue;
+    context.out.result({{"stored", our}, {"file", their}}, context.out.styled(Output::Style::kBad, "- " + our) + "\n" +
+                                                               context.out.styled(Output::Style::kGood, "+ " + their));
   }
 }
 

@@ -11,11 +11,9 @@ namespace ipcam::tools {
 
 namespace {
 
-std::vector<std::string_view> views(const std::vector<std::string>& texts) { return {texts.begin(), texts.end()}; }
-
 Address parse_register(const std::string& text, const std::string& tried) {
   if (const auto address = registers::parse_address(text)) return *address;
-  throw CommandError(kUsage, tried + ": no register " + text + did_you_mean(text, views(registers::register_names())) +
+  throw CommandError(kUsage, tried + ": no register " + text + did_you_mean(text, registers::register_names()) +
                                  " (CATEGORY/BYTE or a name of camctl reg list)");
 }
 
@@ -213,8 +211,7 @@ void reg_list(Context& context) {
     Json json = register_json(address);
     json["mask"] = register_mask(address);
     json["meaning"] = meaning_of(group);
-    context.out.result(json, padded(address_text(address), 9) + padded(name, 24) + "mask " +
-                                 hex(register_mask(address)) + "  " + meaning_of(group));
+    context.out.result(json, register_columns(address) + "mask " + hex(register_mask(address)) + "  " + meaning_of(group));
   }
 }
 

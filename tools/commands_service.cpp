@@ -5,7 +5,6 @@
 #include <iostream>
 #include <thread>
 
-#include "sim/wire_format.h"
 #include "tools/commands.h"
 #include "tools/link_state.h"
 #include "tools/record_text.h"
@@ -31,15 +30,15 @@ constexpr char kRightsAdvice[] = "run as the user of the comm application, or as
 LinkState look_past_an_exchange() {
   constexpr auto kExchangeLimit = std::chrono::milliseconds(1100);
   const LinkState link = look_at_link();
-  if (!link.has_record || link.is_idle()) return link;
+  if (!link.record || link.is_idle()) return link;
   std::this_thread::sleep_for(kExchangeLimit);
   return look_at_link();
 }
 
 Finding record_finding(const LinkState& link) {
   if (link.is_idle()) return {"record", true, "idle"};
-  const std::string detail = "status " + std::to_string(link.status) + " since a request of " +
-                             process_text(link.requester, link.requester_alive);
+  const std::string detail = "status " + std::to_string(link.record->status) + " since a request of " +
+                             process_text(link.record->req_pid, link.requester_alive);
   const std::string advice = link.requester_alive ? "wait for that process, or restart it"
                                                   : "restart the comm application, which clears the record";
   return {"record", false, detail, advice, kBusy};
@@ -67,18 +66,18 @@ std::vector<Finding> examine_link(Context& context) {
     return findings.back().is_good;
   };
   const auto present = [](bool is_there) { return is_there ? "there" : "missing"; };
-  add({"key file", link.has_key_file, std::string(sim::kKeyFile) + " is " + present(link.has_key_file), kStartAdvice});
+  add({"key file", link.has_key_file, std::string(wire::kKeyFile) + " is " + present(link.has_key_file), kStartAdvice});
   add({"semaphore", link.has_semaphore, present(link.has_semaphore), kStartAdvice});
   add({"segment", link.has_segment, present(link.has_segment), kStartAdvice});
   if (!link.has_semaphore || !link.has_segment) return findings;
   const bool may_use = link.may_use_semaphore && link.may_use_segment;
   add({"access", may_use, may_use ? "may read and write both" : "may not read and write both", kRightsAdvice});
   if (!may_use) return findings;
-  if (!add({"segment size", link.has_record, std::to_string(link.segment_size) + " bytes", kRestartAdvice})) {
+  if (!add({"segment size", link.record.has_value(), std::to_string(link.segment_size) + " bytes", kRestartAdvice})) {
     return findings;
   }
   const bool is_alive =
-      add({"comm application", link.comm_alive, process_text(link.comm_pid, link.comm_alive), kRestartAdvice});
+      add({"comm application", link.comm_alive, process_text(link.record->comm_pid, link.comm_alive), kRestartAdvice});
   const bool is_idle = add(record_finding(link));
   if (is_alive && is_idle) add(exchange_finding(context));
   return findings;
@@ -116,27 +115,27 @@ void doctor(Context& context) {
   throw CommandError(first_bad->code, "doctor: " + first_bad->subject + ": " + first_bad->advice);
 }
 
-void flash(Context& context, FlashAction action, bool yes) {
-  if (action == FlashAction::kAllToSdram) {
-    require_link("flash sdram");
-    const auto start = std::chrono::steady_clock::now();
-    camera::DspCommand dsp;
-    if (dsp.execute_alltosdram() != 0) fail_exchange("flash sdram", std::chrono::steady_clock::now() - start);
-    return context.out.result({{"action", "sdram"}}, "sent: all to SDRAM");
-  }
-
-  const bool is_store = action == FlashAction::kStore;
+void flash(Context& context, bool is_store, bool yes) {
   const std::string tried = is_store ? "flash store" : "flash load";
-  const std::string question = is_store ? "store the parameter area to flash, over what is there?"
-                                        : "load the parameter area from flash, over what is in memory?";
   if (!yes) {
     if (isatty(STDIN_FILENO) == 0) throw CommandError(kUsage, tried + ": no terminal to ask on, use --yes");
-    if (!answered_yes("camctl: " + question)) throw CommandError(kUsage, tried + ": not confirmed, nothing done");
+    const bool is_confirmed =
+        answered_yes(is_store ? "camctl: store the parameter area to flash, over what is there?"
+                              : "camctl: load the parameter area from flash, over what is in memory?");
+    if (!is_confirmed) throw CommandError(kUsage, tried + ": not confirmed, nothing done");
   }
   // The copy itself needs no comm application; the object only says that it found none.
   camera::DspCommand dsp;
   if (dsp.do_flash(is_store ? 1 : 0) != 0) throw CommandError(kRefused, tried + ": the copy failed, see above");
   context.out.result({{"action", is_store ? "store" : "load"}}, is_store ? "stored to flash" : "loaded from flash");
+}
+
+void flash_sdram(Context& context) {
+  require_link("flash sdram");
+  const auto start = std::chrono::steady_clock::now();
+  camera::DspCommand dsp;
+  if (dsp.execute_alltosdram() != 0) fail_exchange("flash sdram", std::chrono::steady_clock::now() - start);
+  context.out.result({{"action", "sdram"}}, "sent: all to SDRAM");
 }
 
 }  // namespace ipcam::tools

@@ -20,16 +20,10 @@ Form form_of(const Setting& setting) { return setting.kind == Kind::kStored ? Fo
 bool takes_value(const Setting& setting) { return setting.kind == Kind::kSetting || setting.kind == Kind::kStored; }
 
 std::string command_of(const Setting& setting) {
-  switch (setting.kind) {
-    case Kind::kSetting:
-      return "camctl set " + std::string(setting.name) + "=VALUE";
-    case Kind::kTrigger:
-      return "camctl do " + std::string(setting.name);
-    case Kind::kQuery:
-      return "camctl get " + std::string(setting.name);
-    case Kind::kStored:
-      break;
-  }
+  const std::string name(setting.name);
+  if (setting.kind == Kind::kSetting) return "camctl set " + name + "=VALUE";
+  if (setting.kind == Kind::kTrigger) return "camctl do " + name;
+  if (setting.kind == Kind::kQuery) return "camctl get " + name;
   return "camctl config set " + std::string(setting.field) + "=VALUE, then camctl do exposure";
 }
 
@@ -86,8 +80,8 @@ Request parse_assignment(const std::string& text) {
   }
   const auto number = parse_value(setting->values, Form::kRequest, value);
   if (!number) {
-    std::vector<std::string_view> words;
-    for (const Word& word : setting->values.words) words.push_back(word.word);
+    std::vector<std::string> words;
+    for (const Word& word : setting->values.words) words.emplace_back(word.word);
     throw CommandError(kUsage, tried + ": no value " + value + did_you_mean(value, words) + " (" +
                                    describe(setting->values, Form::kRequest) + ")");
   }
@@ -101,8 +95,8 @@ Json write_json(const RegisterWrite& write) {
 }
 
 std::string write_text(const RegisterWrite& write) {
-  return "  " + padded(address_text(write.address), 9) + padded(register_name(write.address), 24) + "mask " +
-         hex(write.mask) + "  " + (write.old ? hex(*write.old) : "block") + " -> " + hex(write.value);
+  return "  " + register_columns(write.address) + "mask " + hex(write.mask) + "  " +
+         (write.old ? hex(*write.old) : "block") + " -> " + hex(write.value);
 }
 
 // The registers as they are, where a request had nothing to send.
@@ -112,8 +106,7 @@ std::string unsent_text(CameraSession& session, const Setting& setting, const st
   const std::vector<Address> addresses = registers_of(setting);
   const std::vector<std::uint8_t> values = session.port().read(addresses, tried);
   for (std::size_t i = 0; i < addresses.size(); ++i) {
-    text += "\n  " + padded(address_text(addresses[i]), 9) + padded(register_name(addresses[i]), 24) + "holds " +
-            hex(values[i]);
+    text += "\n  " + register_columns(addresses[i]) + "holds " + hex(values[i]);
   }
   return text;
 }
@@ -152,9 +145,21 @@ std::pair<std::string, std::string> split_assignment(const std::string& text, co
   throw CommandError(kUsage, tried + ": no value (" + std::string(form) + ")");
 }
 
+std::string register_columns(Address address) {
+  return padded(address_text(address), 9) + padded(register_name(address), 24);
+}
+
 bool is_wanted(std::string_view name, const Words& names) {
   const auto is_same = [&](const std::string& wanted) { return same_name(name, wanted); };
   return names.empty() || std::ranges::any_of(names, is_same);
+}
+
+BorrowedSession::BorrowedSession(Context& context) : session_(context.session) {
+  if (session_ != nullptr) return;
+  const std::string tried = "start the control thread";
+  require_link(tried);
+  context.out.note("starting a control thread for this call; it applies the stored settings first");
+  session_ = &own_.emplace(tried);
 }
 
 void list_settings(Context& context, const Words& names) {
@@ -181,14 +186,8 @@ Request parse_trigger(const std::string& name) {
 }
 
 void run_requests(Context& context, const std::vector<Request>& requests) {
-  std::optional<CameraSession> own;
-  if (context.session == nullptr) {
-    require_link("start the control thread");
-    context.out.note("starting a control thread for this call; it applies the stored settings first");
-    own.emplace("start the control thread");
-  }
-  CameraSession& session = own ? *own : *context.session;
-  for (const Request& request : requests) run_request(context.out, session, request);
+  BorrowedSession session(context);
+  for (const Request& request : requests) run_request(context.out, *session, request);
 }
 
 void get_query(Context& context, const std::string& name) {

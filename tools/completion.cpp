@@ -37,8 +37,6 @@ Words assignments(std::span<const Row> rows, const std::string& typed, Form form
   return words;
 }
 
-Words as_words(const std::vector<std::string_view>& names) { return {names.begin(), names.end()}; }
-
 // What the arguments of a command can be.
 Words arguments(const std::string& family, const std::string& command, const std::string& typed) {
   if (family == "reg" && (command == "read" || command == "watch")) return registers::register_names();
@@ -47,12 +45,12 @@ Words arguments(const std::string& family, const std::string& command, const std
     for (std::string& name : names) name += '=';
     return names;
   }
-  if (family == "config" && command == "show") return as_words(field_names());
+  if (family == "config" && command == "show") return field_names();
   if (family == "config" && command == "set") return assignments(stored_fields(), typed, Form::kStored);
-  if (command == "list") return as_words(setting_names());
+  if (command == "list") return setting_names();
   if (command == "set") return assignments(settings(), typed, Form::kRequest);
-  if (command == "do") return as_words(setting_names(Kind::kTrigger));
-  if (command == "get") return as_words(setting_names(Kind::kQuery));
+  if (command == "do") return setting_names(Kind::kTrigger);
+  if (command == "get") return setting_names(Kind::kQuery);
   return {};
 }
 

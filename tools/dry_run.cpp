@@ -6,11 +6,12 @@
 #include <cstdlib>
 #include <map>
 
-#include "sim/namespaces.h"
+#include "sim/devices.h"
 #include "sim/simulated_camera.h"
 #include "tools/commands.h"
 #include "tools/link_state.h"
 #include "tools/record_text.h"
+#include "workstation/namespaces.h"
 
 namespace ipcam::tools {
 
@@ -39,11 +40,11 @@ Registers read_named_registers(Context& context) {
 // System V objects, /tmp and the stored settings of this process's own, and the camera's devices out of reach: nothing
 // that the requests do gets to the real camera. The factory's adjustment files in /var/tmp are the real ones.
 void enter_private_world(const camera::SettingsRecord& record) {
-  sim::enter_own_namespaces({"/tmp"});
-  sim::hide_devices();
+  workstation::enter_own_namespaces({"/tmp"});
+  for (const sim::DeviceFile& device : sim::kDeviceFiles) workstation::hide(device.path);
   unsetenv("CAMSIM_DEVICES_DIR");
   setenv("IPCAM_CONFIG_DIR", "/tmp", 1);
-  if (settings::write_stored_record(record)) return;
+  if (workstation::write_stored_record(record)) return;
   throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be copied");
 }
 

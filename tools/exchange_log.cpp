@@ -20,7 +20,7 @@ std::vector<LoggedExchange> g_exchanges;
 bool g_is_logging = false;
 
 // A process has one DspCommand at work, so its exchanges do not overlap: a reply belongs to the last command.
-void log_packet(int direction, const sim::Packet& packet) {
+void log_packet(int direction, const wire::Packet& packet) {
   const std::lock_guard lock(g_mutex);
   if (!g_is_logging) return;
   if (direction == 0) {
@@ -32,13 +32,9 @@ void log_packet(int direction, const sim::Packet& packet) {
 
 bool reports_failure(const LoggedExchange& exchange) {
   if (!exchange.reply || exchange.reply->count != exchange.command.count) return true;
-  const std::vector<sim::ReplyEntry> entries = sim::decode_reply(*exchange.reply);
-  const auto succeeded = std::ranges::count(entries, sim::kSuccess, &sim::ReplyEntry::status);
+  const std::vector<wire::ReplyEntry> entries = wire::decode_reply(*exchange.reply);
+  const auto succeeded = std::ranges::count(entries, wire::kSuccess, &wire::ReplyEntry::status);
   return succeeded != exchange.command.count;
-}
-
-bool same_command(const sim::Packet& a, const sim::Packet& b) {
-  return a.count == b.count && a.length == b.length && std::memcmp(a.data, b.data, sizeof a.data) == 0;
 }
 
 }  // namespace
@@ -60,26 +56,20 @@ std::vector<LoggedExchange> ExchangeLog::exchanges() const {
 }
 
 std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges) {
-  std::map<Address, std::uint8_t> known;
+  std::map<Address, std::optional<std::uint8_t>> known;
   std::vector<RegisterWrite> writes;
   for (const LoggedExchange& exchange : exchanges) {
     if (reports_failure(exchange)) continue;
-    const std::vector<sim::CommandEntry> entries = sim::decode_command(exchange.command).entries;
-    const std::vector<sim::ReplyEntry> reply = sim::decode_reply(*exchange.reply);
+    const std::vector<wire::CommandEntry> entries = wire::decode_command(exchange.command).entries;
+    const std::vector<wire::ReplyEntry> reply = wire::decode_reply(*exchange.reply);
     for (std::size_t i = 0; i < std::min(entries.size(), reply.size()); ++i) {
-      const sim::CommandEntry& entry = entries[i];
-      for (std::size_t n = 0; n < entry.values.size(); ++n) {
-        const Address address = address_in(entry, n);
-        const bool is_write = entry.type == sim::kWriteEntry;
-        const std::uint8_t value = is_write ? entry.values[n] : reply[i].value.value_or(0);
-        const auto old = known.find(address);
-        if (is_write) {
-          writes.push_back({.address = address,
-                            .mask = register_mask(address),
-                            .old = old == known.end() ? std::nullopt : std::optional(old->second),
-                            .value = value});
-        }
-        known[address] = value;
+      const bool is_write = entries[i].type == wire::kWriteEntry;
+      for (std::size_t n = 0; n < entries[i].values.size(); ++n) {
+        const Address address = address_in(entries[i], n);
+        const std::uint8_t value = is_write ? entries[i].values[n] : reply[i].value.value_or(0);
+        std::optional<std::uint8_t>& held = known[address];
+        if (is_write) writes.push_back({address, register_mask(address), held, value});
+        held = value;
       }
     }
   }
@@ -87,15 +77,18 @@ std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>&
 }
 
 std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchange>& exchanges, Clock::time_point end) {
-  const auto repaired = [&](std::size_t failed) {
-    return std::any_of(exchanges.begin() + static_cast<std::ptrdiff_t>(failed), exchanges.end(),
-                       [&](const LoggedExchange& later) {
-                         return !reports_failure(later) && same_command(later.command, exchanges[failed].command);
-                       });
-  };
+  std::vector<const wire::Packet*> carried_out;  // later than the one that is looked at
   for (std::size_t i = exchanges.size(); i-- > 0;) {
-    if (reports_failure(exchanges[i]) && !repaired(i)) return end - exchanges[i].start;
-    end = exchanges[i].start;
+    const LoggedExchange& exchange = exchanges[i];
+    const auto is_same = [&](const wire::Packet* later) {
+      return std::memcmp(later, &exchange.command, sizeof *later) == 0;
+    };
+    if (!reports_failure(exchange)) {
+      carried_out.push_back(&exchange.command);
+    } else if (std::ranges::none_of(carried_out, is_same)) {
+      return end - exchange.start;
+    }
+    end = exchange.start;
   }
   return std::nullopt;
 }
@@ -106,7 +99,7 @@ namespace ipcam::camera {
 
 // Comes before the library's hook of the same name, which does nothing.
 void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
-  tools::log_packet(direction, std::bit_cast<sim::Packet>(*packet));
+  tools::log_packet(direction, std::bit_cast<wire::Packet>(*packet));
 }
 
 }  // namespace ipcam::camera

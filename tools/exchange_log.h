@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "registers/register_names.h"
-#include "sim/packet_entries.h"
+#include "wire/packet_entries.h"
 
 namespace ipcam::tools {
 
@@ -15,8 +15,8 @@ using Clock = std::chrono::steady_clock;
 using registers::Address;
 
 struct LoggedExchange {
-  sim::Packet command;
-  std::optional<sim::Packet> reply;  // none: the exchange failed
+  wire::Packet command;
+  std::optional<wire::Packet> reply;  // none: the exchange failed
   Clock::time_point start;
   int thread;  // id of the thread that asked for it
 };
@@ -30,7 +30,7 @@ struct RegisterWrite {
 };
 
 // The register of an entry, or the one so many behind it.
-inline Address address_in(const sim::CommandEntry& entry, std::size_t index) {
+inline Address address_in(const wire::CommandEntry& entry, std::size_t index) {
   return {entry.category, static_cast<std::uint16_t>(entry.byte + index)};
 }
 

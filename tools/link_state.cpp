@@ -12,8 +12,6 @@
 #include <fstream>
 #include <thread>
 
-#include "sim/wire_format.h"
-
 namespace ipcam::tools {
 
 namespace {
@@ -40,15 +38,10 @@ void look_at_record(int shm_id, LinkState& link) {
   void* memory = shmat(shm_id, nullptr, 0);
   if (memory == reinterpret_cast<void*>(-1)) return;
   link.may_use_segment = true;
-  if (link.segment_size >= sizeof(sim::Record)) {
-    sim::Record record;
-    std::memcpy(&record, memory, sizeof record);
-    link.has_record = true;
-    link.status = record.status;
-    link.comm_pid = record.comm_pid;
-    link.requester = record.req_pid;
-    link.comm_alive = is_alive(record.comm_pid);
-    link.requester_alive = is_alive(record.req_pid);
+  if (link.segment_size >= sizeof(wire::Record)) {
+    std::memcpy(&link.record.emplace(), memory, sizeof(wire::Record));
+    link.comm_alive = is_alive(link.record->comm_pid);
+    link.requester_alive = is_alive(link.record->req_pid);
   }
   shmdt(memory);
 }
@@ -57,7 +50,7 @@ void look_at_record(int shm_id, LinkState& link) {
 
 LinkState look_at_link() {
   LinkState link;
-  const key_t key = ftok(sim::kKeyFile, sim::kKeyProject);
+  const key_t key = ftok(wire::kKeyFile, wire::kKeyProject);
   if (key == -1) return link;
   link.has_key_file = true;
 
@@ -87,7 +80,7 @@ void require_link(const std::string& tried) {
   constexpr auto kPoll = 10ms;
   const auto deadline = std::chrono::steady_clock::now() + kReplyLimit + 100ms;
   LinkState link = look_at_link();
-  while (link.has_record && link.comm_alive && !link.is_idle() && std::chrono::steady_clock::now() < deadline) {
+  while (link.record && link.comm_alive && !link.is_idle() && std::chrono::steady_clock::now() < deadline) {
     check_for_stop();
     std::this_thread::sleep_for(kPoll);
     link = look_at_link();
@@ -96,16 +89,16 @@ void require_link(const std::string& tried) {
   if (!link.has_key_file || !link.has_semaphore || !link.has_segment) {
     throw CommandError(kNoCommApplication, tried + ": no comm application is running, see camctl doctor");
   }
-  if (!link.may_use_semaphore || !link.has_record) {
+  if (!link.may_use_semaphore || !link.record) {
     throw CommandError(kNoCommApplication, tried + ": no access to the comm application's record, see camctl doctor");
   }
   if (!link.comm_alive) {
     throw CommandError(kNoCommApplication,
-                       tried + ": the comm application was " + process_text(link.comm_pid, link.comm_alive));
+                       tried + ": the comm application was " + process_text(link.record->comm_pid, link.comm_alive));
   }
   if (!link.is_idle()) {
-    throw CommandError(kBusy, tried + ": the record is held by " + process_text(link.requester, link.requester_alive) +
-                                  ", see camctl doctor");
+    throw CommandError(kBusy, tried + ": the record is held by " +
+                                  process_text(link.record->req_pid, link.requester_alive) + ", see camctl doctor");
   }
 }
 

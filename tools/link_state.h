@@ -2,9 +2,11 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 #include "tools/output.h"
+#include "wire/wire_format.h"
 
 namespace ipcam::tools {
 
@@ -16,15 +18,11 @@ struct LinkState {
   bool may_use_segment = false;
   std::size_t segment_size = 0;
 
-  // From the shared record; only with a usable segment of full size.
-  bool has_record = false;
-  int status = 0;
-  int comm_pid = 0;
-  int requester = 0;
+  std::optional<wire::Record> record = {};  // only from a usable segment of full size
   bool comm_alive = false;
   bool requester_alive = false;
 
-  bool is_idle() const { return status == 0 && requester == 0; }
+  bool is_idle() const { return record && record->status == wire::kIdle && record->req_pid == 0; }
 };
 
 LinkState look_at_link();

@@ -76,13 +76,13 @@ void Output::result(const Json& object, std::string_view text) {
 void Output::fail(const CommandError& error) {
   note(error.what());
   try {
-    finish_with(&error);
+    finish(&error);
   } catch (const CommandError& unwritable) {
     note(unwritable.what());
   }
 }
 
-void Output::finish_with(const CommandError* error) {
+void Output::finish(const CommandError* error) {
   progress("");
   Json document = {{"results", std::exchange(collected_, Json::array())}};
   if (error != nullptr) {

@@ -47,7 +47,7 @@ class Output {
   // One result: `text` as a line at once, or, with JSON, `object` with all others at the end of the command.
   void result(const Json& object, std::string_view text);
   // The end of a command: with JSON, {"results": [...]}, and after a failure its error beside them.
-  void finish() { finish_with(nullptr); }
+  void finish(const CommandError* error = nullptr);
   void fail(const CommandError& error);
 
   // "camctl: text" on standard error.
@@ -60,8 +60,6 @@ class Output {
   std::string styled(Style style, std::string_view text) const;
 
  private:
-  void finish_with(const CommandError* error);
-
   int results_;
   Json collected_ = Json::array();
   bool json_ = false;

@@ -4,12 +4,12 @@
 #include <string>
 #include <string_view>
 
-#include "settings/stored_record.h"
 #include "tools/settings_table.h"
+#include "workstation/stored_record.h"
 
 namespace ipcam::tools {
 
-using settings::read_stored_record;
+using workstation::read_stored_record;
 
 int field_value(const camera::SettingsRecord& record, const Field& field);
 void set_field(camera::SettingsRecord& record, const Field& field, int value);

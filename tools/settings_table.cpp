@@ -36,10 +36,8 @@ constexpr Word kDayNightWords[] = {{"on", 61}, {"off", 62}, {"off-still", 0}};
 constexpr Word kSecondsWords[] = {{"2", 2}, {"30", 30}};
 
 constexpr Values kLevel = {.max = 6};
-constexpr Values kGainLevel = {.max = 6};
 constexpr Values kWhiteBalanceGain = {.max = 255};
 constexpr Values kExpComp = {.max = 18};
-constexpr Values kCurve = {.max = 6};
 constexpr Values kSlowSpeed = {.max = 4};
 constexpr Values kColor = {.words = kColorWords};
 constexpr Values kWb = {.words = kWbWords};
@@ -63,7 +61,7 @@ constexpr Setting kSettings[] = {
      .meaning = "exposure compensation; 9 is none, a step is 1",
      .depends = "has an effect only while the stored expcomp_gate is 0, 3, 4 or 5",
      .field = "expcomp", .tables = {g_expcomp}},
-    {.name = "gain", .code = REQUEST_GAIN, .kind = Kind::kSetting, .values = kGainLevel,
+    {.name = "gain", .code = REQUEST_GAIN, .kind = Kind::kSetting, .values = kLevel,
      .meaning = "manual gain",
      .depends = "has an effect only with a fixed slow shutter; 6 counts as 5 unless pixels are binned",
      .field = "gain_level", .tables = {g_gain}},
@@ -110,7 +108,7 @@ constexpr Setting kSettings[] = {
     {.name = "agc-max-gain", .code = REQUEST_AGC_MAX_GAIN, .kind = Kind::kSetting, .values = {.max = 13},
      .meaning = "limit of the automatic gain; 7 to 13 hold the gain at levels 0 to 6",
      .depends = "6 counts as 5 unless pixels are binned", .field = "agc_max_gain", .tables = {g_agc_max_gain}},
-    {.name = "gamma", .code = REQUEST_GAMMA, .kind = Kind::kSetting, .values = kCurve,
+    {.name = "gamma", .code = REQUEST_GAMMA, .kind = Kind::kSetting, .values = kLevel,
      .meaning = "gamma curve", .field = "gamma", .tables = {g_gamma}},
     {.name = "binning-mode", .code = REQUEST_BINNING_MODE, .kind = Kind::kSetting, .values = kBinningMode,
      .meaning = "who decides about pixel binning; nothing is sent", .field = "binning_mode"},
@@ -152,7 +150,7 @@ constexpr Field kFields[] = {
     {SNAPSHOT_FIELD(expcomp_gate), .values = kAnyNumber,
      .meaning = "exposure compensation is sent only while this is 0, 3, 4 or 5"},
     {SNAPSHOT_FIELD(blcomp), .values = kBacklight, .meaning = "backlight compensation, applied at start"},
-    {SNAPSHOT_FIELD(gain_level), .values = kGainLevel, .meaning = "manual gain, applied with exposure"},
+    {SNAPSHOT_FIELD(gain_level), .values = kLevel, .meaning = "manual gain, applied with exposure"},
     {SNAPSHOT_FIELD(shutter_speed), .values = {.max = 14},
      .meaning = "fixed shutter; 0 to 4 slow, 5 to 14 normal; applied with exposure"},
     {SNAPSHOT_FIELD(saturation), .values = kLevel, .meaning = "colour saturation, applied at start"},
@@ -171,9 +169,9 @@ constexpr Field kFields[] = {
      .meaning = "automatic shutter; off: shutter_speed decides; applied with exposure"},
     {SNAPSHOT_FIELD(slow_shutter_min_speed), .values = kSlowSpeed,
      .meaning = "limit of the slow shutter, applied with exposure"},
-    {SNAPSHOT_FIELD(agc_max_gain), .values = kGainLevel,
+    {SNAPSHOT_FIELD(agc_max_gain), .values = kLevel,
      .meaning = "limit of the automatic gain, applied with exposure"},
-    {SNAPSHOT_FIELD(gamma), .values = kCurve, .meaning = "gamma curve, applied at start"},
+    {SNAPSHOT_FIELD(gamma), .values = kLevel, .meaning = "gamma curve, applied at start"},
     {SNAPSHOT_FIELD(onepush_rgain), .values = kRegisterGain, .meaning = "red gain of the last one-push measurement"},
     {SNAPSHOT_FIELD(onepush_bgain), .values = kRegisterGain, .meaning = "blue gain of the last one-push measurement"},
     {RECORD_FIELD(focus_assist_level), .values = kAnyNumber, .meaning = "level of the focus assist while iris is held"},
@@ -202,10 +200,10 @@ const Setting* find_setting(Kind kind, std::string_view name) {
   return row == std::end(kSettings) ? nullptr : row;
 }
 
-std::vector<std::string_view> setting_names(std::optional<Kind> kind) {
-  std::vector<std::string_view> names;
+std::vector<std::string> setting_names(std::optional<Kind> kind) {
+  std::vector<std::string> names;
   for (const Setting& setting : kSettings) {
-    if (!kind || setting.kind == kind) names.push_back(setting.name);
+    if (!kind || setting.kind == kind) names.emplace_back(setting.name);
   }
   return names;
 }
@@ -223,9 +221,9 @@ const Field* find_field(std::string_view name) {
   return row == std::end(kFields) ? nullptr : row;
 }
 
-std::vector<std::string_view> field_names() {
-  std::vector<std::string_view> names;
-  for (const Field& field : kFields) names.push_back(field.name);
+std::vector<std::string> field_names() {
+  std::vector<std::string> names;
+  for (const Field& field : kFields) names.emplace_back(field.name);
   return names;
 }
 

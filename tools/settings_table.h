@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -38,7 +39,7 @@ std::span<const Setting> settings();
 
 // Null when there is none of that kind.
 const Setting* find_setting(Kind kind, std::string_view name);
-std::vector<std::string_view> setting_names(std::optional<Kind> kind = {});  // without one: of all
+std::vector<std::string> setting_names(std::optional<Kind> kind = {});  // without one: of all
 std::string_view kind_name(Kind kind);
 
 // One field of the stored record.
@@ -53,6 +54,6 @@ struct Field {
 // In ascending order of offsets.
 std::span<const Field> stored_fields();
 const Field* find_field(std::string_view name);
-std::vector<std::string_view> field_names();
+std::vector<std::string> field_names();
 
 }  // namespace ipcam::tools

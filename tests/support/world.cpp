@@ -7,16 +7,17 @@
 #include <cstdlib>
 #include <exception>
 
-#include "sim/namespaces.h"
+#include "sim/devices.h"
+#include "workstation/namespaces.h"
 
 int main(int argc, char** argv) try {
   if (argc < 2) {
     std::fprintf(stderr, "usage: test_world COMMAND [ARGUMENT...]\n");
     return 2;
   }
-  ipcam::sim::enter_own_namespaces({"/tmp", "/var/tmp"}, {TEST_SOURCE_DIR});
+  ipcam::workstation::enter_own_namespaces({"/tmp", "/var/tmp"}, {TEST_SOURCE_DIR});
   // The tests' stand-ins take these names before they reach the system; hardware must be out of reach all the same.
-  ipcam::sim::hide_devices();
+  for (const ipcam::sim::DeviceFile& device : ipcam::sim::kDeviceFiles) ipcam::workstation::hide(device.path);
   setenv("CAMERA_TEST_WORLD", "entered", 1);
   execvp(argv[1], argv + 1);
   std::perror(argv[1]);

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace ipcam::sim {
+namespace ipcam::wire {
 
 inline constexpr char kKeyFile[] = "/tmp/comm.log";
 inline constexpr int kKeyProject = 0x6e;
@@ -32,4 +32,4 @@ static_assert(offsetof(Record, status) == 0 && offsetof(Record, comm_pid) == 4 &
               offsetof(Record, packet) == 12 && offsetof(Packet, count) == 0 && offsetof(Packet, length) == 4 &&
               offsetof(Packet, data) == 8);
 
-}  // namespace ipcam::sim
+}  // namespace ipcam::wire

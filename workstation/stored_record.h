@@ -6,7 +6,7 @@
 
 #include "settings/settings_record.h"
 
-namespace ipcam::settings {
+namespace ipcam::workstation {
 
 std::optional<camera::SettingsRecord> read_stored_record();
 // Returns false when it could not be stored.
@@ -19,4 +19,4 @@ std::filesystem::path stored_record_path();
 // shutter, and pixels binned by hand only.
 camera::SettingsRecord sample_record();
 
-}  // namespace ipcam::settings
+}  // namespace ipcam::workstation

@@ -1,37 +1,26 @@
 // The stored settings as the programs of a workstation read, write and, where there are none, begin them.
-#include "settings/stored_record.h"
+#include "workstation/stored_record.h"
 
 #include <cstdlib>
 
-namespace ipcam::settings {
-
-namespace {
-
-// The library has such a class, but does not export it.
-class StoredConfig : public config::ConfigFile {
- public:
-  StoredConfig() : ConfigFile(file_) {}
-
- private:
-  static inline char file_[] = "all.conf";
-};
-
-}  // namespace
+namespace ipcam::workstation {
 
 std::optional<camera::SettingsRecord> read_stored_record() {
+  config::ConfigFile file(camera::g_settings_file);
   camera::SettingsRecord record{};
-  if (StoredConfig().read_record(&record, camera::kSettingsKind) != 0) return std::nullopt;
+  if (!camera::read_settings(file, record)) return std::nullopt;
   return record;
 }
 
 bool write_stored_record(const camera::SettingsRecord& record) {
+  config::ConfigFile file(camera::g_settings_file);
   camera::SettingsRecord copy = record;
-  return StoredConfig().write_record(&copy, camera::kSettingsKind) == 0;
+  return camera::write_settings(file, copy);
 }
 
 std::filesystem::path stored_record_path() {
   const char* folder = std::getenv("IPCAM_CONFIG_DIR");
-  return std::filesystem::path(folder == nullptr ? "" : folder) / "all.conf";
+  return std::filesystem::path(folder == nullptr ? "" : folder) / camera::g_settings_file;
 }
 
 camera::SettingsRecord sample_record() {
@@ -51,4 +40,4 @@ camera::SettingsRecord sample_record() {
   return record;
 }
 
-}  // namespace ipcam::settings
+}  // namespace ipcam::workstation

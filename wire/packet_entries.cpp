@@ -1,9 +1,9 @@
 // The entries of command and reply packets.
-#include "sim/packet_entries.h"
+#include "wire/packet_entries.h"
 
 #include <algorithm>
 
-namespace ipcam::sim {
+namespace ipcam::wire {
 namespace {
 
 constexpr std::size_t kHeaderBytes = 5;  // length, type, category, byte number high, byte number low
@@ -53,4 +53,4 @@ std::vector<ReplyEntry> decode_reply(const Packet& packet) {
   return entries;
 }
 
-}  // namespace ipcam::sim
+}  // namespace ipcam::wire

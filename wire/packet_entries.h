@@ -7,9 +7,9 @@
 #include <span>
 #include <vector>
 
-#include "sim/wire_format.h"
+#include "wire/wire_format.h"
 
-namespace ipcam::sim {
+namespace ipcam::wire {
 
 using Bytes = std::span<const std::uint8_t>;
 
@@ -49,4 +49,4 @@ Command decode_command(const Packet& packet);
 // The entries up to the first one that is not a reply's.
 std::vector<ReplyEntry> decode_reply(const Packet& packet);
 
-}  // namespace ipcam::sim
+}  // namespace ipcam::wire
