@@ -191,11 +191,8 @@ int dispatch(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return dispatch(argc, argv);
-  } catch (const UsageError& error) {
-    std::fprintf(stderr, "camsim: %s\n", error.what());
-    return kUsage;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "camsim: %s\n", error.what());
-    return kFailedToRun;
+    return dynamic_cast<const UsageError*>(&error) != nullptr ? kUsage : kFailedToRun;
   }
 }

@@ -1,4 +1,5 @@
-// Puts the device stand-ins between a program and libc: open and ioctl, loaded with LD_PRELOAD.
+// Puts the device stand-ins between a program and libc: open and ioctl, loaded with LD_PRELOAD. The library opens the
+// camera's devices under fixed names, and a program under test is to be the one that is shipped.
 #include <dlfcn.h>
 #include <fcntl.h>
 

@@ -21,13 +21,10 @@ namespace ipcam::sim {
 namespace {
 
 namespace fs = std::filesystem;
+using workstation::fail_in_namespaces;
 
 // In the camera's world; for callers who have no stored settings, or cannot see them there.
 constexpr char kSampleFolder[] = "/tmp";
-
-[[noreturn]] void fail(const std::string& what) {
-  throw std::runtime_error("namespaces: " + what + ": " + std::strerror(errno));
-}
 
 // "ipc:[4026531839]"; empty for a process that is gone, or another user's.
 std::string namespace_of(const std::string& process, const char* kind) {
@@ -51,7 +48,7 @@ bool is_camera_from_here(const fs::path& process, const std::string& here) {
 
 void enter_private_world() {
   // Stays open as long as the process lives: `camsim exec` knows by it which camera is meant.
-  if (open("/proc/self/ns/ipc", O_RDONLY | O_CLOEXEC) < 0) fail("/proc/self/ns/ipc");
+  if (open("/proc/self/ns/ipc", O_RDONLY | O_CLOEXEC) < 0) fail_in_namespaces("/proc/self/ns/ipc");
   workstation::enter_own_namespaces();
   setenv("IPCAM_CONFIG_DIR", kSampleFolder, 1);
   if (workstation::write_stored_record(workstation::sample_record())) return;
@@ -64,11 +61,11 @@ void join_private_camera(pid_t camera) {
   const bool same_user = namespace_of(process, "user") == namespace_of("self", "user");
   const std::string tried = "joining process " + process;
   const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, camera, 0));
-  if (descriptor < 0) fail("process " + process);
-  if (setns(descriptor, CLONE_NEWNS | CLONE_NEWIPC | (same_user ? 0 : CLONE_NEWUSER)) != 0) fail(tried);
+  if (descriptor < 0) fail_in_namespaces("process " + process);
+  if (setns(descriptor, CLONE_NEWNS | CLONE_NEWIPC | (same_user ? 0 : CLONE_NEWUSER)) != 0) fail_in_namespaces(tried);
   close(descriptor);
   // That leads to the root of the whole mount namespace, which is not the process's own where it runs under chroot.
-  if (chroot(("/proc/" + process + "/root").c_str()) != 0) fail(tried);
+  if (chroot(("/proc/" + process + "/root").c_str()) != 0) fail_in_namespaces(tried);
   fs::current_path(here);
   if (!fs::exists(workstation::stored_record_path())) setenv("IPCAM_CONFIG_DIR", kSampleFolder, 1);
 }

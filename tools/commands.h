@@ -1,9 +1,10 @@
-// The commands of camctl. Each throws CommandError when it fails.
+// The commands of camctl, and what they share. Each throws CommandError when it fails.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tools/camera_session.h"
@@ -14,19 +15,11 @@ namespace ipcam::tools {
 
 using Words = std::vector<std::string>;
 
-// What commands share: where results go, and, in a shell, the control thread that it holds.
+// Where results go, and, in a shell, the control thread that it holds.
 struct Context {
   Output& out;
   CameraSession* session = nullptr;
 };
-
-// NAME and VALUE of "NAME=VALUE". Throws CommandError; `form` says what was expected.
-std::pair<std::string, std::string> split_assignment(const std::string& text, const std::string& tried,
-                                                     std::string_view form);
-// Address and name of a register, as columns.
-std::string register_columns(Address address);
-// Whether a row of a list was asked for: by name, or by no names at all.
-bool is_wanted(std::string_view name, const Words& names);
 
 // The port of the shell's control thread, or one of the command's own once the link is known to carry requests.
 class BorrowedPort {
@@ -50,7 +43,16 @@ class BorrowedSession {
   CameraSession* session_;
 };
 
-// --- commands_settings.cpp ---
+// NAME and VALUE of "NAME=VALUE". Throws CommandError; `form` says what was expected.
+std::pair<std::string, std::string> split_assignment(const std::string& text, const std::string& tried,
+                                                     std::string_view form);
+// Whether a row of a list was asked for: by name, or by no names at all.
+bool is_wanted(std::string_view name, const Words& names);
+// Address and name of a register, as columns.
+std::string register_columns(Address address);
+
+// Settings: commands_settings.cpp.
+
 struct Request {
   const Setting* setting;
   int value;
@@ -64,30 +66,32 @@ void get_query(Context& context, const std::string& name);
 // The table as a section of the man page.
 std::string man_settings();
 
-// --- dry_run.cpp ---
-// Shows what the requests would send; returns the exit code of the process that tried them.
+// What the requests would send: dry_run.cpp. Returns the exit code of the process that tried them.
+
 int run_dry(Context& context, const std::vector<Request>& requests, const Words& command_line);
 
-// --- commands_reg.cpp ---
-void reg_read(Context& context, const Words& registers);
-void reg_write(Context& context, const Words& assignments);
+// Raw registers: commands_reg.cpp.
+
 struct DumpRange {
   int category = 0;
   int first = 0;
   int last = 255;
 };
-void reg_dump(Context& context, const DumpRange& range);
 struct WatchLimits {
   int count = 0;      // changes to wait for; 0: any number
   int timeout_s = 0;  // 0: none
   int interval_ms = 100;
 };
+void reg_read(Context& context, const Words& registers);
+void reg_write(Context& context, const Words& assignments);
+void reg_dump(Context& context, const DumpRange& range);
 void reg_watch(Context& context, const Words& registers, const WatchLimits& limits);
 void reg_list(Context& context);
 // docs/registers.md.
 std::string register_document();
 
-// --- commands_config.cpp ---
+// Stored settings: commands_config.cpp.
+
 void config_init(Context& context, bool over_what_is_there);
 void config_show(Context& context, const Words& names);
 void config_set(Context& context, const Words& assignments);
@@ -95,15 +99,12 @@ void config_save(Context& context, const std::string& file);
 void config_restore(Context& context, const std::string& file);
 void config_diff(Context& context, const std::string& file);
 
-// --- commands_service.cpp ---
+// Service: commands_service.cpp, commands_bench.cpp, shell.cpp.
+
 void doctor(Context& context);
 void flash(Context& context, bool is_store, bool yes);
 void flash_sdram(Context& context);
-
-// --- commands_bench.cpp ---
 void bench(Context& context, int count, bool with_requests);
-
-// --- shell.cpp ---
 int run_shell(Context& context);
 
 }  // namespace ipcam::tools

@@ -129,39 +129,6 @@ void run_request(Output& out, CameraSession& session, const Request& request) {
 
 }  // namespace
 
-BorrowedPort::BorrowedPort(Context& context, const std::string& tried) {
-  if (context.session != nullptr) {
-    port_ = &context.session->port();
-    return;
-  }
-  require_link(tried);
-  port_ = &own_.emplace();
-}
-
-std::pair<std::string, std::string> split_assignment(const std::string& text, const std::string& tried,
-                                                     std::string_view form) {
-  const std::size_t equals = text.find('=');
-  if (equals != std::string::npos) return {text.substr(0, equals), text.substr(equals + 1)};
-  throw CommandError(kUsage, tried + ": no value (" + std::string(form) + ")");
-}
-
-std::string register_columns(Address address) {
-  return padded(address_text(address), 9) + padded(register_name(address), 24);
-}
-
-bool is_wanted(std::string_view name, const Words& names) {
-  const auto is_same = [&](const std::string& wanted) { return same_name(name, wanted); };
-  return names.empty() || std::ranges::any_of(names, is_same);
-}
-
-BorrowedSession::BorrowedSession(Context& context) : session_(context.session) {
-  if (session_ != nullptr) return;
-  const std::string tried = "start the control thread";
-  require_link(tried);
-  context.out.note("starting a control thread for this call; it applies the stored settings first");
-  session_ = &own_.emplace(tried);
-}
-
 void list_settings(Context& context, const Words& names) {
   for (const std::string& name : names) {
     const auto is_known = [&](const Setting& setting) { return same_name(setting.name, name); };

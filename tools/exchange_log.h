@@ -1,4 +1,5 @@
-// Every exchange of this process with the comm application, taken down through the library's packet-dump hook.
+// Every exchange of this process with the comm application, taken down through the library's packet-dump hook. A
+// request's result says neither what was sent nor whether it arrived; both packets of its exchanges do.
 #pragma once
 
 #include <chrono>

@@ -19,15 +19,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-[[noreturn]] void fail(const std::string& what) {
-  throw std::runtime_error("namespaces: " + what + ": " + std::strerror(errno));
-}
-
 void write_map(const char* path, const std::string& text) {
   std::ofstream file(path);
   file << text;
   file.close();
-  if (!file) fail(path);
+  if (!file) fail_in_namespaces(path);
 }
 
 // The user stays who it is.
@@ -38,7 +34,7 @@ void map_user(uid_t user, gid_t group) {
 }
 
 void mount_over(const std::string& source, const fs::path& target) {
-  if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) fail(target);
+  if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) fail_in_namespaces(target);
 }
 
 // Puts an empty folder over a shared one. An open folder can be bound to its place again when its path no longer leads
@@ -49,7 +45,7 @@ void cover(const fs::path& folder, const Paths& kept) {
     if (!path.string().starts_with(folder.string() + "/")) continue;
     below.emplace_back(path, open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   }
-  if (mount("tmpfs", folder.c_str(), "tmpfs", 0, "mode=1777") != 0) fail(folder);
+  if (mount("tmpfs", folder.c_str(), "tmpfs", 0, "mode=1777") != 0) fail_in_namespaces(folder);
   for (const auto& [path, descriptor] : below) {
     fs::create_directories(path);
     mount_over("/proc/self/fd/" + std::to_string(descriptor), path);
@@ -59,15 +55,19 @@ void cover(const fs::path& folder, const Paths& kept) {
 
 }  // namespace
 
+void fail_in_namespaces(const std::string& tried) {
+  throw std::runtime_error("namespaces: " + tried + ": " + std::strerror(errno));
+}
+
 void enter_own_namespaces(const Paths& covered, const Paths& kept) {
   const fs::path here = fs::current_path();
   const uid_t user = geteuid();
   const gid_t group = getegid();
   // A user namespace gives anybody the right to make the others; root has it, and stays root of the machine.
-  if (unshare(CLONE_NEWNS | CLONE_NEWIPC | (user != 0 ? CLONE_NEWUSER : 0)) != 0) fail("unshare");
+  if (unshare(CLONE_NEWNS | CLONE_NEWIPC | (user != 0 ? CLONE_NEWUSER : 0)) != 0) fail_in_namespaces("unshare");
   if (user != 0) map_user(user, group);
   // Without this the machine would see the mounts below as well.
-  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) fail("private mounts");
+  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) fail_in_namespaces("private mounts");
   Paths in_place = kept;
   in_place.push_back(here);
   // Beside bin/ there is lib/, which the program and what it starts need.

@@ -3,11 +3,15 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <vector>
 
 namespace ipcam::workstation {
 
 using Paths = std::vector<std::filesystem::path>;
+
+// Throws std::runtime_error with what was tried and the system's reason.
+[[noreturn]] void fail_in_namespaces(const std::string& tried);
 
 // For a process with one thread; no root rights are needed. Failures throw std::runtime_error.
 

@@ -1,0 +1,41 @@
+// What the commands of camctl share.
+#include "tools/commands.h"
+
+#include <algorithm>
+
+#include "tools/link_state.h"
+
+namespace ipcam::tools {
+
+std::pair<std::string, std::string> split_assignment(const std::string& text, const std::string& tried,
+                                                     std::string_view form) {
+  const std::size_t equals = text.find('=');
+  if (equals != std::string::npos) return {text.substr(0, equals), text.substr(equals + 1)};
+  throw CommandError(kUsage, tried + ": no value (" + std::string(form) + ")");
+}
+
+bool is_wanted(std::string_view name, const Words& names) {
+  const auto is_same = [&](const std::string& wanted) { return same_name(name, wanted); };
+  return names.empty() || std::ranges::any_of(names, is_same);
+}
+
+std::string register_columns(Address address) {
+  return padded(address_text(address), 9) + padded(register_name(address), 24);
+}
+
+BorrowedPort::BorrowedPort(Context& context, const std::string& tried)
+    : port_(context.session != nullptr ? &context.session->port() : nullptr) {
+  if (port_ != nullptr) return;
+  require_link(tried);
+  port_ = &own_.emplace();
+}
+
+BorrowedSession::BorrowedSession(Context& context) : session_(context.session) {
+  if (session_ != nullptr) return;
+  const std::string tried = "start the control thread";
+  require_link(tried);
+  context.out.note("starting a control thread for this call; it applies the stored settings first");
+  session_ = &own_.emplace(tried);
+}
+
+}  // namespace ipcam::tools
