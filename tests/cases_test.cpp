@@ -8,7 +8,6 @@
 #include <fstream>
 #include <functional>
 #include <map>
-#include <regex>
 #include <span>
 #include <sstream>
 
@@ -192,34 +191,37 @@ std::map<std::string, std::string> CasesTest::table_texts() const {
 // "w g_ae_slow[12:24]=agc_slow_max_gain_tbl[3]": the registers of a parameter table, or of some of its rows, and the
 // values from one row of a value table after the other; of a block from one column. Anything else is left as it is.
 std::string CasesTest::with_table_rows(const std::string& line) const {
-  static const std::regex kExchange(R"(([rwb]) (g_\w+)(?:\[(\d+):(\d+)\])?(?:=(\S*))?(.*))");
-  static const std::regex kRow(R"((\w+)\[(\d+)\])");
-  std::smatch found;
-  if (!std::regex_match(line, found, kExchange)) return line;
-  const bool is_block = found[1] == "b";
-  const Table& table = tables_.at(found[2]);
-  const std::size_t begin = found[3].matched ? std::stoul(found[3]) : 0;
-  const std::size_t end = found[4].matched ? std::stoul(found[4]) : table.bytes.size() / table.row_size;
-  const std::string rows = found[5];
-  const std::size_t width = (end - begin) / static_cast<std::size_t>(1 + std::ranges::count(rows, '+'));
+  if (line.find(" g_") != 1) return line;
+  const bool is_block = line[0] == 'b';
+  const std::size_t fault = std::min(line.find(" !"), line.size());
+  std::string text = line.substr(2, fault - 2);
+  const auto value_rows = static_cast<std::size_t>(1 + std::ranges::count(text, '+'));
+  const bool has_range = text.find(':') != text.npos;
+  std::ranges::replace_if(
+      text, [](char c) { return std::string("[:]=+").find(c) != std::string::npos; }, ' ');
+  std::istringstream words(text);
+  std::string name;
+  words >> name;
+  const Table& table = tables_.at(name);
+  std::size_t begin = 0, end = table.bytes.size() / table.row_size, index = 0;
+  if (has_range) words >> begin >> end;
   std::string bytes;
-  for (std::sregex_iterator row(rows.begin(), rows.end(), kRow), none; row != none; ++row) {
-    const Table& values = tables_.at((*row)[1]);
-    const std::size_t index = std::stoul((*row)[2]);
-    if (!is_block) bytes += values.text().substr(index * values.row_size, width);
+  while (words >> name >> index) {
+    const Table& values = tables_.at(name);
+    if (!is_block) bytes += values.text().substr(index * values.row_size, (end - begin) / value_rows);
     for (std::size_t i = index; is_block && i < values.bytes.size(); i += values.row_size) bytes += values.bytes[i];
   }
-  std::string text = found[1];
+  text = line.substr(0, 1);
   for (std::size_t i = begin; i < end; ++i) {
     const auto& row = reinterpret_cast<const camera::param_info*>(table.bytes.data())[i];
     char address[32], value[16];
     std::snprintf(address, sizeof address, " %d/0x%02x", row.category, static_cast<unsigned>(row.byte));
     if (!is_block || i == begin) text += address;
-    if (found[1] == "r") continue;
+    if (line[0] == 'r') continue;
     std::snprintf(value, sizeof value, is_block && i > begin ? " 0x%02x" : "=0x%02x", bytes.at(i - begin) & 0xff);
     text += value;
   }
-  return text + found[6].str();
+  return text + line.substr(fault);
 }
 
 int CasesTest::store(const std::vector<std::string>& fields) {
