@@ -21,7 +21,6 @@ namespace {
 
 constexpr int kAttempts = 5;
 
-
 // Everything in which the two readouts differ.
 struct Readout {
   bool is_binned;

@@ -38,9 +38,10 @@ int load_curve(DspCommand& dsp, const unsigned char* text, std::span<param_info>
   }
 
   const LockGuard lock(g_table_lock);
-  const std::uint8_t* value = (is_e ? e_curves : c_curves) + curve;
+  const std::uint8_t* curves = is_e ? e_curves : c_curves;
+  std::size_t value = static_cast<std::size_t>(curve);
   for (param_info& row : table) {
-    row.data = *value;
+    row.data = curves[value];
     value += kCurves;
   }
   return dsp.execute_gamma_cmd(table.data(), static_cast<int>(table.size())) < 0 ? -1 : 0;

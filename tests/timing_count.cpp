@@ -10,8 +10,8 @@
 
 #include "ipcam/camera/parameter_tables.h"
 #include "registers/register_map.h"
-#include "wire/packet_entries.h"
 #include "tests/support/operations.h"
+#include "wire/packet_entries.h"
 #include "workers/evr_control.h"
 
 namespace ipcam::test {

@@ -53,8 +53,8 @@ CameraSession::CameraSession(const std::string& tried) {
     camera::delete_camera_IF(nullptr);
     throw CommandError(kRefused, tried + ": the control thread refused the stored settings, see camctl config show");
   }
-  // Start-up sets the colour before any worker runs, so the first exchange shows which thread is the control thread. Later
-  // that tells a request's exchanges from those of workers that run all the time.
+  // Start-up sets the colour before any worker runs, so the first exchange shows which thread is the control thread.
+  // Later that tells a request's exchanges from those of workers that run all the time.
   control_thread_ = log.exchanges().at(0).thread;
 }
 

@@ -211,7 +211,8 @@ void reg_list(Context& context) {
     Json json = register_json(address);
     json["mask"] = register_mask(address);
     json["meaning"] = meaning_of(group);
-    context.out.result(json, register_columns(address) + "mask " + hex(register_mask(address)) + "  " + meaning_of(group));
+    context.out.result(json,
+                       register_columns(address) + "mask " + hex(register_mask(address)) + "  " + meaning_of(group));
   }
 }
 

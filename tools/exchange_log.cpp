@@ -97,8 +97,8 @@ std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchan
 
 namespace ipcam::camera {
 
-// The library calls its hook through the dynamic linker, which finds this definition in the program before the library's
-// own, which does nothing. So exchanges can be watched in any library that exports the hook, on a camera too.
+// The library calls its hook through the dynamic linker, which finds this definition in the program before the
+// library's own, which does nothing. So exchanges can be watched in any library that exports the hook, on a camera too.
 void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
   tools::log_packet(direction, std::bit_cast<wire::Packet>(*packet));
 }

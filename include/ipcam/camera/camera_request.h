@@ -103,8 +103,8 @@ IPCAM_CAMERA_API int cam_ccd_debug(s_ccdlsi_dbg* dbg);
 // the first request. `port` is kept but not used, and must stay valid until the shutdown.
 // Returns 0; -1 for a null `port`, when a control thread has been started already and not been shut down
 // (also when its start-up failed; so always on the control thread itself), or when a resource could not be had. A
-// constructor of the camera's own
-// libraries that throws passes its exception on. What a failed call created is released by the next call.
+// constructor of the camera's own libraries that throws passes its exception on. What a failed call created is
+// released by the next call.
 // Any thread. The thread is ended by delete_camera_IF().
 IPCAM_CAMERA_API int new_camera_ctrl(ipcam::comm::s_port_inf* port);
 

@@ -134,6 +134,7 @@ class IPCAM_CAMERA_API DspCommand {
   // Appends one 6-byte entry to a command packet: type 1 read, 2 write. Returns 0, or -1 when the packet then
   // holds more than 16 entries or 127 bytes.
   int add_cmd_packet(int type, param_info entry, packet_info* packet);
+  // Set all fields, and all data bytes, to 0.
   void clear_param_info(param_info* entry);
   void clear_packet_info(packet_info* packet);
 
@@ -203,7 +204,7 @@ class IPCAM_CAMERA_API DspCommand {
 
   // --- Sensor, day/night ---
 
-  int do_binning(bool on);
+  int do_binning(bool on);                 // sensor readout: binned, or all pixels
   int do_sensormode(unsigned char* text);  // "quadvga" or "vga"
   int do_dnmode(unsigned char* text);      // "disable", "auto", "on" or "off"
   int do_dnlevel(unsigned char* text);     // "high" or "low"
