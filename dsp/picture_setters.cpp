@@ -39,7 +39,7 @@ int load_curve(DspCommand& dsp, const unsigned char* text, std::span<param_info>
 
   const LockGuard lock(g_table_lock);
   const std::uint8_t* curves = is_e ? e_curves : c_curves;
-  std::size_t value = static_cast<std::size_t>(curve);
+  auto value = static_cast<std::size_t>(curve);
   for (param_info& row : table) {
     row.data = curves[value];
     value += kCurves;

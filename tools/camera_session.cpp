@@ -98,7 +98,7 @@ std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int va
     const std::string reason = setting.depends.empty() ? "" : " (" + std::string(setting.depends) + ")";
     throw CommandError(kRefused, tried + ": refused" + reason);
   }
-  const std::vector<RegisterWrite> writes = carried_out_writes(exchanges);
+  std::vector<RegisterWrite> writes = carried_out_writes(exchanges);
   if (measures && !selects_preset(writes)) throw CommandError(kTimedOut, tried + ": the measurement found no gains");
   check_registers(writes, tried);
   return writes;
