@@ -22,6 +22,7 @@ namespace ipcam::test {
 namespace {
 
 using camera::DspCommand;
+using Words = std::vector<std::string>;
 
 #define SETTER(name) \
   { #name, reading(&DspCommand::do_##name) }
@@ -105,8 +106,8 @@ class CasesTest : public CameraTest, public ::testing::WithParamInterface<Case> 
   }
   std::map<std::string, std::string> table_texts() const;
   std::string with_table_rows(const std::string& line) const;
-  int store(const std::vector<std::string>& fields);
-  int plan_fault(const std::string& name, const std::vector<std::string>& words);
+  int store(const Words& fields);
+  int plan_fault(const std::string& name, const Words& words);
   int raw_command(const std::string& text);
   int set(std::istream& words);
   int with_values(const std::function<int(char*)>& call);
@@ -114,21 +115,21 @@ class CasesTest : public CameraTest, public ::testing::WithParamInterface<Case> 
 
   const std::map<std::string, std::function<int(std::istream&)>> actions_ = {
       // What there is, and what fails.
-      {"settings", reading([this](std::vector<std::string> fields) { return store(fields); })},
-      {"registers", reading([this](std::vector<Register> all) {
+      {"settings", reading([this](const Words& fields) { return store(fields); })},
+      {"registers", reading([this](const std::vector<Register>& all) {
          for (const Register& one : all) camera.set_reg(one.category, one.byte, one.value);
          return 0;
        })},
-      {"reads", reading([this](Register one, Bytes bytes) {
+      {"reads", reading([this](Register one, const Bytes& bytes) {
          return camera.script(one.category, one.byte, {bytes.all.begin(), bytes.all.end()}), 0;
        })},
-      {"file", reading([this](std::string path, Bytes bytes) { return write_file(path, bytes.all), 0; })},
-      {"remove", reading([](std::string path) { return std::filesystem::remove(path) ? 0 : -1; })},
-      {"fault", reading([this](std::string name, std::vector<std::string> words) { return plan_fault(name, words); })},
-      {"fail", reading([](std::string name, int nth, std::vector<int> result) {
+      {"file", reading([this](const std::string& path, const Bytes& bytes) { return write_file(path, bytes.all), 0; })},
+      {"remove", reading([](const std::string& path) { return std::filesystem::remove(path) ? 0 : -1; })},
+      {"fault", reading([this](const std::string& name, const Words& words) { return plan_fault(name, words); })},
+      {"fail", reading([](const std::string& name, int nth, const std::vector<int>& result) {
          return fail_next(name, EIO, nth, result.empty() ? -1 : result[0]), 0;
        })},
-      {"camera", reading([this](std::string what) {
+      {"camera", reading([this](const std::string& what) {
          what == "stop" ? camera.stop() : what == "start" ? camera.start() : camera.restart();
          return 0;
        })},
@@ -138,7 +139,7 @@ class CasesTest : public CameraTest, public ::testing::WithParamInterface<Case> 
       {"request", reading([this](int code, int value) { return request(code, value); })},
       {"init-camera", reading([] { return camera::InitCamera() ? 1 : 0; })},
       {"inquire", reading([this](int code) { return inquire(code); })},
-      {"raw", reading([this](Quoted command) { return raw_command(*command.text); })},
+      {"raw", reading([this](const Quoted& command) { return raw_command(*command.text); })},
       // A DspCommand of the test's own.
       {"detach", reading([this] { return dsp_.reset(), 0; })},
       {"set", [this](std::istream& words) { return set(words); }},
@@ -224,7 +225,7 @@ std::string CasesTest::with_table_rows(const std::string& line) const {
   return text + line.substr(fault);
 }
 
-int CasesTest::store(const std::vector<std::string>& fields) {
+int CasesTest::store(const Words& fields) {
   SettingsBytes settings;
   for (const std::string& text : fields) {
     const std::size_t sign = text.find('=');
@@ -236,7 +237,7 @@ int CasesTest::store(const std::vector<std::string>& fields) {
   return write_settings(settings), 0;
 }
 
-int CasesTest::plan_fault(const std::string& name, const std::vector<std::string>& words) {
+int CasesTest::plan_fault(const std::string& name, const Words& words) {
   const auto* const fault = std::ranges::find(sim::kFaultNames, name);
   if (fault == sim::kFaultNames.end()) return -1;
   sim::FaultPlan plan;

@@ -64,7 +64,8 @@ std::istream& operator>>(std::istream& in, std::vector<Element>& list) {
 // Calls with arguments of these kinds; numbers that are missing are 0.
 template <class... Arguments, class Call>
 int call_with(std::istream& in, const Call& call) {
-  std::tuple<std::conditional_t<std::is_same_v<Arguments, unsigned char*>, Quoted, Arguments>...> arguments;
+  std::tuple<std::conditional_t<std::is_same_v<Arguments, unsigned char*>, Quoted, std::remove_cvref_t<Arguments>>...>
+      arguments;
   std::apply([&](auto&... argument) { ((in >> argument), ...); }, arguments);
   return std::apply(call, arguments);
 }
