@@ -1,5 +1,5 @@
-// Benchmarks: bare primitives, exchanges, tables, texts, requests through the control thread, and other roads. Prints
-// Google Benchmark's JSON; scripts/bench turns it into a table of ratios.
+// Benchmarks: bare primitives, exchanges, tables, texts, requests through the control thread, and
+// other roads. Prints Google Benchmark's JSON; scripts/bench turns it into a table of ratios.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -47,10 +47,12 @@ void exchange(benchmark::State& state) {
   DspCommand dsp;
   const int entries = static_cast<int>(state.range(0));
   packet_info command{};
-  for (int i = 0; i < entries; ++i) dsp.add_cmd_packet(1, {.category = 14, .byte = i, .mask = 0, .data = 1}, &command);
+  for (int i = 0; i < entries; ++i)
+    dsp.add_cmd_packet(1, {.category = 14, .byte = i, .mask = 0, .data = 1}, &command);
   packet_info reply{};
   for (auto _ : state) {
-    if (dsp.send_to_comm(&command) != 0 || dsp.get_from_comm(&reply) != 0) state.SkipWithError("failed exchange");
+    if (dsp.send_to_comm(&command) != 0 || dsp.get_from_comm(&reply) != 0)
+      state.SkipWithError("failed exchange");
   }
 }
 BENCHMARK(exchange)->Arg(1)->Arg(16)->UseRealTime();
@@ -58,7 +60,8 @@ BENCHMARK(exchange)->Arg(1)->Arg(16)->UseRealTime();
 void table(benchmark::State& state) {
   DspCommand dsp;
   const int rows = static_cast<int>(state.range(0));
-  std::vector<ipcam::camera::param_info> entries(static_cast<std::size_t>(rows), {.category = 11, .mask = 0xff});
+  std::vector<ipcam::camera::param_info> entries(static_cast<std::size_t>(rows),
+                                                 {.category = 11, .mask = 0xff});
   for (auto _ : state) {
     if (dsp.execute_abs_cmd(entries.data(), rows) != 0) state.SkipWithError("failed table");
   }
@@ -68,14 +71,17 @@ BENCHMARK(table)->Arg(1)->Arg(12)->Arg(16)->UseRealTime();
 void shutter_gain_mode_1(benchmark::State& state) {
   DspCommand dsp;
   for (auto _ : state) {
-    if (dsp.do_shutter_gain({.shutter = 0, .gain = 0, .mode = 1, .max_frm_exp = 0}) != 0) state.SkipWithError("failed");
+    if (dsp.do_shutter_gain({.shutter = 0, .gain = 0, .mode = 1, .max_frm_exp = 0}) != 0)
+      state.SkipWithError("failed");
   }
 }
 BENCHMARK(shutter_gain_mode_1)->UseRealTime();
 
 constexpr char kSixteenEntries[] =
-    "14,140,255,1;14,141,0xff,2;14,142,255,3;14,143,255,4;14,144,255,5;14,145,255,6;14,146,255,7;14,147,255,8;"
-    "11,20,15,16;11,21,15,17;11,22,15,18;11,23,15,19;11,24,15,20;11,25,15,21;11,26,15,22;11,27,0x0f,23";
+    "14,140,255,1;14,141,0xff,2;14,142,255,3;14,143,255,4;14,144,255,5;14,145,255,6;14,146,255,7;"
+    "14,147,255,8;"
+    "11,20,15,16;11,21,15,17;11,22,15,18;11,23,15,19;11,24,15,20;11,25,15,21;11,26,15,22;11,27,"
+    "0x0f,23";
 
 // A command text up to the packet that would be sent.
 void parse(benchmark::State& state) {
@@ -110,7 +116,9 @@ BENCHMARK(bare_strtol);
 
 using Clock = std::chrono::steady_clock;
 
-double microseconds(Clock::duration time) { return std::chrono::duration<double, std::micro>(time).count(); }
+double microseconds(Clock::duration time) {
+  return std::chrono::duration<double, std::micro>(time).count();
+}
 
 bool start_library(benchmark::State& state) {
   static ipcam::comm::s_port_inf port{};
@@ -131,8 +139,8 @@ void call(int requests, std::vector<double>& latencies_us, std::atomic<int>& fai
   }
 }
 
-// Requests of two exchanges through the control thread, from this many callers at once. One iteration is kRequests
-// requests, timed from the moment when all callers are there.
+// Requests of two exchanges through the control thread, from this many callers at once. One
+// iteration is kRequests requests, timed from the moment when all callers are there.
 void request(benchmark::State& state) {
   constexpr int kRequests = 2560;
   const auto callers = static_cast<int>(state.range(0));
@@ -154,7 +162,8 @@ void request(benchmark::State& state) {
     const Clock::time_point begin = Clock::now();
     for (std::thread& thread : threads) thread.join();
     state.SetIterationTime(microseconds(Clock::now() - begin) / 1e6);
-    for (const std::vector<double>& own : latencies_us) all_us.insert(all_us.end(), own.begin(), own.end());
+    for (const std::vector<double>& own : latencies_us)
+      all_us.insert(all_us.end(), own.begin(), own.end());
   }
   ipcam::camera::delete_camera_IF(nullptr);
   if (failures != 0) state.SkipWithError("failed request");
@@ -182,7 +191,8 @@ long context_switches() {
   return sum;
 }
 
-// The library's threads with nothing to do and the EVR worker off: how often they wake in ten seconds.
+// The library's threads with nothing to do and the EVR worker off:
+// how often they wake in ten seconds.
 void idle_10_s(benchmark::State& state) {
   if (!start_library(state)) return;
   std::atomic<int> failures{0};
@@ -208,8 +218,8 @@ BENCHMARK(other_road<ipcam::bench::BusPeer>)->Name("d_bus")->UseRealTime();
 
 }  // namespace
 
-// The library's own lines are dropped: results go to the standard output that the program was started with, through a
-// saved descriptor.
+// The library's own lines are dropped: results go to the standard output that the program was
+// started with, through a saved descriptor.
 int main(int argc, char** argv) {
   const int results = dup(STDOUT_FILENO);
   const int errors = dup(STDERR_FILENO);
@@ -224,7 +234,8 @@ int main(int argc, char** argv) {
 
   ipcam::bench::isolate();
   g_peer = std::make_unique<CommPeer>(ipcam::bench::make_link_key());
-  // As in a well-behaved server program: no thread takes the doorbell from the one that waits for it.
+  // As in a well-behaved server program: no thread takes the
+  // doorbell from the one that waits for it.
   sigset_t doorbell;
   sigemptyset(&doorbell);
   sigaddset(&doorbell, SIGUSR1);

@@ -20,7 +20,9 @@ namespace ipcam::bench {
 
 namespace {
 
-[[noreturn]] void fail(const char* what) { throw std::system_error(errno, std::generic_category(), what); }
+[[noreturn]] void fail(const char* what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
 
 sigset_t doorbell_set() {
   sigset_t set;
@@ -75,7 +77,8 @@ key_t make_link_key() {
 }
 
 CommPeer::CommPeer(key_t key)
-    : sem_(semget(key, 1, IPC_CREAT | 0600)), shm_(shmget(key, sizeof(camera::shm_info), IPC_CREAT | 0600)) {
+    : sem_(semget(key, 1, IPC_CREAT | 0600)),
+      shm_(shmget(key, sizeof(camera::shm_info), IPC_CREAT | 0600)) {
   if (sem_ < 0 || shm_ < 0) fail("semaphore or shared memory");
   if (semctl(sem_, 0, SETVAL, 1) < 0) fail("semctl");
   void* address = shmat(shm_, nullptr, 0);
@@ -109,8 +112,8 @@ bool CommPeer::bare_exchange() {
   const timespec limit{.tv_sec = 1, .tv_nsec = 0};
   const timespec at_once{};
   change_semaphore(sem_, -1);
-  // Blocking the doorbell and taking what an earlier exchange left belong to the primitives: without them a reply is
-  // lost to another thread, or taken for the wrong one.
+  // Blocking the doorbell and taking what an earlier exchange left belong to the primitives:
+  // without them a reply is lost to another thread, or taken for the wrong one.
   sigprocmask(SIG_BLOCK, &doorbell, nullptr);
   sigtimedwait(&doorbell, nullptr, &at_once);
   record_->status = 1;

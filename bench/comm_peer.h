@@ -11,9 +11,10 @@ namespace ipcam::bench {
 // Key of the library's link; makes its file.
 key_t make_link_key();
 
-// The shared objects of a key and a child process that answers every request with success for each entry. A request
-// without entries is answered without touching the data: what is left is the cost of the primitives. With IPC_PRIVATE
-// nobody else reaches the objects, so that a camera's own link can be in use.
+// The shared objects of a key and a child process that answers every request with success
+// for each entry. A request without entries is answered without touching the data: what is
+// left is the cost of the primitives. With IPC_PRIVATE nobody else reaches the objects, so
+// that a camera's own link can be in use.
 class CommPeer {
  public:
   explicit CommPeer(key_t key);  // throws std::system_error
@@ -21,8 +22,9 @@ class CommPeer {
   CommPeer(const CommPeer&) = delete;
   CommPeer& operator=(const CommPeer&) = delete;
 
-  // One exchange on the bare primitives: lock, block and drain signal 10, post, doorbell, unlock, wait, lock, check,
-  // clear, unlock. Signal 10 must be blocked in all other threads. Returns whether it was answered.
+  // One exchange on the bare primitives: lock, block and drain signal 10, post, doorbell,
+  // unlock, wait, lock, check, clear, unlock. Signal 10 must be blocked in all other
+  // threads. Returns whether it was answered.
   bool bare_exchange();
 
  private:

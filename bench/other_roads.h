@@ -1,4 +1,5 @@
-// The same request by other roads between two processes, for comparison: a Unix socket and a private D-Bus.
+// The same request by other roads between two processes, for
+// comparison: a Unix socket and a private D-Bus.
 #pragma once
 
 #include <sys/types.h>
@@ -22,7 +23,8 @@ class SocketPeer {
   pid_t child_ = -1;
 };
 
-// A child process that answers a method call over a D-Bus connection of its own, without a bus daemon between.
+// A child process that answers a method call over a D-Bus connection of
+// its own, without a bus daemon between.
 class BusPeer {
  public:
   BusPeer();  // ends the program when the machine does not let it run

@@ -1,4 +1,5 @@
-// saturation_requests N: starts the library, asks N times for a saturation, and ends. For counting instructions.
+// saturation_requests N: starts the library, asks N times for a saturation,
+// and ends. For counting instructions.
 #include <cstdio>
 #include <cstdlib>
 

@@ -38,16 +38,20 @@ constexpr Readout kBinned = {
     .wb_file = kHalfPixelWbFile,
     .old_status = registers::kReadoutAllPixels,
     .first_timing = {row("timing_a", 0x09), row("timing_d", 0x02), row("timing_e", 0x09)},
-    .second_timing = {row("timing_c_1", 0x0c), row("timing_c_0", 0xf4), row("timing_c_3", 0x12), row("timing_c_2", 0x9a)},
-    .third_timing = {row("timing_b_0", 0x4d), row("timing_b_1", 0x09), row("timing_b_2", 0xf2), row("timing_b_3", 0x0f)},
+    .second_timing = {row("timing_c_1", 0x0c), row("timing_c_0", 0xf4),
+                      row("timing_c_3", 0x12), row("timing_c_2", 0x9a)},
+    .third_timing = {row("timing_b_0", 0x4d), row("timing_b_1", 0x09),
+                     row("timing_b_2", 0xf2), row("timing_b_3", 0x0f)},
 };
 constexpr Readout kAllPixels = {
     .is_binned = false,
     .wb_file = kAllPixelWbFile,
     .old_status = registers::kReadoutBinned,
     .first_timing = {row("timing_a", 0x0a), row("timing_d", 0x03), row("timing_e", 0x0c)},
-    .second_timing = {row("timing_c_1", 0x0f), row("timing_c_0", 0xf2), row("timing_c_3", 0x15), row("timing_c_2", 0x98)},
-    .third_timing = {row("timing_b_0", 0x4a), row("timing_b_1", 0x0c), row("timing_b_2", 0xef), row("timing_b_3", 0x12)},
+    .second_timing = {row("timing_c_1", 0x0f), row("timing_c_0", 0xf2),
+                      row("timing_c_3", 0x15), row("timing_c_2", 0x98)},
+    .third_timing = {row("timing_b_0", 0x4a), row("timing_b_1", 0x0c),
+                     row("timing_b_2", 0xef), row("timing_b_3", 0x12)},
 };
 // clang-format on
 
@@ -68,8 +72,8 @@ void switch_readout(DspCommand& dsp, const Readout& readout) {
   std::fprintf(stderr, "do_binning timedout.\n");
 }
 
-constexpr param_info kFrameLength[] = {read_row("vmax_lo"), read_row("vmax_hi"), read_row("frame_lines_lo"),
-                                       read_row("frame_lines_hi")};
+constexpr param_info kFrameLength[] = {read_row("vmax_lo"), read_row("vmax_hi"),
+                                       read_row("frame_lines_lo"), read_row("frame_lines_hi")};
 
 // Frame length VMAX and the lines of one frame, which divide it, low byte first.
 RegisterReply read_frame_length(DspCommand& dsp) {
@@ -83,11 +87,12 @@ RegisterReply read_frame_length(DspCommand& dsp) {
   return reply;
 }
 
-// Waits as many frames as a long exposure takes, so that no picture of the old readout is on its way. A shutdown does
-// not wait for more than the sleep that it meets.
+// Waits as many frames as a long exposure takes, so that no picture of the old readout is on its
+// way. A shutdown does not wait for more than the sleep that it meets.
 void wait_frame_length(DspCommand& dsp) {
   constexpr std::int64_t kFrame_us = 34'000;
-  // The wait may be 37 minutes. glibc's usleep() takes any time, POSIX lets others refuse a second or more.
+  // The wait may be 37 minutes. glibc's usleep() takes any time, POSIX
+  // lets others refuse a second or more.
   constexpr std::int64_t kLongestSleep_us = 900'000;
 
   const RegisterReply reply = read_frame_length(dsp);
@@ -122,22 +127,25 @@ void set_hdrsl(DspCommand& dsp) {
 
 // Registers of gain ceilings.
 constexpr param_info kFixedGain[] = {row("fixed_gain_lo"), row("fixed_gain_hi")};
-constexpr param_info kNormalGains[] = {row("normal_gain_a_lo"), row("normal_gain_a_hi"), row("normal_gain_b_lo"),
-                                       row("normal_gain_b_hi")};
-constexpr param_info kSlowGains[] = {row("slow_gain_a_lo"), row("slow_gain_a_hi"), row("slow_gain_c_lo"),
-                                     row("slow_gain_c_hi")};
+constexpr param_info kNormalGains[] = {row("normal_gain_a_lo"), row("normal_gain_a_hi"),
+                                       row("normal_gain_b_lo"), row("normal_gain_b_hi")};
+constexpr param_info kSlowGains[] = {row("slow_gain_a_lo"), row("slow_gain_a_hi"),
+                                     row("slow_gain_c_lo"), row("slow_gain_c_hi")};
 
 // Writes one 16-bit value, or two, into two rows each.
 template <std::size_t kRows, std::size_t kWords>
-void write_words(DspCommand& dsp, const param_info (&named_rows)[kRows], const std::uint16_t (&words)[kWords]) {
+void write_words(DspCommand& dsp, const param_info (&named_rows)[kRows],
+                 const std::uint16_t (&words)[kWords]) {
   static_assert(kRows == 2 * kWords);
   auto rows = std::to_array(named_rows);
   fill_words(rows.data(), words);
   write_registers(dsp, rows);
 }
 
-// Only the highest gain depends on the readout. The values are those of the tables that the setters send.
-void write_gain_ceilings(DspCommand& dsp, const Readout& readout, const SettingsSnapshot& settings) {
+// Only the highest gain depends on the readout. The values are those
+// of the tables that the setters send.
+void write_gain_ceilings(DspCommand& dsp, const Readout& readout,
+                         const SettingsSnapshot& settings) {
   const int level = highest_gain(readout.is_binned);
   const bool manual = settings.gain_level == kHighestGain && has_slow_fixed_shutter(settings);
   if (manual && settings.hold_iris_open == 0) {
@@ -158,14 +166,15 @@ void write_gain_ceilings(DspCommand& dsp, const Readout& readout, const Settings
 
 }  // namespace
 
-// Setters and writes that fail in between are not looked at: half a switch is worse than a whole one with a
-// register missed.
+// Setters and writes that fail in between are not looked at: half a switch is worse than
+// a whole one with a register missed.
 int ControlThread::run_binning_engine(int value) {
   library_->object_detection->config();
   const Readout* readout = find_readout(value);
   if (readout == nullptr) return -1;
 
-  // The pipeline scales up a binned picture: it is told before the sensor bins and after it has stopped.
+  // The pipeline scales up a binned picture: it is told before the
+  // sensor bins and after it has stopped.
   if (readout->is_binned) {
     library_->post_process->waitReady();
     library_->post_process->changeBinningMode(true);
@@ -177,7 +186,8 @@ int ControlThread::run_binning_engine(int value) {
     library_->post_process->changeBinningMode(false);
   }
 
-  if (has_slow_fixed_shutter(snapshot_)) dsp_->do_max_frm_exp(manual_frame_exposure(readout->is_binned));
+  if (has_slow_fixed_shutter(snapshot_))
+    dsp_->do_max_frm_exp(manual_frame_exposure(readout->is_binned));
   if (load_wb_adjustment(*dsp_, readout->wb_file) == AdjustmentFile::kCannotOpen) return -1;
   write_timing(*dsp_, *readout);
   set_hdrsl(*dsp_);

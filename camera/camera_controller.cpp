@@ -1,4 +1,5 @@
-// This camera's interface object: an operation becomes one request to the control thread, or is answered at once.
+// This camera's interface object: an operation becomes one request to the
+// control thread, or is answered at once.
 #include <cstring>
 #include <new>
 
@@ -33,8 +34,6 @@ int query(e_request_code code, int* answer) {
 
 CameraInterface::~CameraInterface() = default;
 
-// clang-format off
-
 // --- White balance ---
 int CameraController::WBMode(int mode) { return request(REQUEST_WB_MODE, mode); }
 int CameraController::RGain(int level) { return request(REQUEST_R_GAIN, level); }
@@ -55,15 +54,25 @@ int CameraController::BLComp(int value) { return request(REQUEST_BL_COMP, value)
 int CameraController::ExpComp(int level) { return request(REQUEST_EXP_COMP, level); }
 int CameraController::Shutter(int speed) { return request(REQUEST_SHUTTER, speed); }
 int CameraController::AutoShutter(int value) { return request(REQUEST_AUTO_SHUTTER, value); }
-int CameraController::AutoSlowShutter(int value) { return request(REQUEST_AUTO_SLOW_SHUTTER, value); }
-int CameraController::AutoSlowShutterMinSpeed(int speed) { return request(REQUEST_AUTO_SLOW_SHUTTER_MIN_SPEED, speed); }
+int CameraController::AutoSlowShutter(int value) {
+  return request(REQUEST_AUTO_SLOW_SHUTTER, value);
+}
+int CameraController::AutoSlowShutterMinSpeed(int speed) {
+  return request(REQUEST_AUTO_SLOW_SHUTTER_MIN_SPEED, speed);
+}
 int CameraController::Flickerless(int value) { return request(REQUEST_FLICKERLESS, value); }
 int CameraController::Gain(int level) { return request(REQUEST_GAIN, level); }
 int CameraController::Agc(int value) { return request(REQUEST_AGC, value); }
 int CameraController::AGCMaxGain(int level) { return request(REQUEST_AGC_MAX_GAIN, level); }
-int CameraController::HoldAutoIrisOpen(int value) { return request(REQUEST_HOLD_AUTO_IRIS_OPEN, value); }
-int CameraController::HoldAutoIrisOpenButton() { return request(REQUEST_HOLD_AUTO_IRIS_OPEN_BUTTON, 0); }
-int CameraController::HoldAutoIrisOpenInq(int* held) { return query(REQUEST_HOLD_AUTO_IRIS_OPEN_INQ, held); }
+int CameraController::HoldAutoIrisOpen(int value) {
+  return request(REQUEST_HOLD_AUTO_IRIS_OPEN, value);
+}
+int CameraController::HoldAutoIrisOpenButton() {
+  return request(REQUEST_HOLD_AUTO_IRIS_OPEN_BUTTON, 0);
+}
+int CameraController::HoldAutoIrisOpenInq(int* held) {
+  return query(REQUEST_HOLD_AUTO_IRIS_OPEN_INQ, held);
+}
 
 // --- Binning, day/night ---
 int CameraController::BinningMode(int value) { return request(REQUEST_BINNING_MODE, value); }
@@ -111,8 +120,6 @@ int CameraController::korra_command(const char*, int) { return 0; }
 int CameraController::korra_inquiry(const char*, int, char*, int*) { return 0; }
 int CameraController::CamDirect_send_korra(const char*, int) { return 0; }
 int CameraController::CamDirect_receive_korra(char*, int*) { return 0; }
-
-// clang-format on
 
 int CameraController::sif_inquiry(const char* cmd, int len, char* reply, int* reply_len) {
   s_ccdlsi_dbg dbg{};

@@ -27,7 +27,8 @@ struct DispatchRow {
   QueryHandler query = nullptr;
 };
 
-// Ascending codes; every other code answers 0, the named ones included that are accepted without effect.
+// Ascending codes; every other code answers 0, the named ones
+// included that are accepted without effect.
 constexpr DispatchRow kDispatch[] = {
     {.code = REQUEST_COLOR, .handler = &ControlThread::color},
     {.code = REQUEST_WB_MODE, .handler = &ControlThread::wb_mode},
@@ -59,7 +60,8 @@ constexpr DispatchRow kDispatch[] = {
 };
 
 constexpr bool by_code(const DispatchRow& a, const DispatchRow& b) { return a.code < b.code; }
-static_assert(std::is_sorted(std::begin(kDispatch), std::end(kDispatch), by_code), "looked up by binary search");
+static_assert(std::is_sorted(std::begin(kDispatch), std::end(kDispatch), by_code),
+              "looked up by binary search");
 
 constexpr unsigned int kMaxRawReply = 32;  // bytes of a raw command's reply that callers accept
 
@@ -120,8 +122,8 @@ void ControlThread::destroy_objects() {
     evr_control_->wait_until_idle();
   }
 
-  // The camera's own workers are nobody's to stop, and may use the DspCommand until they are gone: it detaches now,
-  // which is what others see of its end, and is freed after them.
+  // The camera's own workers are nobody's to stop, and may use the DspCommand until they are gone:
+  // it detaches now, which is what others see of its end, and is freed after them.
   if (dsp_ != nullptr) dsp_->detach();
   focus_assist_.reset();
   auto_daynight_.reset();

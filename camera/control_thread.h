@@ -18,32 +18,35 @@
 
 namespace ipcam::camera {
 
-// Objects that new_camera_ctrl() creates and the shutdown destroys; the control thread borrows them for its
-// whole life.
+// Objects that new_camera_ctrl() creates and the shutdown destroys; the control
+// thread borrows them for its whole life.
 struct LibraryObjects {
   std::unique_ptr<ipcam::config::ConfigFile> config;
   std::unique_ptr<ipcam::detection::ObjectDetectionIF> object_detection;
   std::unique_ptr<ipcam::eptz::PostProcessInterface> post_process;
 };
 
-// Everything that only the control thread may touch. One object per process, which lives as long as the
-// library: flags keep their values over stop and start, and a new start changes only what start-up sets.
+// Everything that only the control thread may touch. One object per process, which
+// lives as long as the library: flags keep their values over stop and start, and a new
+// start changes only what start-up sets.
 //
-// Every member function but instance() is for the control thread alone, so handlers take no locks. The workers run on
-// threads of their own and share the DspCommand, which serialises its exchanges itself.
+// Every member function but instance() is for the control thread alone, so handlers
+// take no locks. The workers run on threads of their own and share the DspCommand,
+// which serialises its exchanges itself.
 //
-// A handler returns the request's result: 0, also when a setter that it called has failed, or -1 for a value
-// that it refuses.
+// A handler returns the request's result: 0, also when a setter that it called has
+// failed, or -1 for a value that it refuses.
 class ControlThread {
  public:
   constexpr ControlThread() = default;
   static ControlThread& instance();
 
-  // Runs the control thread from its first step to its last: creates its objects, applies the stored settings,
-  // serves requests until the stop message, tears down. Does not throw.
+  // Runs the control thread from its first step to its last: creates its objects, applies the
+  // stored settings, serves requests until the stop message, tears down. Does not throw.
   void run(LibraryObjects& library);
 
-  // Calls the handler of the request's code; codes without one give 0. Stores an answer in `inq_value`.
+  // Calls the handler of the request's code; codes without one give
+  // 0. Stores an answer in `inq_value`.
   int dispatch(s_cam_cgi_cmd& request);
   // Runs a raw register command and stores its reply. Returns 0.
   int raw_command(s_ccdlsi_dbg& request);
@@ -96,8 +99,8 @@ class ControlThread {
   void serve(RequestPath& requests);
   void destroy_objects();
 
-  // Sends the factory adjustment files' register values; `half_pixel_wb` chooses the white-balance file.
-  // Returns 0 when all files were applied, else -1.
+  // Sends the factory adjustment files' register values; `half_pixel_wb` chooses the white-balance
+  // file. Returns 0 when all files were applied, else -1.
   int apply_factory_adjustment(bool half_pixel_wb);
 
   // True while the sensor bins pixels; false also when that could not be read.
@@ -106,7 +109,8 @@ class ControlThread {
   int gain_for_readout(int level);
   // Holds the iris open, or lets it go; tries five times.
   void drive_iris(bool open);
-  // Chooses the exposure pattern that the snapshot asks for, and sets the iris mode that belongs to it.
+  // Chooses the exposure pattern that the snapshot asks for, and
+  // sets the iris mode that belongs to it.
   s_ae_ptn choose_exposure_pattern();
   // Tells the automatic day/night worker how far the gain may go.
   void apply_agc_limit_to_daynight();

@@ -24,7 +24,8 @@ struct RowIndex {
   // Settings out of their range may not overflow; the setter refuses what comes out.
   std::int32_t of(const SettingsSnapshot& settings) const {
     const std::int32_t base = setting == nullptr ? 0 : settings.*setting;
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(base) + static_cast<std::uint32_t>(offset));
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(base) +
+                                     static_cast<std::uint32_t>(offset));
   }
 };
 
@@ -34,16 +35,16 @@ constexpr auto kAgcGain = &SettingsSnapshot::agc_max_gain;
 constexpr auto kGainLevel = &SettingsSnapshot::gain_level;
 
 struct PatternRow {
-  // Applies when these three are as given. The shutter is slow when the automatic shutter may go slow, or the
-  // fixed one is at a slow speed.
+  // Applies when these three are as given. The shutter is slow when the automatic shutter may go
+  // slow, or the fixed one is at a slow speed.
   bool automatic, slow, held_open;
   const char* log_line;
   RowIndex shutter, gain;
   ExposureMode mode;
 };
 
-// One row for each combination of the three conditions. The maximum frame exposure is slow_shutter_min_speed, but
-// depends on the readout in the manual mode.
+// One row for each combination of the three conditions. The maximum frame exposure is
+// slow_shutter_min_speed, but depends on the readout in the manual mode.
 // clang-format off
 constexpr PatternRow kPatterns[] = {
     // auto  slow   held                  shutter          gain                        mode
@@ -60,7 +61,8 @@ constexpr PatternRow kPatterns[] = {
 
 const PatternRow& find_pattern(const SettingsSnapshot& settings, bool held_open) {
   const bool automatic = settings.auto_shutter != 0;
-  const bool slow = automatic ? settings.auto_slow_shutter != 0 : is_slow_shutter(settings.shutter_speed);
+  const bool slow =
+      automatic ? settings.auto_slow_shutter != 0 : is_slow_shutter(settings.shutter_speed);
   std::size_t row = 0;
   while (kPatterns[row].automatic != automatic || kPatterns[row].slow != slow ||
          kPatterns[row].held_open != held_open) {
@@ -112,7 +114,8 @@ struct ModeRequest {
   int value;
   std::int32_t mode;
 };
-constexpr ModeRequest kModeRequests[] = {{34, kModeStopped}, {9, kModeByHand}, {30, 3}, {4, kModeAutomatic}};
+constexpr ModeRequest kModeRequests[] = {
+    {34, kModeStopped}, {9, kModeByHand}, {30, 3}, {4, kModeAutomatic}};
 
 // Values of the other binning requests.
 constexpr int kSwitchOn = 0;
@@ -122,13 +125,17 @@ constexpr int kFunctionStop = 34;
 constexpr int kUnforce = 29;
 
 // The stored levels 0 and 1 stand for the day/night worker's own levels.
-int daynight_level(std::int32_t stored) { return stored == 0 || stored == 1 ? stored + 32 : stored; }
+int daynight_level(std::int32_t stored) {
+  return stored == 0 || stored == 1 ? stored + 32 : stored;
+}
 
 }  // namespace
 
 // --- Exposure ---
 
-bool ControlThread::sensor_is_binned() { return read_register(*dsp_, read_row("sensor_mode")) != 0; }
+bool ControlThread::sensor_is_binned() {
+  return read_register(*dsp_, read_row("sensor_mode")) != 0;
+}
 
 int ControlThread::gain_for_readout(int level) {
   return level == kHighestGain ? highest_gain(sensor_is_binned()) : level;
@@ -237,7 +244,8 @@ int ControlThread::hold_iris_open(int value) {
     record.snapshot.hold_iris_open = iris_hold_;
     return true;
   };
-  // The iris has been moved already, so a state that could not be saved is no failure of the request.
+  // The iris has been moved already, so a state that could not be
+  // saved is no failure of the request.
   if (update_settings(*library_->config, save_flag) != RecordUpdate::kDone) return 0;
   library_->post_process->loadConfig();
   return 0;
@@ -374,7 +382,8 @@ int ControlThread::start_automatic_binning() {
   SettingsRecord record{};
   if (!read_settings(*library_->config, record)) record.daynight_seconds = 30;
   // In 32-bit arithmetic, also for a time that does not fit.
-  auto_daynight_->setConditionTime(static_cast<int>(1000u * static_cast<std::uint32_t>(record.daynight_seconds)));
+  auto_daynight_->setConditionTime(
+      static_cast<int>(1000u * static_cast<std::uint32_t>(record.daynight_seconds)));
   auto_daynight_->setDnLevel(daynight_level(record.daynight_level));
   apply_agc_limit_to_daynight();
   auto_daynight_->setCameraType(1);

@@ -76,15 +76,18 @@ constexpr AdjustmentCommand kCameraCommands[] = {
     {"RYGAIN", AdjustmentRows(kAdjustmentRows).subspan(20, 8)},
     {"BYGAIN", AdjustmentRows(kAdjustmentRows).subspan(28, 8)},
 };
-constexpr AdjustmentCommand kWbCommand = {"WBParam", AdjustmentRows(kAdjustmentRows).subspan(36, 6)};
+constexpr AdjustmentCommand kWbCommand = {"WBParam",
+                                           AdjustmentRows(kAdjustmentRows).subspan(36, 6)};
 // clang-format on
 
 using CommandText = std::array<char, 256>;
 
-// Characters of the command at its longest, when every data byte has three digits, with the terminator.
+// Characters of the command at its longest, when every data byte has
+// three digits, with the terminator.
 constexpr std::size_t longest_text(const AdjustmentCommand& command) {
   std::size_t size = 1;
-  for (const AdjustmentRow& row : command.rows) size += std::string_view(row.prefix.text).size() + 3;
+  for (const AdjustmentRow& row : command.rows)
+    size += std::string_view(row.prefix.text).size() + 3;
   return size;
 }
 
@@ -115,10 +118,12 @@ void send_adjustment(DspCommand& dsp, const AdjustmentCommand& command, const un
   dsp.do_debug(reinterpret_cast<unsigned char*>(text.data()), reply);
 }
 
-// Reads the start of an adjustment file into `file`. Fewer than `used` bytes are refused, so that no register is set
-// from a byte that is not there.
-AdjustmentFile read_adjustment_file(const char* path, std::span<unsigned char> file, std::size_t used) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(path, "rb"), &std::fclose);
+// Reads the start of an adjustment file into `file`. Fewer than `used` bytes are refused, so that
+// no register is set from a byte that is not there.
+AdjustmentFile read_adjustment_file(const char* path, std::span<unsigned char> file,
+                                    std::size_t used) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(path, "rb"),
+                                                               &std::fclose);
   if (!stream) return AdjustmentFile::kCannotOpen;
   if (std::fread(file.data(), 1, file.size(), stream.get()) < used) return AdjustmentFile::kInvalid;
   return file[0] + 256u * file[1] == kValidMark ? AdjustmentFile::kValid : AdjustmentFile::kInvalid;

@@ -8,11 +8,12 @@ namespace ipcam::camera {
 inline constexpr char kHalfPixelWbFile[] = "/var/tmp/AdjWbHalfPixels.txt";
 inline constexpr char kAllPixelWbFile[] = "/var/tmp/AdjWbAllPixels.txt";
 
-// What became of an adjustment file. A file that is too short is as invalid as one without the validity mark.
+// What became of an adjustment file. A file that is too short is as
+// invalid as one without the validity mark.
 enum class AdjustmentFile { kCannotOpen, kInvalid, kValid };
 
-// Sends the register values of the white-balance adjustment file `path`. An invalid file is reported on standard
-// error and not sent; one that cannot be opened is not reported.
+// Sends the register values of the white-balance adjustment file `path`. An invalid file is
+// reported on standard error and not sent; one that cannot be opened is not reported.
 AdjustmentFile load_wb_adjustment(DspCommand& dsp, const char* path);
 
 }  // namespace ipcam::camera

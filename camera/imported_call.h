@@ -5,8 +5,8 @@
 
 namespace ipcam::camera {
 
-// What `call` returns, 0 when that is nothing, -1 when it throws. For a thread that cannot be cancelled meanwhile: the
-// unwinding of a cancelled one would not get through here.
+// What `call` returns, 0 when that is nothing, -1 when it throws. For a thread that cannot be
+// cancelled meanwhile: the unwinding of a cancelled one would not get through here.
 template <class Call>
 int result_of(Call call) {
   try {

@@ -1,4 +1,5 @@
-// Start and shutdown: the life of the queues, the reply semaphores, the library objects and the control thread.
+// Start and shutdown: the life of the queues, the reply semaphores, the
+// library objects and the control thread.
 #include "camera/lifecycle.h"
 
 #include <pthread.h>
@@ -64,7 +65,8 @@ extern "C" void* control_thread_main(void* /*argument*/) {
 }
 
 bool new_queue(void** storage, ipcam::comm::s_thdIf_ctl& queue) {
-  return result_of([&] { return ipcam::comm::ThdIf_new(storage, 0, nullptr, nullptr, &queue); }) == 0;
+  return result_of([&] { return ipcam::comm::ThdIf_new(storage, 0, nullptr, nullptr, &queue); }) ==
+         0;
 }
 
 bool delete_queue(ipcam::comm::s_thdIf_ctl& queue) {
@@ -77,7 +79,8 @@ int Lifecycle::start(ipcam::comm::s_port_inf* port) {
   const SignalBlock doorbell_block(doorbell_signal());
   LockGuard lock(lock_);
   if (started_) return -1;
-  release();  // what an earlier start left behind when it failed; what cannot be released is made anew all the same
+  release();  // what an earlier start left behind when it failed; what cannot be released is made
+              // anew all the same
 
   port_ = port;
   started_ = create_channels() && create_library_objects() && start_control_thread();
@@ -86,7 +89,9 @@ int Lifecycle::start(ipcam::comm::s_port_inf* port) {
 
 bool Lifecycle::create_channels() {
   ipcam::comm::s_witEnd_sem* const sems = reply_sems_;
-  if (result_of([&] { return ipcam::comm::WitEnd_new(sems, kReplySlots, &channels_.replies); }) != 0) return false;
+  if (result_of([&] { return ipcam::comm::WitEnd_new(sems, kReplySlots, &channels_.replies); }) !=
+      0)
+    return false;
   replies_exist_ = true;
   if (!new_queue(&requests_storage_, channels_.requests)) return false;
   requests_exist_ = true;
@@ -139,7 +144,9 @@ int Lifecycle::release() {
   library_.config.reset();
   library_.object_detection.reset();
   library_.post_process.reset();
-  if (replies_exist_ && result_of([&] { return ipcam::comm::WitEnd_delete(&channels_.replies); }) != 0) return -1;
+  if (replies_exist_ &&
+      result_of([&] { return ipcam::comm::WitEnd_delete(&channels_.replies); }) != 0)
+    return -1;
   replies_exist_ = false;
   return 0;
 }

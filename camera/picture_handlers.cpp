@@ -16,21 +16,25 @@ using TextSetter = int (DspCommand::*)(unsigned char*);
 constexpr const char* kSaturationTexts[] = {"0x20", "0x40", "0x60", "0x80", "0xa0", "0xc0", "0xe0"};
 constexpr const char* kContrastTexts[] = {"0x50", "0x60", "0x70", "0x80", "0x90", "0xa0", "0xb0"};
 constexpr const char* kSharpnessTexts[] = {"0x0c", "0x33", "0x5a", "0x80", "0x95", "0xaa", "0xc0"};
-constexpr const char* kBinnedSharpnessTexts[] = {"0x0e", "0x34", "0x5a", "0x80", "0x9c", "0xb8", "0xd6"};
+constexpr const char* kBinnedSharpnessTexts[] = {"0x0e", "0x34", "0x5a", "0x80",
+                                                 "0x9c", "0xb8", "0xd6"};
 static_assert(std::size(kSaturationTexts) == 7 && std::size(kContrastTexts) == 7);
 static_assert(std::size(kSharpnessTexts) == 7 && std::size(kBinnedSharpnessTexts) == 7);
 
 // Exposure offsets -9 to 9 as two's-complement bytes.
-constexpr const char* kExpCompTexts[] = {"0xf7", "0xf8", "0xf9", "0xfa", "0xfb", "0xfc", "0xfd", "0xfe", "0xff", "0x00",
-                                         "0x01", "0x02", "0x03", "0x04", "0x05", "0x06", "0x07", "0x08", "0x09"};
+constexpr const char* kExpCompTexts[] = {"0xf7", "0xf8", "0xf9", "0xfa", "0xfb", "0xfc", "0xfd",
+                                         "0xfe", "0xff", "0x00", "0x01", "0x02", "0x03", "0x04",
+                                         "0x05", "0x06", "0x07", "0x08", "0x09"};
 static_assert(std::size(kExpCompTexts) == 19);
 
 // The highest levels run with a range of their own.
 constexpr int kFirstHighExpComp = 16;
-constexpr param_info kHighExpCompRange[] = {row("expcomp_range_a", 0x04), row("expcomp_range_b", 0x04)};
+constexpr param_info kHighExpCompRange[] = {row("expcomp_range_a", 0x04),
+                                            row("expcomp_range_b", 0x04)};
 constexpr param_info kExpCompRange[] = {row("expcomp_range_a", 0x55), row("expcomp_range_b", 0x0a)};
 
-// The last stored mode that colour re-applies, and the request for mode 0, which the mode handler refuses.
+// The last stored mode that colour re-applies, and the request for
+// mode 0, which the mode handler refuses.
 constexpr std::int32_t kLastReappliedMode = 6;
 constexpr int kRefusedRequest = 4;
 
@@ -49,15 +53,16 @@ bool read_own_settings(SettingsRecord& record) {
   return read_settings(config, record);
 }
 
-// When this returns, the measurement that was running can change nothing any more: neither the mode that is about
-// to be set nor the gains of the run that is about to start.
+// When this returns, the measurement that was running can change nothing any more: neither the mode
+// that is about to be set nor the gains of the run that is about to start.
 void end_measurement(OnepushWB& worker) {
   worker.stop_thread();
   worker.wait_until_idle();
 }
 
 // Red and blue gain. The stored record only has to be readable; the level comes from the request.
-int set_manual_gain(DspCommand& dsp, int (DspCommand::*setter)(unsigned), std::int32_t& stored, int level) {
+int set_manual_gain(DspCommand& dsp, int (DspCommand::*setter)(unsigned), std::int32_t& stored,
+                    int level) {
   SettingsRecord record{};
   if (!read_own_settings(record)) return -1;
   if (above(level, 255)) return -1;
@@ -91,8 +96,9 @@ int ControlThread::color(int value) {
   }
   set_text(*dsp_, &DspCommand::do_effect, "monochrome0x0");
 
-  // White balance and saturation go with the colour picture. As long as they could not be applied, the flag stays
-  // set, so that the next request for colour tries again although the picture is in colour already.
+  // White balance and saturation go with the colour picture. As long as they could not
+  // be applied, the flag stays set, so that the next request for colour tries again
+  // although the picture is in colour already.
   const std::uint8_t kept = forced_apply_;
   forced_apply_ = 1;
   const std::int32_t mode = record.snapshot.wb_mode;
@@ -161,9 +167,13 @@ int ControlThread::wb_mode(int value) {
   return 0;
 }
 
-int ControlThread::rgain(int level) { return set_manual_gain(*dsp_, &DspCommand::do_rgain, snapshot_.rgain, level); }
+int ControlThread::rgain(int level) {
+  return set_manual_gain(*dsp_, &DspCommand::do_rgain, snapshot_.rgain, level);
+}
 
-int ControlThread::bgain(int level) { return set_manual_gain(*dsp_, &DspCommand::do_bgain, snapshot_.bgain, level); }
+int ControlThread::bgain(int level) {
+  return set_manual_gain(*dsp_, &DspCommand::do_bgain, snapshot_.bgain, level);
+}
 
 int ControlThread::onepush_trigger(int /*value*/) {
   if (snapshot_.wb_mode != registers::kOnepushStored) return -1;

@@ -1,4 +1,5 @@
-// Texts of register writes by the names of the register map, for commands that are printed before they are run.
+// Texts of register writes by the names of the register map, for commands
+// that are printed before they are run.
 #pragma once
 
 #include <string_view>
@@ -7,8 +8,8 @@
 
 namespace ipcam::camera {
 
-// A write up to its data, category, byte number and mask: behind "w," at the beginning of a command, behind ";" after
-// other writes.
+// A write up to its data, category, byte number and mask: behind "w," at the beginning of a
+// command, behind ";" after other writes.
 struct WritePrefix {
   char text[16] = {};  // one that is longer does not compile
 };

@@ -51,7 +51,8 @@ RequestPath& RequestPath::instance() { return g_request_path; }
 bool RequestPath::serve(e_message type, void* record, std::int32_t* slot) {
   const Visit visit(*this);
   if (!visit.is_admitted()) return false;
-  if (result_of([&] { return ipcam::comm::WitEnd_get(slot, &channels_->replies); }) != 0) return false;
+  if (result_of([&] { return ipcam::comm::WitEnd_get(slot, &channels_->replies); }) != 0)
+    return false;
 
   Caller caller{.record = record, .slot = *slot};
   const bool is_queued = queue(type, caller);
@@ -65,7 +66,8 @@ bool RequestPath::serve(e_message type, void* record, std::int32_t* slot) {
   return caller.outcome.load() == kAnswered;
 }
 
-// Counted before the look: whoever closes the path and counts then is seen here, or sees this caller.
+// Counted before the look: whoever closes the path and counts then
+// is seen here, or sees this caller.
 bool RequestPath::enter() {
   if (is_served_here()) return false;
   callers_.fetch_add(1);
@@ -95,7 +97,8 @@ bool RequestPath::queue(e_message type, Caller& caller) {
 
 bool RequestPath::receive(Message& message) {
   const auto receive_next = [&] {
-    return ipcam::comm::ThdIf_timed_receive(&message.type, &message.record, nullptr, &channels_->requests);
+    return ipcam::comm::ThdIf_timed_receive(&message.type, &message.record, nullptr,
+                                            &channels_->requests);
   };
   if (result_of(receive_next) != 0) return false;
   message.caller = nullptr;
@@ -106,7 +109,8 @@ bool RequestPath::receive(Message& message) {
 
 void RequestPath::answer(const Message& message) { finish(*message.caller, kAnswered); }
 
-// The shutdown closes the path as its first step. Under the lock, so that it counts from its message on.
+// The shutdown closes the path as its first step. Under the lock, so
+// that it counts from its message on.
 bool RequestPath::stop_asked() {
   LockGuard lock(lock_);
   return !accepting_.load();
@@ -166,8 +170,8 @@ int RequestPath::send(e_message type, void* record) {
   return result_of([&] { return ipcam::comm::ThdIf_send(type, record, &channels_->requests); });
 }
 
-// Nothing else wakes the caller that waits on the slot, so one exception is not the end of it. Of a result nothing is
-// known.
+// Nothing else wakes the caller that waits on the slot, so one exception is not the end
+// of it. Of a result nothing is known.
 bool RequestPath::post(int slot) {
   const auto post_once = [&] { ipcam::comm::WitEnd_post(slot, &channels_->replies); };
   for (int attempt = 0; attempt < kPostAttempts; ++attempt) {

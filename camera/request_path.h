@@ -24,14 +24,15 @@ struct Channels {
   ipcam::comm::s_witEnd_ctl replies;
 };
 
-// One per process. Callers queue their records on one end, the control thread serves them on the other; who starts and
-// ends that thread opens and closes the path.
+// One per process. Callers queue their records on one end, the control thread serves them on the
+// other; who starts and ends that thread opens and closes the path.
 //
-// A caller is inside as long as its Visit. Once the path is closed nobody enters, nothing is queued, and the reply
-// semaphores of those inside come free one by one, so that every caller gets out and the channels can be deleted.
+// A caller is inside as long as its Visit. Once the path is closed nobody enters, nothing is
+// queued, and the reply semaphores of those inside come free one by one, so that every caller gets
+// out and the channels can be deleted.
 //
-// Who waits for which answer is known by the list of callers alone: the numbers of the semaphores and the end of the
-// wait on one are the camera's own library's, and only wake.
+// Who waits for which answer is known by the list of callers alone: the numbers of the semaphores
+// and the end of the wait on one are the camera's own library's, and only wake.
 class RequestPath {
   struct Caller;
 
@@ -47,9 +48,9 @@ class RequestPath {
 
   // --- A caller's end: any thread, which cannot be cancelled meanwhile ---
 
-  // Queues `record` and waits until it has been served; the number of the reply semaphore is written to `*slot`. False
-  // when it was not served, as it cannot be on the control thread, which would wait for itself. Either way the control
-  // thread is done with the record.
+  // Queues `record` and waits until it has been served; the number of the reply semaphore is
+  // written to `*slot`. False when it was not served, as it cannot be on the control thread, which
+  // would wait for itself. Either way the control thread is done with the record.
   bool serve(e_message type, void* record, std::int32_t* slot) IPCAM_EXCLUDES(lock_);
 
   // --- The control thread's end ---
@@ -60,8 +61,8 @@ class RequestPath {
   // Any thread.
   bool is_served_here() const { return server_.load() == pthread_self(); }
 
-  // Waits for the next message. False when the queue failed to deliver one, or delivered a record for which nobody
-  // waits.
+  // Waits for the next message. False when the queue failed to deliver one, or
+  // delivered a record for which nobody waits.
   bool receive(Message& message) IPCAM_EXCLUDES(lock_);
   // Wakes the caller of a request that has been served. Its record is gone from then on.
   void answer(const Message& message);
@@ -74,7 +75,8 @@ class RequestPath {
 
   // Lets requests in. The channels stay until wait_until_left() has returned.
   void open(Channels& channels) IPCAM_EXCLUDES(lock_);
-  // Queues the stop message and lets no further request in. False, with nothing done, when it could not be queued.
+  // Queues the stop message and lets no further request in. False, with
+  // nothing done, when it could not be queued.
   bool stop() IPCAM_EXCLUDES(lock_);
   // Waits without limit until nobody is inside; the last one to leave ends the wait. After close().
   void wait_until_left();
@@ -117,11 +119,12 @@ class RequestPath {
   bool post(int slot);
 
   LibraryMutex lock_;
-  std::atomic<bool> accepting_{false};                 // written under lock_ only
-  Caller* waiting_ IPCAM_GUARDED_BY(lock_) = nullptr;  // queued, not yet taken by the control thread
-  std::atomic<int> callers_{0};                        // inside
-  Channels* channels_ = nullptr;                       // set while nobody is inside; have their own synchronisation
-  std::atomic<pthread_t> server_{};                    // zero while there is none; no thread has that number
+  std::atomic<bool> accepting_{false};  // written under lock_ only
+  Caller* waiting_ IPCAM_GUARDED_BY(lock_) =
+      nullptr;                       // queued, not yet taken by the control thread
+  std::atomic<int> callers_{0};      // inside
+  Channels* channels_ = nullptr;     // set while nobody is inside; have their own synchronisation
+  std::atomic<pthread_t> server_{};  // zero while there is none; no thread has that number
 };
 
 }  // namespace ipcam::camera

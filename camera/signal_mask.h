@@ -5,15 +5,16 @@
 
 namespace ipcam::camera {
 
-// While a thread is inside the library, the doorbell (signal 10) is for the thread that waits for a reply.
+// While a thread is inside the library, the doorbell (signal 10) is
+// for the thread that waits for a reply.
 sigset_t doorbell_signal();
 
-// Every signal but those that a thread raises itself by a fault or by giving up: for the library's own threads, where a
-// handler of the host program would shorten a pulse or a pause.
+// Every signal but those that a thread raises itself by a fault or by giving up: for the library's
+// own threads, where a handler of the host program would shorten a pulse or a pause.
 sigset_t all_but_fault_signals();
 
-// Blocks signals in the calling thread and gives the thread its mask back at the end of the scope; threads created
-// inside the scope inherit the block.
+// Blocks signals in the calling thread and gives the thread its mask back at the end of the scope;
+// threads created inside the scope inherit the block.
 class SignalBlock {
  public:
   explicit SignalBlock(const sigset_t& signals);

@@ -1,4 +1,5 @@
-// Start-up: makes the control thread's objects and brings the image processor from power-on to the stored settings.
+// Start-up: makes the control thread's objects and brings the image processor
+// from power-on to the stored settings.
 #include <memory>
 
 #include "camera/control_thread.h"
@@ -7,8 +8,8 @@
 
 namespace ipcam::camera {
 
-// Each step is taken also when one before it has failed; the result says whether to serve requests. An exception of the
-// camera's own libraries is a failure like any other.
+// Each step is taken also when one before it has failed; the result says whether to serve requests.
+// An exception of the camera's own libraries is a failure like any other.
 bool ControlThread::start_up() {
   bool is_set_up = true;
   const auto take = [&](bool (ControlThread::*step)()) {
@@ -47,14 +48,16 @@ void ControlThread::create_objects() {
   onepush_wb_ = std::make_unique<OnepushWB>(dsp_.get());
 }
 
-bool InitCamera() { return RequestPath::instance().is_served_here() && ControlThread::instance().init_camera(); }
+bool InitCamera() {
+  return RequestPath::instance().is_served_here() && ControlThread::instance().init_camera();
+}
 
 bool ControlThread::init_camera() {
   SettingsRecord record{};
   if (!read_settings(*library_->config, record)) return false;
 
-  // After power-on the registers do not hold the stored colour state, although the snapshot does. The flag stays
-  // set when a step fails; a later start sets it anyway.
+  // After power-on the registers do not hold the stored colour state, although the snapshot does.
+  // The flag stays set when a step fails; a later start sets it anyway.
   forced_apply_ = 1;
   snapshot_ = record.snapshot;
   binning_mode_ = record.binning_mode;
@@ -73,7 +76,8 @@ bool ControlThread::init_camera() {
   if (sharpness(snapshot_.sharpness) != 0) return false;
   if (contrast(snapshot_.contrast) != 0) return false;
 
-  // Nothing to do for icr_condition and icr_enable: setting the IR-cut filter by itself has no effect.
+  // Nothing to do for icr_condition and icr_enable: setting the
+  // IR-cut filter by itself has no effect.
   forced_apply_ = 0;
   return true;
 }

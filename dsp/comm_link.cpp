@@ -27,16 +27,22 @@ constexpr char kKeyFile[] = "/tmp/comm.log";  // used for its identity only
 constexpr int kKeyProject = 'n';
 constexpr int kAttachMode = 0444;
 
-constexpr std::int64_t kLockLimitNs = 5 * kNsPerSecond;  // a holder needs microseconds; after this it is stuck
+constexpr std::int64_t kLockLimitNs =
+    5 * kNsPerSecond;  // a holder needs microseconds; after this it is stuck
 
-enum e_record_status : std::int32_t { RECORD_IDLE = 0, RECORD_POSTED = 1, RECORD_REPLY = 2, RECORD_FAILED = 255 };
+enum e_record_status : std::int32_t {
+  RECORD_IDLE = 0,
+  RECORD_POSTED = 1,
+  RECORD_REPLY = 2,
+  RECORD_FAILED = 255
+};
 
 constinit LibraryMutex g_prgname_lock;
 
-// Segment whose record still holds a request of this process, because the semaphore could not be had to fetch the
-// reply; -1 for none. The process's next request takes the record back; otherwise it would stay busy for everyone.
-// Posting needs an idle record, so as long as this names the segment, a record with this process's id holds that
-// request and no other.
+// Segment whose record still holds a request of this process, because the semaphore could not be
+// had to fetch the reply; -1 for none. The process's next request takes the record back; otherwise
+// it would stay busy for everyone. Posting needs an idle record, so as long as this names the
+// segment, a record with this process's id holds that request and no other.
 constinit std::atomic<std::int32_t> g_segment_left{-1};
 
 // Leaves a request that has been rung for, but whose reply nobody is going to fetch.
@@ -45,16 +51,19 @@ void abandon_reply(std::int32_t segment) {
   g_doorbell.end_exchange(segment);
 }
 
-// Several objects may be constructed while others print: the name is written only when it is not there yet.
+// Several objects may be constructed while others print: the name is
+// written only when it is not there yet.
 void set_program_name() {
   static constexpr char kName[sizeof g_prgname] = "dspset";
   LockGuard lock(g_prgname_lock);
   if (std::memcmp(g_prgname, kName, sizeof kName) != 0) std::memcpy(g_prgname, kName, sizeof kName);
 }
 
-// A field of the shared record: loaded just once, so that what has been checked is what is used, whatever the other
-// process writes meanwhile.
-std::int32_t read_once(std::int32_t& field) { return std::atomic_ref(field).load(std::memory_order_relaxed); }
+// A field of the shared record: loaded just once, so that what has been checked is what is used,
+// whatever the other process writes meanwhile.
+std::int32_t read_once(std::int32_t& field) {
+  return std::atomic_ref(field).load(std::memory_order_relaxed);
+}
 
 // What is wrong with an exchange.
 enum class Failure : std::uint8_t {
@@ -69,8 +78,8 @@ enum class Failure : std::uint8_t {
   no_packet,
 };
 
-// Found while the semaphore is held, told when it has been given back: whoever reads this program's messages may be
-// slow, and no other process is to wait for him.
+// Found while the semaphore is held, told when it has been given back: whoever reads this program's
+// messages may be slow, and no other process is to wait for him.
 struct Finding {
   Failure failure = Failure::none;
   std::int32_t value = 0;  // the process that could not be rung, or the length
@@ -90,7 +99,8 @@ int tell(const Finding& finding) {
       std::printf("%s: other process using now!\n", g_prgname);
       break;
     case Failure::not_rung:
-      std::fprintf(stderr, "%s: [ERROR] send user signal1 to pid %d failed!\n", g_prgname, finding.value);
+      std::fprintf(stderr, "%s: [ERROR] send user signal1 to pid %d failed!\n", g_prgname,
+                   finding.value);
       break;
     case Failure::no_reply:
       std::fprintf(stderr, "%s: [ERROR] wait sigusr2 failed!\n", g_prgname);
@@ -102,8 +112,8 @@ int tell(const Finding& finding) {
       std::fprintf(stderr, "%s: [ERROR] shared memory status error!\n", g_prgname);
       break;
     case Failure::too_long:
-      std::fprintf(stderr, "%s: [ERROR] reply too long (%d, maximum length: %d)!\n", g_prgname, finding.value,
-                   static_cast<int>(sizeof shm_info::data));
+      std::fprintf(stderr, "%s: [ERROR] reply too long (%d, maximum length: %d)!\n", g_prgname,
+                   finding.value, static_cast<int>(sizeof shm_info::data));
       break;
     case Failure::no_packet:
       std::fprintf(stderr, "%s: [ERROR] argument error!\n", g_prgname);
@@ -148,7 +158,8 @@ Finding post(shm_info* record, std::int32_t segment, const packet_info& packet) 
   record->count = packet.count;
   record->length = packet.length;
   std::memcpy(record->data, packet.data, static_cast<std::size_t>(packet.length));
-  // Rung while the semaphore is held: the comm application cannot take the record before it is complete.
+  // Rung while the semaphore is held: the comm application cannot
+  // take the record before it is complete.
   const Finding finding = ring(read_once(record->comm_pid));
   if (finding) g_doorbell.end_exchange(segment);
   return finding;
@@ -158,7 +169,8 @@ Finding fetch(shm_info* record, packet_info* packet) {
   if (const Finding finding = check_reply(record)) return finding;
 
   const std::int32_t length = read_once(record->length);
-  if (length < 0 || length > static_cast<int>(sizeof record->data)) return {Failure::too_long, length};
+  if (length < 0 || length > static_cast<int>(sizeof record->data))
+    return {Failure::too_long, length};
   if (packet == nullptr) return {Failure::no_packet};
   packet->count = read_once(record->count);
   packet->length = length;
@@ -170,7 +182,8 @@ Finding fetch(shm_info* record, packet_info* packet) {
 bool holds_reply(shm_info* record) {
   if (record == nullptr) return false;
   const std::int32_t status = read_once(record->status);
-  return (status == RECORD_REPLY || status == RECORD_FAILED) && read_once(record->req_pid) == getpid();
+  return (status == RECORD_REPLY || status == RECORD_FAILED) &&
+         read_once(record->req_pid) == getpid();
 }
 
 }  // namespace
@@ -289,7 +302,8 @@ int DspCommand::wait_sigusr2(long seconds) {
 }
 
 int DspCommand::send_to_comm(packet_info* packet) {
-  if (packet == nullptr || packet->length < 0 || packet->length > static_cast<int>(sizeof packet->data)) {
+  if (packet == nullptr || packet->length < 0 ||
+      packet->length > static_cast<int>(sizeof packet->data)) {
     std::fprintf(stderr, "%s: [ERROR] too many parameter!\n", g_prgname);
     return -1;
   }
@@ -330,7 +344,8 @@ int DspCommand::fetch_reply(packet_info* packet) {
 
   const bool is_late = !is_rung && holds_reply(shm);
   if (is_rung) finding = fetch(shm, packet);
-  // Whatever happened, the record is free for the next request and a late reply finds nobody waiting.
+  // Whatever happened, the record is free for the next request and a
+  // late reply finds nobody waiting.
   clean_ipc(shm);
   g_doorbell.end_exchange(shm_id);
   if (is_late) g_doorbell.wait_for_late_one();

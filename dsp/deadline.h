@@ -1,4 +1,5 @@
-// Deadlines on the monotonic clock, for waits that go on after an interruption with the time that is left.
+// Deadlines on the monotonic clock, for waits that go on after an
+// interruption with the time that is left.
 #pragma once
 
 #include <algorithm>

@@ -25,14 +25,16 @@ static_assert(SIGUSR1 == kSignal);
 
 constexpr std::int64_t kReplyLimitNs = kNsPerSecond;
 
-// Between two looks at g_signal_flg: never so long that a doorbell taken by another thread costs the caller a
-// noticeable delay. Short only while that happens: a timer that is due before the kernel's next tick must be set up and
-// taken back in hardware, which costs more than all else that the library adds to an exchange.
+// Between two looks at g_signal_flg: never so long that a doorbell taken by another thread costs
+// the caller a noticeable delay. Short only while that happens: a timer that is due before the
+// kernel's next tick must be set up and taken back in hardware, which costs more than all else
+// that the library adds to an exchange.
 constexpr std::int64_t kLongestLookNs = 5'000'000;
 constexpr std::int64_t kFirstLookWhileStrayingNs = 100'000;
 
-// After a reply that came too late its doorbell is still due: the comm application rings when it has given the
-// semaphore back. Waiting this long for it costs a request that has failed already, and saves the next one.
+// After a reply that came too late its doorbell is still due: the comm application rings
+// when it has given the semaphore back. Waiting this long for it costs a request that has
+// failed already, and saves the next one.
 constexpr timespec kLateLimit = to_timespec(10'000'000);
 
 sigset_t signal_set() {
@@ -70,20 +72,24 @@ void Doorbell::begin_exchange(std::int32_t segment) {
   }
   const sigset_t set = block_signal();
   const timespec at_once{};
-  for (int pending = 0; pending < 2; ++pending) {  // at most one for the thread and one for the process
+  for (int pending = 0; pending < 2;
+       ++pending) {  // at most one for the thread and one for the process
     if (sigtimedwait(&set, nullptr, &at_once) < 0) break;
   }
   g_signal_flg.store(0);
 }
 
-void Doorbell::end_exchange(std::int32_t segment) { expected_.compare_exchange_strong(segment, -1); }
+void Doorbell::end_exchange(std::int32_t segment) {
+  expected_.compare_exchange_strong(segment, -1);
+}
 
 int Doorbell::wait(std::int64_t limit_ns) {
   const sigset_t set = block_signal();
   const Deadline deadline(limit_ns);
   std::int64_t look_ns = strays_.load() ? kFirstLookWhileStrayingNs : kLongestLookNs;
   for (std::int64_t left_ns = limit_ns;; left_ns = deadline.remaining_ns()) {
-    // Also with the flag set one look, without waiting: a signal that is pending would be taken for the next reply.
+    // Also with the flag set one look, without waiting: a signal that is
+    // pending would be taken for the next reply.
     const bool has_strayed = g_signal_flg.load() != 0;
     const timespec look = to_timespec(has_strayed ? 0 : std::min(look_ns, left_ns));
     const int signal = sigtimedwait(&set, nullptr, &look);
@@ -102,7 +108,9 @@ int Doorbell::wait_without_limit() {
   return sigwaitinfo(&set, nullptr);
 }
 
-bool Doorbell::wait_for_reply() { return wait(kReplyLimitNs) >= 0 || g_signal_flg.exchange(0) != 0; }
+bool Doorbell::wait_for_reply() {
+  return wait(kReplyLimitNs) >= 0 || g_signal_flg.exchange(0) != 0;
+}
 
 void Doorbell::wait_for_late_one() const {
   const sigset_t set = signal_set();

@@ -19,7 +19,8 @@ namespace {
 constexpr std::size_t kNormalWords = std::size(ae_normal_tbl[0]);
 constexpr int kNormalHalf = 2 * int{kNormalWords};
 constexpr int kSlowHalf = 2 * int{std::size(ae_slow_tbl[0])};
-static_assert(std::size(g_ae_normal) == 4 * kNormalWords && std::size(g_ae_slow) == 4 * std::size(ae_slow_tbl[0]));
+static_assert(std::size(g_ae_normal) == 4 * kNormalWords &&
+              std::size(g_ae_slow) == 4 * std::size(ae_slow_tbl[0]));
 
 constexpr std::uint8_t kIrisHeldOpen = 0x55;
 
@@ -39,8 +40,8 @@ constexpr PatternLimits kNoTables = {.shutter = std::numeric_limits<std::uint32_
                                      .gain = std::size(agc_normal_max_gain_tbl) - 1};
 
 // Values of the mode register, by the mode of a pattern.
-constexpr std::uint8_t kModeRegister[] = {registers::kAeNormal, registers::kAeSlowShutter, registers::kAeManualGain,
-                                          registers::kAeManual};
+constexpr std::uint8_t kModeRegister[] = {registers::kAeNormal, registers::kAeSlowShutter,
+                                          registers::kAeManualGain, registers::kAeManual};
 static_assert(std::size(kModeRegister) == std::size(kPatternLimits));
 
 constexpr KeywordSetting kAgcModes[] = {
@@ -54,10 +55,26 @@ constexpr KeywordSetting kSensorModes[] = {
 };
 
 constexpr KeywordSetting kDayNightModes[] = {
-    {.keyword = "disable", .table = g_dnlevel, .rows = 4, .data_size = 4, .data = {0xff, 0xff, 0xff, 0xff}},
-    {.keyword = "auto", .table = g_dnlevel, .rows = 4, .data_size = 4, .data = {0x00, 0x08, 0x00, 0x09}},
-    {.keyword = "on", .table = g_dnlevel, .rows = 4, .data_size = 4, .data = {0x00, 0x00, 0x00, 0x00}},
-    {.keyword = "off", .table = g_dnlevel, .rows = 4, .data_size = 4, .data = {0xff, 0xff, 0xff, 0xff}},
+    {.keyword = "disable",
+     .table = g_dnlevel,
+     .rows = 4,
+     .data_size = 4,
+     .data = {0xff, 0xff, 0xff, 0xff}},
+    {.keyword = "auto",
+     .table = g_dnlevel,
+     .rows = 4,
+     .data_size = 4,
+     .data = {0x00, 0x08, 0x00, 0x09}},
+    {.keyword = "on",
+     .table = g_dnlevel,
+     .rows = 4,
+     .data_size = 4,
+     .data = {0x00, 0x00, 0x00, 0x00}},
+    {.keyword = "off",
+     .table = g_dnlevel,
+     .rows = 4,
+     .data_size = 4,
+     .data = {0xff, 0xff, 0xff, 0xff}},
 };
 
 constexpr KeywordSetting kDayNightLevels[] = {
@@ -204,7 +221,8 @@ int DspCommand::do_agc(unsigned char* text) {
 }
 
 int DspCommand::do_agc_max_gain(int level) {
-  if (static_cast<std::uint32_t>(level) >= std::size(agc_normal_max_gain_tbl)) return refuse_value(level);
+  if (static_cast<std::uint32_t>(level) >= std::size(agc_normal_max_gain_tbl))
+    return refuse_value(level);
   const LockGuard lock(g_table_lock);
   fill_rows(g_agc_max_gain, normal_gain_words(level));
   if (send_rows(*this, g_agc_max_gain, kNormalHalf) < 0) return -1;

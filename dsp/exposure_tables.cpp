@@ -93,7 +93,8 @@ constinit param_info g_miris_scl[] = {
 
 constinit param_info g_binning[] = {row("readout")};
 constinit param_info g_sensormode[] = {row("sensor_mode")};
-constinit param_info g_dnlevel[] = {row("dn_level_0"), row("dn_level_1"), row("dn_level_2"), row("dn_level_3")};
+constinit param_info g_dnlevel[] = {row("dn_level_0"), row("dn_level_1"),
+                                    row("dn_level_2"), row("dn_level_3")};
 
 // Shutter sides. The speeds are those of the stored settings: 0 to 4 slow, 5 to 14 normal.
 const std::uint16_t ae_normal_tbl[21][4] = {
@@ -121,7 +122,8 @@ const std::uint16_t ae_normal_tbl[21][4] = {
     {0x0000, 0x0480, 0x0000, 0x0000},  // 20: speed 14, iris held open
 };
 const std::uint16_t ae_slow_tbl[15][6] = {
-    // slow_shutter_a, slow_shutter_b, shutter_limit_a, slow_shutter_c, slow_shutter_d, shutter_limit_b
+    // slow_shutter_a, slow_shutter_b, shutter_limit_a,
+    // slow_shutter_c, slow_shutter_d, shutter_limit_b
     {0x0000, 0x3975, 0x2606, 0x0000, 0x33d6, 0x2068},  // 0: down to speed 0
     {0x0000, 0x3541, 0x2606, 0x0000, 0x2fa3, 0x2068},  // 1: down to speed 1
     {0x0000, 0x30d3, 0x2606, 0x0000, 0x2b35, 0x2068},  // 2: down to speed 2
@@ -138,7 +140,7 @@ const std::uint16_t ae_slow_tbl[15][6] = {
     {0x0000, 0x0000, 0x2da7, 0x0000, 0x0000, 0x2808},  // 13: beyond the range of the settings
     {0x0000, 0x0000, 0x2a06, 0x0000, 0x0000, 0x2468},  // 14: beyond the range of the settings
 };
-// Gain sides. Rows 0 to 6 are ceilings of the automatic gain, 7 to 13 hold it at a gain set by hand.
+// Gain sides. Rows 0 to 6 are ceilings of the automatic gain, 7 to 13 hold it at one set by hand.
 const std::uint16_t agc_normal_max_gain_tbl[14][6] = {
     // normal_gain_a, gain_limit_a, normal_gain_b, gain_limit_b, two that are not sent
     {0x0000, 0x05a7, 0x0000, 0x02a7, 0x0000, 0x0000},  // 0: up to level 0

@@ -72,7 +72,8 @@ int read_variant(std::uint8_t& variant) {
 }
 
 int seek_both(const Device& flash, off_t flash_offset, const Device& memory) {
-  if (lseek(flash.fd(), flash_offset, SEEK_SET) < 0 || lseek(memory.fd(), kMemoryOffset, SEEK_SET) < 0) {
+  if (lseek(flash.fd(), flash_offset, SEEK_SET) < 0 ||
+      lseek(memory.fd(), kMemoryOffset, SEEK_SET) < 0) {
     std::fprintf(stderr, "%s: [ERROR] lseek error!\n", g_prgname);
     return -1;
   }
@@ -108,8 +109,8 @@ int copy(const Device& source, const Device& destination, std::size_t size) {
     const ssize_t written = uninterrupted([&] { return write(destination.fd(), chunk, filled); });
     if (written < 0) return report_write();
     if (written < got) {
-      std::fprintf(stderr, "%s: [ERROR] read %d byte but only write %d byte!\n", g_prgname, static_cast<int>(got),
-                   static_cast<int>(written));
+      std::fprintf(stderr, "%s: [ERROR] read %d byte but only write %d byte!\n", g_prgname,
+                   static_cast<int>(got), static_cast<int>(written));
       return -1;
     }
     size -= filled;
@@ -117,8 +118,9 @@ int copy(const Device& source, const Device& destination, std::size_t size) {
   return 0;
 }
 
-// The flash driver keeps the last block in memory until it is told to write it, and only then says whether it could:
-// when the device is closed nobody hears of it. A device that keeps nothing refuses, which is no failure.
+// The flash driver keeps the last block in memory until it is told to write it, and only then
+// says whether it could: when the device is closed nobody hears of it. A device that keeps
+// nothing refuses, which is no failure.
 int flush(const Device& flash) {
   if (uninterrupted([&] { return fsync(flash.fd()); }) == 0) return 0;
   return errno == EINVAL || errno == ENOTSUP || errno == EROFS ? 0 : report_write();

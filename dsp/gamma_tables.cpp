@@ -16,9 +16,11 @@ struct KnownRow {
   std::uint8_t values[kCurves];
 };
 
-// Value of curve `curve` in row `row` of a sequence of known rows in ascending order: on the straight line
-// between its two known neighbours, rounded to the nearest; behind the last known row that row's value.
-consteval std::uint8_t value_at(std::span<const KnownRow> known, std::size_t row, std::size_t curve) {
+// Value of curve `curve` in row `row` of a sequence of known rows in ascending order:
+// on the straight line between its two known neighbours, rounded to the nearest; behind
+// the last known row that row's value.
+consteval std::uint8_t value_at(std::span<const KnownRow> known, std::size_t row,
+                                std::size_t curve) {
   std::size_t next = 0;
   while (next < known.size() && known[next].row < row) ++next;
   if (next == known.size()) return known[next - 1].values[curve];
@@ -27,13 +29,15 @@ consteval std::uint8_t value_at(std::span<const KnownRow> known, std::size_t row
 
   const KnownRow& before = known[next - 1];
   const std::size_t distance = after.row - before.row;
-  const std::size_t sum = before.values[curve] * (after.row - row) + after.values[curve] * (row - before.row);
+  const std::size_t sum =
+      before.values[curve] * (after.row - row) + after.values[curve] * (row - before.row);
   return static_cast<std::uint8_t>((sum + distance / 2) / distance);
 }
 
 // A chroma curve table. Its even and its odd rows are two sequences of their own.
 using ChromaCurves = std::array<std::uint8_t, sizeof g_ecgamma_val>;
-consteval ChromaCurves chroma_curves(std::span<const KnownRow> even_rows, std::span<const KnownRow> odd_rows) {
+consteval ChromaCurves chroma_curves(std::span<const KnownRow> even_rows,
+                                     std::span<const KnownRow> odd_rows) {
   ChromaCurves values{};
   for (std::size_t i = 0; i < values.size(); ++i) {
     const std::size_t row = i / kCurves;
@@ -42,8 +46,9 @@ consteval ChromaCurves chroma_curves(std::span<const KnownRow> even_rows, std::s
   return values;
 }
 
-// The known rows of the chroma curves. Even rows of 'e': all known, the same from row 4 to 32 and from row 34 to
-// 60. Even rows of 'c': known and the same from row 2 to 10. Every other row that does not stand here is filled in.
+// The known rows of the chroma curves. Even rows of 'e': all known, the same from row 4 to 32
+// and from row 34 to 60. Even rows of 'c': known and the same from row 2 to 10. Every other row
+// that does not stand here is filled in.
 // clang-format off
 constexpr KnownRow kEvenRowsE[] = {
     { 0, {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}},
@@ -131,16 +136,20 @@ const std::uint8_t g_cygamma_val[] = {
     0xc6, 0xba, 0xba, 0xbb, 0xa2, 0xc6, 0xc2, 0xb3,  // ygamma_9
 };
 
-// The exported tables are plain arrays, which only a list can fill: all 68 rows of the curves computed above.
-#define CURVE_ROW(curves, row)                                                          \
+// The exported tables are plain arrays, which only a list can fill: all 68 rows of the curves
+// computed above.
+#define CURVE_ROW(curves, row)                                                                \
   curves[8 * (row) + 0], curves[8 * (row) + 1], curves[8 * (row) + 2], curves[8 * (row) + 3], \
   curves[8 * (row) + 4], curves[8 * (row) + 5], curves[8 * (row) + 6], curves[8 * (row) + 7]
-#define CURVE_ROWS_4(curves, row) \
-  CURVE_ROW(curves, row), CURVE_ROW(curves, (row) + 1), CURVE_ROW(curves, (row) + 2), CURVE_ROW(curves, (row) + 3)
-#define CURVE_ROWS_16(curves, row) \
-  CURVE_ROWS_4(curves, row), CURVE_ROWS_4(curves, (row) + 4), CURVE_ROWS_4(curves, (row) + 8), CURVE_ROWS_4(curves, (row) + 12)
-#define CURVE_ROWS(curves) \
-  CURVE_ROWS_16(curves, 0), CURVE_ROWS_16(curves, 16), CURVE_ROWS_16(curves, 32), CURVE_ROWS_16(curves, 48), CURVE_ROWS_4(curves, 64)
+#define CURVE_ROWS_4(curves, row)                         \
+  CURVE_ROW(curves, row), CURVE_ROW(curves, (row) + 1),   \
+  CURVE_ROW(curves, (row) + 2), CURVE_ROW(curves, (row) + 3)
+#define CURVE_ROWS_16(curves, row)                              \
+  CURVE_ROWS_4(curves, row), CURVE_ROWS_4(curves, (row) + 4),   \
+  CURVE_ROWS_4(curves, (row) + 8), CURVE_ROWS_4(curves, (row) + 12)
+#define CURVE_ROWS(curves)                                      \
+  CURVE_ROWS_16(curves, 0), CURVE_ROWS_16(curves, 16),          \
+  CURVE_ROWS_16(curves, 32), CURVE_ROWS_16(curves, 48), CURVE_ROWS_4(curves, 64)
 
 const std::uint8_t g_ecgamma_val[] = {CURVE_ROWS(kCurvesE)};
 const std::uint8_t g_ccgamma_val[] = {CURVE_ROWS(kCurvesC)};

@@ -9,8 +9,8 @@
 
 namespace ipcam::camera {
 
-// A mutex of the library's own, for state that lives as long as the library: it needs no destruction, so no
-// thread can meet a destroyed one at process exit.
+// A mutex of the library's own, for state that lives as long as the library: it needs no
+// destruction, so no thread can meet a destroyed one at process exit.
 class IPCAM_CAPABILITY("mutex") LibraryMutex {
  public:
   constexpr LibraryMutex() = default;
@@ -24,7 +24,8 @@ class IPCAM_CAPABILITY("mutex") LibraryMutex {
   std::mutex mutex_;
 };
 
-// Holds a mutex from construction to the end of the scope; its thread cannot be cancelled meanwhile.
+// Holds a mutex from construction to the end of the scope; its
+// thread cannot be cancelled meanwhile.
 template <class M>
 class IPCAM_SCOPED_CAPABILITY LockGuard {
  public:
@@ -38,8 +39,8 @@ class IPCAM_SCOPED_CAPABILITY LockGuard {
   M& mutex_;
 };
 
-// Held by every setter from the first byte it puts into an exported table to the end of its send, so that two
-// programs' threads do not mix their bytes. Taken before a DspCommand's mutex.
+// Held by every setter from the first byte it puts into an exported table to the end of its send,
+// so that two programs' threads do not mix their bytes. Taken before a DspCommand's mutex.
 extern LibraryMutex g_table_lock;
 
 }  // namespace ipcam::camera

@@ -40,7 +40,8 @@ bool parse_number(const char* text, std::int32_t& value) {
     base = 8;
   }
 
-  // The magnitude stops at the limit, so that a text of any length can neither wrap round nor be refused.
+  // The magnitude stops at the limit, so that a text of any length
+  // can neither wrap round nor be refused.
   std::uint64_t magnitude = 0;
   const char* const first_digit = text;
   for (std::uint32_t digit; (digit = digit_value(*text)) < base; ++text) {

@@ -33,16 +33,19 @@ int DspCommand::add_cmd_packet(int type, param_info entry, packet_info* packet) 
                                               static_cast<std::uint8_t>(byte),
                                               entry.data};
 
-  // A packet that is already full is still counted up, for the message, but nothing is put outside its bytes.
+  // A packet that is already full is still counted up, for the message,
+  // but nothing is put outside its bytes.
   const int position = packet->length;
-  const bool fits = position >= 0 && position <= static_cast<int>(sizeof packet->data) - kCommandSize;
+  const bool fits =
+      position >= 0 && position <= static_cast<int>(sizeof packet->data) - kCommandSize;
   if (fits) {
     std::copy(std::begin(command), std::end(command), &packet->data[position]);
   }
   packet->count = std::min(packet->count, INT32_MAX - 1) + 1;
   packet->length = std::min(packet->length, INT32_MAX - kCommandSize) + kCommandSize;
   if (!fits || packet->count > kMaxCommands || packet->length > kMaxCommandBytes) {
-    std::fprintf(stderr, "%s: [ERROR] too many commands! cmd:%d bytes:%d\n", g_prgname, packet->count, packet->length);
+    std::fprintf(stderr, "%s: [ERROR] too many commands! cmd:%d bytes:%d\n", g_prgname,
+                 packet->count, packet->length);
     return -1;
   }
   return 0;

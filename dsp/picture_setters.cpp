@@ -1,5 +1,5 @@
-// Setters of the picture: saturation, contrast, sharpness, brightness, hue, colour bar, effects and gamma, backlight
-// and exposure compensation.
+// Setters of the picture: saturation, contrast, sharpness, brightness, hue, colour bar, effects and
+// gamma, backlight and exposure compensation.
 #include <cstdio>
 
 #include "dsp/setter.h"
@@ -27,8 +27,8 @@ constexpr std::int32_t kMaxGamma = 6;
 constexpr std::int32_t kCurves = 8;  // curves per loadable table, interleaved byte by byte
 
 // Luma and chroma curves announce themselves with the same line.
-int load_curve(DspCommand& dsp, const unsigned char* text, std::span<param_info> table, const std::uint8_t* e_curves,
-               const std::uint8_t* c_curves) {
+int load_curve(DspCommand& dsp, const unsigned char* text, std::span<param_info> table,
+               const std::uint8_t* e_curves, const std::uint8_t* c_curves) {
   std::printf("%s: set ygamma: %s\n", g_prgname, printable(text));
   const bool is_e = starts_with(text, "e");
   std::int32_t curve = 0;
@@ -108,7 +108,9 @@ int DspCommand::do_blcomp(int value) {
   return set_byte(*this, g_blcomp, static_cast<std::uint8_t>(value / 2));
 }
 
-int DspCommand::do_expcomp(unsigned char* text) { return set_number(*this, g_expcomp, text, 0, 255); }
+int DspCommand::do_expcomp(unsigned char* text) {
+  return set_number(*this, g_expcomp, text, 0, 255);
+}
 
 int DspCommand::do_aereference(unsigned char* text) {
   std::printf("%s: set aereference: %s\n", g_prgname, printable(text));

@@ -18,13 +18,14 @@ int refuse_argument() {
 }
 
 int refuse_length(std::size_t length) {
-  std::fprintf(stderr, "%s: [ERROR] argument too long (%d, maximum length: %d)!\n", g_prgname, static_cast<int>(length),
-               static_cast<int>(kMaxListLength));
+  std::fprintf(stderr, "%s: [ERROR] argument too long (%d, maximum length: %d)!\n", g_prgname,
+               static_cast<int>(length), static_cast<int>(kMaxListLength));
   return -1;
 }
 
 int refuse_option(int option) {
-  std::fprintf(stderr, "%s: [ERROR] invalid option! %x\n", g_prgname, static_cast<unsigned int>(option));
+  std::fprintf(stderr, "%s: [ERROR] invalid option! %x\n", g_prgname,
+               static_cast<unsigned int>(option));
   return -1;
 }
 
@@ -37,24 +38,24 @@ void print_line(const char* line) { std::printf("%s: %s\n", g_prgname, line); }
 
 int report_failed_read(const param_info& entry, std::uint8_t status) {
   char line[64];
-  std::snprintf(line, sizeof line, "\tcategory(0x%02x) byte(0x%02x) = failed! (0x%x)", entry.category,
-                static_cast<unsigned int>(entry.byte), status);
+  std::snprintf(line, sizeof line, "\tcategory(0x%02x) byte(0x%02x) = failed! (0x%x)",
+                entry.category, static_cast<unsigned int>(entry.byte), status);
   print_line(line);
   return -1;
 }
 
 int report_failed_write(const param_info& entry, std::uint8_t status) {
   char line[64];
-  std::snprintf(line, sizeof line, "\tcategory(0x%02x) byte(0x%02x) -> failed! (0x%x)", entry.category,
-                static_cast<unsigned int>(entry.byte), status);
+  std::snprintf(line, sizeof line, "\tcategory(0x%02x) byte(0x%02x) -> failed! (0x%x)",
+                entry.category, static_cast<unsigned int>(entry.byte), status);
   print_line(line);
   return -1;
 }
 
 void report_write(const param_info& entry) {
   char line[64];
-  std::snprintf(line, sizeof line, "\tcategory(0x%02x) byte(0x%02x) -> 0x%x success", entry.category,
-                static_cast<unsigned int>(entry.byte), entry.data);
+  std::snprintf(line, sizeof line, "\tcategory(0x%02x) byte(0x%02x) -> 0x%x success",
+                entry.category, static_cast<unsigned int>(entry.byte), entry.data);
   print_line(line);
 }
 
@@ -96,12 +97,14 @@ int DspCommand::apply_table(param_info* table, int n) {
   }
 
   clear_packets();
-  for (int i = 0; i < n; ++i) add_cmd_packet(ACCESS_WRITE, table[i], &command_packet);  // as many as were read
+  for (int i = 0; i < n; ++i)
+    add_cmd_packet(ACCESS_WRITE, table[i], &command_packet);  // as many as were read
   if (exchange() < 0) return -1;
 
   if (!reply_matches(reply_packet, n, kWriteReplySize)) return report_bad_reply();
   for (int j = 0; j < n; ++j) {
-    if (!is_success(reply_entry(reply_packet, j, kWriteReplySize), kWriteReplySize)) return report_bad_reply();
+    if (!is_success(reply_entry(reply_packet, j, kWriteReplySize), kWriteReplySize))
+      return report_bad_reply();
   }
   std::printf("%s: write success!\n\n", g_prgname);
   return 0;
@@ -177,7 +180,8 @@ int DspCommand::run_list(int mode, char* list, unsigned char* result) {
 
   clear_packets();
   for (int i = 0; i < n; ++i) {
-    add_cmd_packet(ACCESS_WRITE, entries[static_cast<std::size_t>(i)], &command_packet);  // as many as were read
+    add_cmd_packet(ACCESS_WRITE, entries[static_cast<std::size_t>(i)],
+                   &command_packet);  // as many as were read
   }
   if (exchange() < 0) return -1;
 
@@ -219,8 +223,8 @@ int DspCommand::do_debug(param_info* table, unsigned char* result, int mode, int
   if (mode != 1 && mode != 2) return refuse_option(mode);
   if (table == nullptr || result == nullptr || n < 0) return refuse_argument();
   if (n > kMaxCommands) {
-    std::fprintf(stderr, "%s: [ERROR] too many commands! cmd:%d bytes:%d\n", g_prgname, kMaxCommands + 1,
-                 (kMaxCommands + 1) * kCommandSize);
+    std::fprintf(stderr, "%s: [ERROR] too many commands! cmd:%d bytes:%d\n", g_prgname,
+                 kMaxCommands + 1, (kMaxCommands + 1) * kCommandSize);
     return -1;
   }
 
@@ -229,9 +233,10 @@ int DspCommand::do_debug(param_info* table, unsigned char* result, int mode, int
   for (int i = 0; i < n; ++i) {
     const param_info& row = table[i];
     char entry[48];
-    const int size =
-        (mode == 1) ? std::snprintf(entry, sizeof entry, "%d,%d;", row.category, row.byte)
-                    : std::snprintf(entry, sizeof entry, "%d,%d,%d,%d;", row.category, row.byte, row.mask, row.data);
+    const int size = (mode == 1)
+                         ? std::snprintf(entry, sizeof entry, "%d,%d;", row.category, row.byte)
+                         : std::snprintf(entry, sizeof entry, "%d,%d,%d,%d;", row.category,
+                                         row.byte, row.mask, row.data);
     const std::size_t end = length + static_cast<std::size_t>(size);
     if (end <= kMaxListLength) std::memcpy(list + length, entry, static_cast<std::size_t>(size));
     length = end;

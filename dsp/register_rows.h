@@ -17,7 +17,8 @@ consteval param_info read_row(std::string_view name) {
   return {.category = bits.address.category, .byte = bits.address.byte, .mask = bits.mask};
 }
 
-void register_is_read_only();  // never defined: where the compiler reports a row that writes such a register
+void register_is_read_only();  // never defined: where the compiler reports a row that writes such a
+                               // register
 
 // A row that writes a register, or the part of one that has the name.
 consteval param_info row(std::string_view name, std::uint8_t data = 0) {
@@ -44,19 +45,22 @@ struct RegisterReply {
 // Neither changes the rows, although do_debug() takes them as those of a table.
 inline RegisterReply read_registers(DspCommand& dsp, std::span<const param_info> rows) {
   RegisterReply reply;
-  reply.result =
-      dsp.do_debug(const_cast<param_info*>(rows.data()), reply.bytes, ACCESS_READ, static_cast<int>(rows.size()));
+  reply.result = dsp.do_debug(const_cast<param_info*>(rows.data()), reply.bytes, ACCESS_READ,
+                              static_cast<int>(rows.size()));
   return reply;
 }
 inline int write_registers(DspCommand& dsp, std::span<const param_info> rows) {
   RegisterReply before;
-  return dsp.do_debug(const_cast<param_info*>(rows.data()), before.bytes, ACCESS_WRITE, static_cast<int>(rows.size()));
+  return dsp.do_debug(const_cast<param_info*>(rows.data()), before.bytes, ACCESS_WRITE,
+                      static_cast<int>(rows.size()));
 }
 
 // The bits of one row's register, zero also when it could not be read.
 inline unsigned int read_register(DspCommand& dsp, const param_info& row) {
   return read_registers(dsp, {&row, 1}).bytes[0] & row.mask;
 }
-inline int write_register(DspCommand& dsp, const param_info& row) { return write_registers(dsp, {&row, 1}); }
+inline int write_register(DspCommand& dsp, const param_info& row) {
+  return write_registers(dsp, {&row, 1});
+}
 
 }  // namespace ipcam::camera

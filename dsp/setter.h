@@ -30,11 +30,13 @@ int refuse_option(const unsigned char* text);
 bool starts_with(const unsigned char* text, std::string_view keyword);
 
 // Reads a number text. Returns false if it is no number or not within `min` to `max`.
-bool number_within(const unsigned char* text, std::int32_t min, std::int32_t max, std::int32_t& value);
+bool number_within(const unsigned char* text, std::int32_t min, std::int32_t max,
+                   std::int32_t& value);
 
-// The first setting whose keyword the text begins with, or null. What stands behind the keyword is ignored, so a
-// keyword that begins another one must come after it.
-const KeywordSetting* find_keyword(std::span<const KeywordSetting> settings, const unsigned char* text);
+// The first setting whose keyword the text begins with, or null. What stands behind the keyword is
+// ignored, so a keyword that begins another one must come after it.
+const KeywordSetting* find_keyword(std::span<const KeywordSetting> settings,
+                                   const unsigned char* text);
 
 // Fills consecutive rows with bytes, or with 16-bit values in two rows each, low byte first.
 void fill_rows(param_info* rows, std::span<const std::uint8_t> bytes) IPCAM_REQUIRES(g_table_lock);
@@ -43,16 +45,17 @@ void fill_rows(param_info* rows, std::span<const std::uint16_t> words) IPCAM_REQ
 // Sends `n` rows as they stand. Returns 0 or -1.
 int send_rows(DspCommand& dsp, param_info* rows, int n) IPCAM_REQUIRES(g_table_lock);
 
-// Fill and send in one step, under the table lock. set_bytes() sends the first `n` rows, also those that it does
-// not fill.
+// Fill and send in one step, under the table lock. set_bytes() sends the first `n`
+// rows, also those that it does not fill.
 int set_byte(DspCommand& dsp, param_info* table, std::uint8_t byte) IPCAM_EXCLUDES(g_table_lock);
 int set_bytes(DspCommand& dsp, param_info* table, std::span<const std::uint8_t> bytes, int n)
     IPCAM_EXCLUDES(g_table_lock);
-int set_words(DspCommand& dsp, param_info* table, std::span<const std::uint16_t> words) IPCAM_EXCLUDES(g_table_lock);
+int set_words(DspCommand& dsp, param_info* table, std::span<const std::uint16_t> words)
+    IPCAM_EXCLUDES(g_table_lock);
 int set_keyword(DspCommand& dsp, const KeywordSetting& setting) IPCAM_EXCLUDES(g_table_lock);
 
 // A one-row table whose value is a number text within `min` to `max`: check, fill and send.
-int set_number(DspCommand& dsp, param_info* table, const unsigned char* text, std::int32_t min, std::int32_t max)
-    IPCAM_EXCLUDES(g_table_lock);
+int set_number(DspCommand& dsp, param_info* table, const unsigned char* text, std::int32_t min,
+               std::int32_t max) IPCAM_EXCLUDES(g_table_lock);
 
 }  // namespace ipcam::camera::setter

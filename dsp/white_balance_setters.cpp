@@ -13,7 +13,8 @@ using registers::WhiteBalanceMode;
 
 namespace {
 
-// The longest keyword that the text begins with, since "atw" begins "atwpro" too; null when there is none.
+// The longest keyword that the text begins with, since "atw" begins
+// "atwpro" too; null when there is none.
 const WhiteBalanceMode* find_keyword_mode(const unsigned char* text) {
   const WhiteBalanceMode* found = nullptr;
   for (const WhiteBalanceMode& mode : registers::kWhiteBalanceModes) {
@@ -30,15 +31,16 @@ int send_mode(DspCommand& dsp, const WhiteBalanceMode& mode) {
   }
   if (mode.red_gain == 0) return set_byte(dsp, g_whitebalance_mode, mode.wb_mode);
 
-  // A fixed light source is a pair of manual gains; the table's last row selects the manual mode with them.
+  // A fixed light source is a pair of manual gains; the table's last
+  // row selects the manual mode with them.
   const std::uint16_t gains[] = {mode.red_gain, mode.blue_gain};
   const LockGuard lock(g_table_lock);
   fill_rows(g_whitebalance_preset0, gains);
   return send_rows(dsp, g_whitebalance_preset0, std::size(g_whitebalance_preset0));
 }
 
-// Register gain of a manual gain level: a parabola from 10170 at level 0 to 1500 at 255. Levels above 255 are not
-// refused; the 32-bit square lets the curve rise again behind its end.
+// Register gain of a manual gain level: a parabola from 10170 at level 0 to 1500 at 255. Levels
+// above 255 are not refused; the 32-bit square lets the curve rise again behind its end.
 std::uint16_t register_gain(unsigned int level) {
   const std::uint32_t distance = 255u - level;
   const std::uint32_t square = distance * distance;

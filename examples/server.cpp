@@ -1,4 +1,5 @@
-// A server program in small: raw registers, the IR-cut filter and requests from several threads at once.
+// A server program in small: raw registers, the IR-cut filter and
+// requests from several threads at once.
 #include <array>
 #include <atomic>
 #include <cstdio>
@@ -22,11 +23,14 @@ void check(const std::string& step, bool as_expected) {
   if (!as_expected) ++failures;
 }
 
-// Runs one register command text, and compares its reply bytes: the values read, for a write those before it.
-void check_registers(CameraInterface& camera, const std::string& command, const std::vector<int>& expected) {
+// Runs one register command text, and compares its reply bytes: the
+// values read, for a write those before it.
+void check_registers(CameraInterface& camera, const std::string& command,
+                     const std::vector<int>& expected) {
   std::array<char, 32> reply{};
   int length = -1;
-  const int result = camera.sif_inquiry(command.c_str(), static_cast<int>(command.size()), reply.data(), &length);
+  const int result =
+      camera.sif_inquiry(command.c_str(), static_cast<int>(command.size()), reply.data(), &length);
 
   std::string step = "registers \"" + command + "\" ->";
   std::vector<int> values;

@@ -19,6 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(copied >= -1 && copied <= 16 && values[16] == 0xee, "at most 16 results");
   const int in_place = dsp.do_debug(reinterpret_cast<unsigned char*>(split.data()), values);
   require(std::string(text.c_str()).size() > 256 || copied == in_place, "both overloads agree");
-  require(ipcam::fuzz::record().status == 0 && ipcam::fuzz::record().req_pid == 0, "the record is idle afterwards");
+  require(ipcam::fuzz::record().status == 0 && ipcam::fuzz::record().req_pid == 0,
+          "the record is idle afterwards");
   return 0;
 }

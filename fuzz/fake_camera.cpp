@@ -1,4 +1,5 @@
-// A comm application inside the fuzzing process: the link's system calls, answered without another process.
+// A comm application inside the fuzzing process: the link's system
+// calls, answered without another process.
 #include "fuzz/fake_camera.h"
 
 #include <sys/ipc.h>
@@ -20,7 +21,8 @@ namespace ipcam::fuzz {
 
 namespace {
 
-camera::shm_info g_record{.status = 0, .comm_pid = 1, .req_pid = 0, .count = 0, .length = 0, .data = {}};
+camera::shm_info g_record{
+    .status = 0, .comm_pid = 1, .req_pid = 0, .count = 0, .length = 0, .data = {}};
 std::function<void(camera::shm_info&)> g_answer = answer_well;
 std::map<std::string, std::string> g_files;
 std::array<std::uint8_t, 880> g_settings{};
@@ -67,17 +69,26 @@ void require(bool invariant, const char* what) {
 // Functions of the C library's names: the linker prefers the program's own.
 extern "C" {
 
-__attribute__((visibility("default"))) key_t ftok(const char* /*path*/, int /*project*/) { return 1; }
-__attribute__((visibility("default"))) int semget(key_t /*key*/, int /*count*/, int /*flags*/) { return 1; }
-__attribute__((visibility("default"))) int shmget(key_t /*key*/, size_t /*size*/, int /*flags*/) { return 1; }
-__attribute__((visibility("default"))) void* shmat(int /*id*/, const void* /*address*/, int /*flags*/) {
+__attribute__((visibility("default"))) key_t ftok(const char* /*path*/, int /*project*/) {
+  return 1;
+}
+__attribute__((visibility("default"))) int semget(key_t /*key*/, int /*count*/, int /*flags*/) {
+  return 1;
+}
+__attribute__((visibility("default"))) int shmget(key_t /*key*/, size_t /*size*/, int /*flags*/) {
+  return 1;
+}
+__attribute__((visibility("default"))) void* shmat(int /*id*/, const void* /*address*/,
+                                                   int /*flags*/) {
   return &ipcam::fuzz::g_record;
 }
 __attribute__((visibility("default"))) int shmdt(const void* /*address*/) { return 0; }
-__attribute__((visibility("default"))) int semop(int /*id*/, struct sembuf* /*operations*/, size_t /*count*/) {
+__attribute__((visibility("default"))) int semop(int /*id*/, struct sembuf* /*operations*/,
+                                                 size_t /*count*/) {
   return 0;
 }
-__attribute__((visibility("default"))) int semtimedop(int /*id*/, struct sembuf* /*operations*/, size_t /*count*/,
+__attribute__((visibility("default"))) int semtimedop(int /*id*/, struct sembuf* /*operations*/,
+                                                      size_t /*count*/,
                                                       const struct timespec* /*limit*/) {
   return 0;
 }
@@ -85,7 +96,8 @@ __attribute__((visibility("default"))) int kill(pid_t /*pid*/, int /*signal*/) {
   ipcam::fuzz::g_answer(ipcam::fuzz::g_record);
   return 0;
 }
-__attribute__((visibility("default"))) int sigtimedwait(const sigset_t* /*set*/, siginfo_t* /*info*/,
+__attribute__((visibility("default"))) int sigtimedwait(const sigset_t* /*set*/,
+                                                        siginfo_t* /*info*/,
                                                         const struct timespec* limit) {
   // A drain finds nothing, a wait its doorbell.
   return limit->tv_sec == 0 && limit->tv_nsec == 0 ? -1 : SIGUSR1;

@@ -1,4 +1,5 @@
-// A comm application inside the fuzzing process: the link's system calls, answered without another process.
+// A comm application inside the fuzzing process: the link's system
+// calls, answered without another process.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +14,8 @@ namespace ipcam::fuzz {
 // The shared record, as the library sees it attached.
 camera::shm_info& record();
 
-// Called for each doorbell while the request is in the record; turns it into the reply. The default answers every
-// register read with 0x5a and every write with success.
+// Called for each doorbell while the request is in the record; turns it into the reply. The default
+// answers every register read with 0x5a and every write with success.
 void set_answer(std::function<void(camera::shm_info&)> answer);
 void answer_well(camera::shm_info& record);
 

@@ -12,7 +12,8 @@ using ipcam::fuzz::require;
 
 namespace {
 
-// Overwrites a good reply by as much of the input as there is: status, requester, count, length, data.
+// Overwrites a good reply by as much of the input as there is:
+// status, requester, count, length, data.
 struct Input {
   const std::uint8_t* next;
   std::size_t left;
@@ -26,7 +27,8 @@ struct Input {
     const std::size_t at = size == 0 ? 0 : next[1] % sizeof record;
     const std::size_t count = size == 0 ? 0 : std::min(size - 1, sizeof record - at);
     std::memcpy(bytes + at, next + 2, count);
-    record.comm_pid = 1;  // a doorbell that fails leaves the record posted, which is not what is looked for here
+    record.comm_pid =
+        1;  // a doorbell that fails leaves the record posted, which is not what is looked for here
     next += size + 1;
     left -= size + 1;
   }
@@ -51,6 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   dsp.execute_rw_cmd(2, write, values);
   require(values[3] == 0xee, "no result beyond the entries is written");
   dsp.execute_alltosdram();
-  require(ipcam::fuzz::record().status == 0 && ipcam::fuzz::record().req_pid == 0, "the record is idle afterwards");
+  require(ipcam::fuzz::record().status == 0 && ipcam::fuzz::record().req_pid == 0,
+          "the record is idle afterwards");
   return 0;
 }

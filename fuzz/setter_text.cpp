@@ -20,7 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
   text.push_back('\0');
   const std::string before = text;
-  const int result = (dsp.*kSetters[data[0] % std::size(kSetters)])(reinterpret_cast<unsigned char*>(text.data()));
+  const int result =
+      (dsp.*kSetters[data[0] % std::size(kSetters)])(reinterpret_cast<unsigned char*>(text.data()));
   require(result == 0 || result == -1, "a setter gives 0 or -1");
   require(text == before, "a setter leaves its text alone");
   return 0;

@@ -15,7 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     command.code = code;
     command.value = size == 0 ? 0 : data[size - 1];
     const int returned = ipcam::camera::cam_cgi_command(&command);
-    require(returned == 0 || (returned == -1 && command.result == -1), "a request is served, or refused as such");
+    require(returned == 0 || (returned == -1 && command.result == -1),
+            "a request is served, or refused as such");
   }
   ipcam::camera::delete_camera_IF(nullptr);
   return 0;

@@ -16,6 +16,7 @@ struct Record {
   std::uint8_t reserved2[2] = {};
 };
 static_assert(sizeof(Record) == 4);
-static_assert(offsetof(Record, bits) == 0 && offsetof(Record, mask) == 1 && offsetof(Record, reserved2) == 2);
+static_assert(offsetof(Record, bits) == 0 && offsetof(Record, mask) == 1 &&
+              offsetof(Record, reserved2) == 2);
 
 }  // namespace ipcam::gpio

@@ -1,5 +1,6 @@
-// The image processor's registers: category, byte number, bits, name and meaning, as its data sheet has them.
-// Everything else speaks of a register by its name here; to add a register is to add a row.
+// The image processor's registers: category, byte number, bits, name and meaning,
+// as its data sheet has them. Everything else speaks of a register by its name
+// here; to add a register is to add a row.
 #pragma once
 
 #include <compare>
@@ -25,22 +26,26 @@ enum class Kind : std::uint8_t {
 // A register, or several that follow one another and belong together.
 struct Register {
   Address first;
-  std::uint16_t count = 0;        // 1: NAME; 2: a 16-bit value, NAME_lo and NAME_hi; more: NAME_0, NAME_1, ...
-  std::uint16_t mask = 0;         // bits in use of each register; above 0xff: of each pair, low byte first
+  std::uint16_t count =
+      0;  // 1: NAME; 2: a 16-bit value, NAME_lo and NAME_hi; more: NAME_0, NAME_1, ...
+  std::uint16_t mask = 0;  // bits in use of each register; above 0xff: of each pair, low byte first
   std::string_view name = {};     // lower case, with underscores
   std::string_view meaning = {};  // and the values that it can take
   Kind kind = Kind::kWritable;
 };
 
 // In ascending order.
+// clang-format off
 inline constexpr Register kRegisters[] = {
     {{0, 0x03}, 1, 0xff, "sensor_mode", "sensor readout: 0 all pixels, 1 binned"},
     {{0, 0x03}, 1, 0x01, "readout", "pixels: 0 all, 1 binned", Kind::kBits},
 
-    {{2, 0x00}, 1, 0x1c, "readout_status", "readout in force: 0x08 all pixels, 0x10 binned", Kind::kReadOnly},
+    {{2, 0x00}, 1, 0x1c, "readout_status",
+     "readout in force: 0x08 all pixels, 0x10 binned", Kind::kReadOnly},
     {{2, 0x03}, 1, 0x03, "hdrsl", "HDRSL, set to 1"},
 
-    {{9, 0x03}, 1, 0xff, "evrdata4", "EVRDATA4: factory value, or 255 while the shutter value is above 1"},
+    {{9, 0x03}, 1, 0xff, "evrdata4",
+     "EVRDATA4: factory value, or 255 while the shutter value is above 1"},
     {{9, 0x04}, 1, 0xff, "factory_adjust_a", "factory adjustment"},
 
     {{10, 0x02}, 1, 0xff, "ae_reference", "exposure reference level, two's complement, -9 to 9"},
@@ -55,7 +60,8 @@ inline constexpr Register kRegisters[] = {
     {{10, 0x0b}, 1, 0xff, "colorbar", "colour-bar test pattern: 0 off, 1 on"},
     {{10, 0x0c}, 1, 0xff, "adjust_mode", "nonzero in the adjustment mode", Kind::kReadOnly},
 
-    {{11, 0x00}, 1, 0xff, "ae_mode", "exposure: 0 automatic, 1 slow, 3 manual gain, 4 manual shutter and gain"},
+    {{11, 0x00}, 1, 0xff, "ae_mode",
+     "exposure: 0 automatic, 1 slow, 3 manual gain, 4 manual shutter and gain"},
     {{11, 0x01}, 1, 0x07, "flickerless", "flicker reduction, 0 to 5"},
     {{11, 0x03}, 1, 0xff, "expcomp", "exposure compensation, two's complement, -9 to 9"},
     {{11, 0x04}, 1, 0x07, "blcomp", "backlight compensation: 0 off, 1 low, 2 high"},
@@ -80,36 +86,43 @@ inline constexpr Register kRegisters[] = {
     {{11, 0x3a}, 2, 0xff, "slow_gain_c", "automatic exposure with slow shutter, gain ceiling"},
     {{11, 0x3c}, 2, 0xff, "slow_shutter_d", "automatic exposure with slow shutter, shutter side"},
     {{11, 0x3e}, 2, 0xff, "slow_gain_d", "automatic exposure with slow shutter, gain ceiling"},
-    {{11, 0x62}, 2, 0xff, "ae_manual_gain", "gain of the manual-gain mode; a manual exposure value's low byte"},
+    {{11, 0x62}, 2, 0xff, "ae_manual_gain",
+     "gain of the manual-gain mode; a manual exposure value's low byte"},
     {{11, 0x68}, 2, 0xff, "fixed_shutter", "shutter of the manual-shutter mode"},
     {{11, 0x6a}, 2, 0xff, "fixed_gain", "gain of the manual-shutter mode"},
     {{11, 0x97}, 7, 0xff, "miris_scale", "iris scale"},
     {{11, 0x9e}, 7, 0xff, "iris_modifier", "iris modifier"},
 
-    {{12, 0x00}, 1, 0x07, "wb_mode", "white balance: 0 atwpro, 1 atw or measuring, 4 manual gains, 5 preset 1"},
+    {{12, 0x00}, 1, 0x07, "wb_mode",
+     "white balance: 0 atwpro, 1 atw or measuring, 4 manual gains, 5 preset 1"},
     {{12, 0x01}, 1, 0x03, "wb_atwpro", "2 with white balance atwpro"},
     {{12, 0x7c}, 2, 0xff, "manual_red_gain", "manual red gain, 1500 to 10170"},
     {{12, 0x7e}, 2, 0xff, "manual_blue_gain", "manual blue gain, 1500 to 10170"},
     {{12, 0x80}, 2, 0xff, "preset1_red_gain", "red gain of the last one-push measurement"},
     {{12, 0x82}, 2, 0xff, "preset1_blue_gain", "blue gain of the last one-push measurement"},
 
-    {{13, 0x00}, 2, 0xff, "shutter_limit_a", "automatic exposure, end of the shutter side; gain on or off"},
+    {{13, 0x00}, 2, 0xff, "shutter_limit_a",
+     "automatic exposure, end of the shutter side; gain on or off"},
     {{13, 0x01}, 1, 0x07, "agc", "automatic gain control: 0 off, 1 on", Kind::kBits},
     {{13, 0x02}, 2, 0xff, "shutter_limit_b", "automatic exposure, end of the shutter side"},
     {{13, 0x04}, 2, 0xff, "gain_limit_a", "automatic exposure, end of the gain side"},
     {{13, 0x06}, 2, 0xff, "gain_limit_b", "automatic exposure, end of the gain side"},
     {{13, 0x08}, 6, 0xff, "wb_adjust", "factory white-balance adjustment of the readout in force"},
 
-    {{14, 0x8c}, 2, 0xff, "measured_red_gain", "red gain that white balance has arrived at", Kind::kReadOnly},
-    {{14, 0x8e}, 2, 0xff, "measured_blue_gain", "blue gain that white balance has arrived at", Kind::kReadOnly},
+    {{14, 0x8c}, 2, 0xff, "measured_red_gain",
+     "red gain that white balance has arrived at", Kind::kReadOnly},
+    {{14, 0x8e}, 2, 0xff, "measured_blue_gain",
+     "blue gain that white balance has arrived at", Kind::kReadOnly},
 
     {{16, 0x06}, 1, 0xff, "gamma", "number of the built-in gamma curve, 0 to 6"},
     {{16, 0x09}, 1, 0xff, "timing_a", "sensor timing of the readout in force"},
     {{16, 0x0e}, 4, 0xff, "timing_b", "sensor timing of the readout in force"},
     {{16, 0x14}, 4, 0xff, "timing_c", "sensor timing of the readout in force"},
     {{16, 0x1a}, 4, 0xff, "dn_level", "day/night levels: all 0 night, all 0xff day"},
-    {{16, 0x26}, 16, 0xff, "hue_coefficient", "factory hue coefficients, R-Y twice, then B-Y twice"},
-    {{16, 0x36}, 16, 0xff, "gain_coefficient", "factory gain coefficients, R-Y twice, then B-Y twice"},
+    {{16, 0x26}, 16, 0xff, "hue_coefficient",
+     "factory hue coefficients, R-Y twice, then B-Y twice"},
+    {{16, 0x36}, 16, 0xff, "gain_coefficient",
+     "factory gain coefficients, R-Y twice, then B-Y twice"},
 
     {{17, 0x1b}, 1, 0x01, "icr_state", "IR-cut filter state", Kind::kReadOnly},
     {{17, 0x1c}, 1, 0xff, "shutter_value", "shutter value of the sensor", Kind::kReadOnly},
@@ -125,17 +138,20 @@ inline constexpr Register kRegisters[] = {
 
     {{92, 0x10}, 68, 0x03ff, "cgamma", "loadable chroma gamma curve"},
 };
+// clang-format on
 
 // Bits of the register at `index` of a row.
 constexpr std::uint8_t mask_of(const Register& row, int index) {
-  return static_cast<std::uint8_t>(row.mask > 0xff && index % 2 == 1 ? row.mask >> 8 : row.mask & 0xff);
+  return static_cast<std::uint8_t>(row.mask > 0xff && index % 2 == 1 ? row.mask >> 8
+                                                                     : row.mask & 0xff);
 }
 
 constexpr Address address_of(const Register& row, int index) {
   return {row.first.category, static_cast<std::uint16_t>(row.first.byte + index)};
 }
 
-// The register of a row that has this name, or -1. The name of a row of several registers is none of theirs.
+// The register of a row that has this name, or -1. The name of a row of
+// several registers is none of theirs.
 constexpr int index_of(const Register& row, std::string_view name) {
   if (!name.starts_with(row.name)) return -1;
   std::string_view suffix = name.substr(row.name.size());
@@ -159,11 +175,13 @@ struct Bits {
 
 void no_register_has_this_name();  // never defined: where the compiler reports a misspelt name
 
-// By its name: "saturation", "monochrome", "fixed_gain_lo", "cgamma_3". A name that is not there does not compile.
+// By its name: "saturation", "monochrome", "fixed_gain_lo", "cgamma_3". A name
+// that is not there does not compile.
 consteval Bits bits(std::string_view name) {
   for (const Register& row : kRegisters) {
     const int index = index_of(row, name);
-    if (index >= 0) return {address_of(row, index), mask_of(row, index), row.kind == Kind::kReadOnly};
+    if (index >= 0)
+      return {address_of(row, index), mask_of(row, index), row.kind == Kind::kReadOnly};
   }
   no_register_has_this_name();
   return {};
@@ -171,7 +189,8 @@ consteval Bits bits(std::string_view name) {
 
 consteval Address address(std::string_view name) { return bits(name).address; }
 
-// True when the rows ascend without a register or a name twice, and parts lie within their register.
+// True when the rows ascend without a register or a name twice, and
+// parts lie within their register.
 consteval bool is_in_order() {
   std::size_t last = 0;  // row that is no part of another
   for (std::size_t i = 0; i < std::size(kRegisters); ++i) {
@@ -186,7 +205,8 @@ consteval bool is_in_order() {
       last = i;
     } else {
       const int index = row.first.byte - whole.first.byte;
-      if (is_next || row.count != 1 || index < 0 || (row.mask & ~mask_of(whole, index)) != 0) return false;
+      if (is_next || row.count != 1 || index < 0 || (row.mask & ~mask_of(whole, index)) != 0)
+        return false;
     }
   }
   return true;

@@ -33,7 +33,8 @@ std::optional<Address> parse_numbers(std::string_view text) {
   if (slash == std::string_view::npos) return std::nullopt;
   const auto category = parse_number(text.substr(0, slash));
   const auto byte = parse_number(text.substr(slash + 1));
-  if (!category || !byte || *category < 0 || *category > 0xff || *byte < 0 || *byte > 0xffff) return std::nullopt;
+  if (!category || !byte || *category < 0 || *category > 0xff || *byte < 0 || *byte > 0xffff)
+    return std::nullopt;
   return Address{static_cast<std::uint8_t>(*category), static_cast<std::uint16_t>(*byte)};
 }
 
@@ -42,10 +43,11 @@ std::optional<Address> parse_numbers(std::string_view text) {
 std::span<const RegisterGroup> register_groups() { return kGroups; }
 
 const RegisterGroup* group_of(Address address) {
-  const auto* group = std::find_if(std::begin(kGroups), std::end(kGroups), [&](const RegisterGroup& row) {
-    return row.first.category == address.category && row.first.byte <= address.byte &&
-           address.byte < row.first.byte + row.count;
-  });
+  const auto* group =
+      std::find_if(std::begin(kGroups), std::end(kGroups), [&](const RegisterGroup& row) {
+        return row.first.category == address.category && row.first.byte <= address.byte &&
+               address.byte < row.first.byte + row.count;
+      });
   return group == std::end(kGroups) ? nullptr : group;
 }
 

@@ -11,7 +11,8 @@
 
 namespace ipcam::registers {
 
-// Registers that follow one another and belong together: a row of the map that is no part of a register.
+// Registers that follow one another and belong together: a row of
+// the map that is no part of a register.
 using RegisterGroup = Register;
 
 // In ascending order of addresses.

@@ -1,4 +1,5 @@
-// White-balance modes: what the request, the stored record and the setter call them, and what is set for them.
+// White-balance modes: what the request, the stored record and the setter
+// call them, and what is set for them.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +42,8 @@ inline constexpr WhiteBalanceMode kWhiteBalanceModes[] = {
 
 // Those that can be asked for and stored.
 inline constexpr auto kRequestedModes = std::span(kWhiteBalanceModes).first<8>();
-static_assert(kRequestedModes.back().request != kSetterOnly && kWhiteBalanceModes[8].request == kSetterOnly);
+static_assert(kRequestedModes.back().request != kSetterOnly &&
+              kWhiteBalanceModes[8].request == kSetterOnly);
 
 // The requested mode of this number, or null.
 constexpr const WhiteBalanceMode* find_mode(int WhiteBalanceMode::*number, int value) {

@@ -36,14 +36,17 @@ std::optional<int> parse_number(std::string_view text) {
     base = 16;
   }
   unsigned int magnitude = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), magnitude, base);
-  if (error != std::errc() || end != text.data() + text.size() || magnitude > 0x7fffffff) return std::nullopt;
+  const auto [end, error] =
+      std::from_chars(text.data(), text.data() + text.size(), magnitude, base);
+  if (error != std::errc() || end != text.data() + text.size() || magnitude > 0x7fffffff)
+    return std::nullopt;
   return is_negative ? -static_cast<int>(magnitude) : static_cast<int>(magnitude);
 }
 
 bool same_name(std::string_view a, std::string_view b) {
   const auto letter = [](char c) { return c == '_' ? '-' : c; };
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [&](char x, char y) { return letter(x) == letter(y); });
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [&](char x, char y) { return letter(x) == letter(y); });
 }
 
 std::string did_you_mean(std::string_view text, const std::vector<std::string>& names) {

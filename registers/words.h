@@ -11,7 +11,8 @@ namespace ipcam::registers {
 // A number alone, decimal or hexadecimal ("0x"), with nothing behind it.
 std::optional<int> parse_number(std::string_view text);
 
-// Names are compared with '_' and '-' as the same letter, since requests and stored fields differ in that.
+// Names are compared with '_' and '-' as the same letter, since
+// requests and stored fields differ in that.
 bool same_name(std::string_view a, std::string_view b);
 
 // ", did you mean NAME" for the closest of `names` to `text`, or an empty text when none is close.

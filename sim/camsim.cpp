@@ -44,12 +44,14 @@ std::string default_device_directory() {
 }
 
 void make_device_directory(const std::string& directory) {
-  // The default name can be guessed by other users of the machine, so what is there must be the caller's own.
+  // The default name can be guessed by other users of the machine, so
+  // what is there must be the caller's own.
   struct stat state {};
   if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) {
     throw std::runtime_error(directory + ": cannot be made: " + std::strerror(errno));
   }
-  if (lstat(directory.c_str(), &state) != 0 || !S_ISDIR(state.st_mode) || state.st_uid != geteuid()) {
+  if (lstat(directory.c_str(), &state) != 0 || !S_ISDIR(state.st_mode) ||
+      state.st_uid != geteuid()) {
     throw std::runtime_error(directory + ": not a directory of this user");
   }
   if (!Devices(directory).create()) {
@@ -66,8 +68,10 @@ fs::path preload_library() {
   throw std::runtime_error("libcamsim_devices.so: not found beside " + here.string());
 }
 
-int execute(const std::string& directory, std::optional<int> camera, std::vector<std::string> command) {
-  std::string preload = preload_library().string();  // before, since the way to this program may look different then
+int execute(const std::string& directory, std::optional<int> camera,
+            std::vector<std::string> command) {
+  std::string preload =
+      preload_library().string();  // before, since the way to this program may look different then
   if (!camera) camera = find_private_camera();
   if (camera) join_private_camera(*camera);
   make_device_directory(directory);
@@ -90,10 +94,12 @@ int execute(const std::string& directory, std::optional<int> camera, std::vector
 void write_factory_files(const fs::path& directory) {
   using namespace std::string_literals;
   // The third byte starts the EVR worker; from the ninth on hue, then gain coefficients.
-  const std::string camera = "\1\0\1\x80\x0c\xc8\0\0"s + std::string(16, '\x80') + std::string(16, '\x40');
-  for (const auto& [name, bytes] : {std::pair("AdjCamera.txt", camera + std::string(8, '\0')),
-                                    std::pair("AdjWbHalfPixels.txt", "\1\0\x40\x0e\0\x10\xed\7\0\0\0\0"s),
-                                    std::pair("AdjWbAllPixels.txt", "\1\0\x42\x0e\0\x10\xf0\7\0\0\0\0"s)}) {
+  const std::string camera =
+      "\1\0\1\x80\x0c\xc8\0\0"s + std::string(16, '\x80') + std::string(16, '\x40');
+  for (const auto& [name, bytes] :
+       {std::pair("AdjCamera.txt", camera + std::string(8, '\0')),
+        std::pair("AdjWbHalfPixels.txt", "\1\0\x40\x0e\0\x10\xed\7\0\0\0\0"s),
+        std::pair("AdjWbAllPixels.txt", "\1\0\x42\x0e\0\x10\xf0\7\0\0\0\0"s)}) {
     std::ofstream file(directory / name, std::ios::binary);
     file << bytes << std::flush;
     if (!file) throw std::runtime_error((directory / name).string() + ": cannot be written");
@@ -102,28 +108,36 @@ void write_factory_files(const fs::path& directory) {
 
 void add_run_options(CLI::App& app, RunOptions& options, bool& is_private) {
   app.add_flag("--trace", options.trace, "Print every exchange (default: off)");
-  app.add_flag("--json", options.json, "Print every exchange as a JSON object, one a line (default: off)");
-  app.add_flag("--keep", options.keep, "Leave key file, semaphore and segment behind (default: remove)");
+  app.add_flag("--json", options.json,
+               "Print every exchange as a JSON object, one a line (default: off)");
+  app.add_flag("--keep", options.keep,
+               "Leave key file, semaphore and segment behind (default: remove)");
   app.add_option("--set", options.settings, "Registers before the first request (default: 0)")
       ->type_name("REGISTER=VALUE");
   const auto add_file = [&](const char* name, std::string& file, const char* purpose) {
     app.add_option(name, file, purpose)->type_name("FILE");
   };
   add_file("--registers", options.registers, "File of such registers, one a line (default: none)");
-  add_file("--save-registers", options.save_registers, "Write such a file at the end (default: none)");
+  add_file("--save-registers", options.save_registers,
+           "Write such a file at the end (default: none)");
   add_file("--scenario", options.scenario, "File of what happens when (default: none)");
   app.add_flag("--steps", options.steps_from_input,
                "Take such steps, without their time, from the standard input (default: off)");
-  app.add_flag("--private", is_private,
-               "Serve in namespaces of its own: nobody but `camsim exec` reaches it (default: off)");
-  add_file("--picture", options.picture, "Keep a PNG file of what the registers show (default: none)");
-  app.add_option("--fault", options.faults, "What goes wrong, and with which exchange (default: 0:1:0)")
+  app.add_flag(
+      "--private", is_private,
+      "Serve in namespaces of its own: nobody but `camsim exec` reaches it (default: off)");
+  add_file("--picture", options.picture,
+           "Keep a PNG file of what the registers show (default: none)");
+  app.add_option("--fault", options.faults,
+                 "What goes wrong, and with which exchange (default: 0:1:0)")
       ->type_name("NAME[:EXCHANGE[:COUNT[:ENTRY]]]");
 }
 
 int dispatch(int argc, char** argv) {
-  CLI::App app("Simulated camera: a comm application with a register file, and stand-ins for the camera's devices.",
-               "camsim");
+  CLI::App app(
+      "Simulated camera: a comm application with a register file, and stand-ins for the camera's "
+      "devices.",
+      "camsim");
   app.footer(kFooter);
   app.require_subcommand(0, 1);
 
@@ -132,23 +146,31 @@ int dispatch(int argc, char** argv) {
   add_run_options(app, options, is_private);
   std::string factory;
   CLI::Option* factory_option =
-      app.add_option("--factory", factory, "Write sample factory adjustment files and end (default: /var/tmp)")
+      app.add_option("--factory", factory,
+                     "Write sample factory adjustment files and end (default: /var/tmp)")
           ->type_name("[DIR]")
           ->expected(0, 1);
 
-  CLI::App* run_command = app.add_subcommand("run", "Serve register requests until SIGINT or SIGTERM; the default.");
+  CLI::App* run_command =
+      app.add_subcommand("run", "Serve register requests until SIGINT or SIGTERM; the default.");
   add_run_options(*run_command, options, is_private);
 
   std::string devices = default_device_directory();
   std::optional<int> camera;
   std::vector<std::string> command;
-  CLI::App* exec_command = app.add_subcommand(
-      "exec",
-      "Run a command with stand-ins for the camera's devices, in the namespaces of a simulator that has its own.");
-  exec_command->add_option("--camera", camera, "Process of that simulator (default: the one that there is)")
+  CLI::App* exec_command =
+      app.add_subcommand("exec",
+                         "Run a command with stand-ins for the camera's devices, in the namespaces "
+                         "of a simulator that has its own.");
+  exec_command
+      ->add_option("--camera", camera, "Process of that simulator (default: the one that there is)")
       ->type_name("PID");
-  exec_command->add_option("--devices", devices, "Directory of the stand-ins")->type_name("DIR")->capture_default_str();
-  exec_command->add_option("command", command, "Command and its arguments")->type_name("COMMAND")->required();
+  exec_command->add_option("--devices", devices, "Directory of the stand-ins")
+      ->type_name("DIR")
+      ->capture_default_str();
+  exec_command->add_option("command", command, "Command and its arguments")
+      ->type_name("COMMAND")
+      ->required();
   exec_command->positionals_at_end();
   exec_command->prefix_command();
 

@@ -33,7 +33,9 @@ constexpr Bits kWbMode = registers::bits("wb_mode");
 constexpr Address kMeasuredGains[] = {registers::address("measured_red_gain_lo"),
                                       registers::address("measured_blue_gain_lo")};
 
-[[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what + ": " + std::strerror(errno)); }
+[[noreturn]] void fail(const std::string& what) {
+  throw std::runtime_error(what + ": " + std::strerror(errno));
+}
 
 void pause_ms(int milliseconds) { poll(nullptr, 0, milliseconds); }
 
@@ -69,16 +71,19 @@ void spoil(Packet& reply, Fault fault, std::uint32_t entry) {
   if (fault == Fault::empty_reply) reply = {};
 }
 
-bool is_one_of(Fault fault, std::initializer_list<Fault> faults) { return std::ranges::count(faults, fault) != 0; }
+bool is_one_of(Fault fault, std::initializer_list<Fault> faults) {
+  return std::ranges::count(faults, fault) != 0;
+}
 
 // False for those that leave the registers as they were.
 bool executes(Fault fault) {
-  return !is_one_of(
-      fault, {Fault::no_reply, Fault::reply_255, Fault::signal_without_reply, Fault::die_before, Fault::die_during});
+  return !is_one_of(fault, {Fault::no_reply, Fault::reply_255, Fault::signal_without_reply,
+                            Fault::die_before, Fault::die_during});
 }
 
 bool rings_in_time(Fault fault) {
-  return !is_one_of(fault, {Fault::no_reply, Fault::late_reply, Fault::late_doorbell, Fault::reply_without_signal});
+  return !is_one_of(fault, {Fault::no_reply, Fault::late_reply, Fault::late_doorbell,
+                            Fault::reply_without_signal});
 }
 
 }  // namespace
@@ -89,7 +94,8 @@ CommApplication::CommApplication(Switchboard& board) : board_(board) {
   sigprocmask(SIG_BLOCK, &signals_, nullptr);
   open_objects();
 
-  // Under the lock, so that no requester finds the record free before the switchboard tells who will serve it.
+  // Under the lock, so that no requester finds the record free before the
+  // switchboard tells who will serve it.
   lock();
   board_.silent_for = board_.posted.load();  // what its predecessor has left is not answered
   board_.posted_seen = board_.posted.load();
@@ -113,7 +119,8 @@ CommApplication::~CommApplication() {
 void CommApplication::open_objects() {
   key_file_ = open(kKeyFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kAccess);
   if (key_file_ < 0) fail(kKeyFile);
-  // The lock ends with the process, however it ends, so a killed comm application does not stand in the way.
+  // The lock ends with the process, however it ends, so a killed comm
+  // application does not stand in the way.
   if (flock(key_file_, LOCK_EX | LOCK_NB) != 0) {
     throw std::runtime_error(std::string(kKeyFile) + ": held by another comm application");
   }
@@ -128,7 +135,8 @@ void CommApplication::open_objects() {
   if (address == reinterpret_cast<void*>(-1)) fail("segment");
   record_ = static_cast<Record*>(address);
 
-  // A semaphore that has never been operated on is new, also when its creator was killed before this step.
+  // A semaphore that has never been operated on is new, also when its
+  // creator was killed before this step.
   semid_ds state{};
   if (semctl(sem_id_, 0, IPC_STAT, &state) != 0) fail("semaphore");
   if (state.sem_otime == 0 && semctl(sem_id_, 0, SETVAL, 1) != 0) fail("semaphore");
@@ -137,7 +145,8 @@ void CommApplication::open_objects() {
 CommApplication::Event CommApplication::serve_one(int limit_ms) {
   const timespec limit{.tv_sec = limit_ms / 1000, .tv_nsec = limit_ms % 1000 * 1000000L};
   // A process that fakes its clock fakes sigtimedwait() too, which its child must not depend on.
-  const int signal = limit_ms < 0 ? sigwaitinfo(&signals_, nullptr) : sigtimedwait(&signals_, nullptr, &limit);
+  const int signal =
+      limit_ms < 0 ? sigwaitinfo(&signals_, nullptr) : sigtimedwait(&signals_, nullptr, &limit);
   if (signal < 0 && errno != EINTR && errno != EAGAIN) fail("wait for the doorbell");
   if (signal == SIGINT || signal == SIGTERM) return Event::stop;
   if (signal != kDoorbell) return Event::quiet;
@@ -154,14 +163,16 @@ void CommApplication::clear_record() {
 void CommApplication::clear_abandoned() {
   lock();
   const pid_t requester = record_->req_pid;
-  if (record_->status != kIdle && requester > 0 && kill(requester, 0) != 0 && errno == ESRCH) clear_record();
+  if (record_->status != kIdle && requester > 0 && kill(requester, 0) != 0 && errno == ESRCH)
+    clear_record();
   unlock();
 }
 
 void CommApplication::serve_doorbell() {
   Request request{.posted = board_.posted, .requester = 0, .fault = Fault::none, .plan = {}};
   request.fault = board_.planned(board_.requests_taken, request.plan);
-  // The doorbell is rung with the request already in the record, so it can be looked at without the lock.
+  // The doorbell is rung with the request already in the record, so
+  // it can be looked at without the lock.
   if (request.fault == Fault::die_before && record_->status == kPosted) {
     ++board_.requests_taken;
     Packet command{};
@@ -177,7 +188,8 @@ void CommApplication::serve_doorbell() {
     Packet command{};
     copy_packet(command, record_->packet);
     Packet reply{};
-    if (executes(request.fault) && !execute(command, request, reply)) request.fault = Fault::reply_255;
+    if (executes(request.fault) && !execute(command, request, reply))
+      request.fault = Fault::reply_255;
     spoil(reply, request.fault, request.plan.entry);
     trace(command, reply, request.fault);
     deliver(request, reply);
@@ -229,7 +241,8 @@ bool CommApplication::execute(const Packet& packet, const Request& request, Pack
     const bool refused = request.fault == Fault::wrong_status && i == request.plan.entry;
     const std::uint8_t status = refused ? kRefused : kSuccess;
     if (has_registers && entry.type == kReadEntry) {
-      append(reply, {3, status, refused ? std::uint8_t{0} : read_register({entry.category, entry.byte})});
+      append(reply,
+             {3, status, refused ? std::uint8_t{0} : read_register({entry.category, entry.byte})});
     } else if (has_registers && entry.type == kWriteEntry) {
       Address address{entry.category, entry.byte};
       for (std::size_t n = 0; !refused && n < entry.values.size(); ++n, ++address.byte) {
@@ -237,7 +250,8 @@ bool CommApplication::execute(const Packet& packet, const Request& request, Pack
       }
       append(reply, {2, status});
     } else {
-      const bool is_to_sdram = has_registers ? entry.type == 0 : entry.type == 9;  // of the all-to-SDRAM request
+      const bool is_to_sdram =
+          has_registers ? entry.type == 0 : entry.type == 9;  // of the all-to-SDRAM request
       append(reply, {2, is_to_sdram ? status : kRefused});
     }
   }
@@ -247,7 +261,8 @@ bool CommApplication::execute(const Packet& packet, const Request& request, Pack
 std::uint8_t CommApplication::read_register(Address address) {
   for (Switchboard::Script& script : board_.scripts) {
     const std::uint32_t length = script.length;
-    if (length == 0 || script.address != (std::uint32_t{address.category} << 16 | address.byte)) continue;
+    if (length == 0 || script.address != (std::uint32_t{address.category} << 16 | address.byte))
+      continue;
     const std::uint32_t position = script.position;
     if (position + 1 < length) script.position = position + 1;
     return script.values[position % std::size(script.values)];
@@ -257,17 +272,20 @@ std::uint8_t CommApplication::read_register(Address address) {
     if (readout_lag_ > 0) {
       --readout_lag_;
     } else {
-      const std::uint8_t status = board_.reg(kReadout) != 0 ? registers::kReadoutBinned : registers::kReadoutAllPixels;
+      const std::uint8_t status =
+          board_.reg(kReadout) != 0 ? registers::kReadoutBinned : registers::kReadoutAllPixels;
       board_.set_reg(address, (board_.reg(address) & ~kReadoutStatus.mask) | status);
     }
   }
-  if (board_.sensor_off == 0 && address == kMeasuredGains[0] && board_.reg(kWbMode) == registers::kWbAtw) {
+  if (board_.sensor_off == 0 && address == kMeasuredGains[0] &&
+      board_.reg(kWbMode) == registers::kWbAtw) {
     advance_gains();
   }
   return board_.reg(address);
 }
 
-// One step of a one-push measurement: both gains go from where they started to their targets in equal steps.
+// One step of a one-push measurement: both gains go from where they
+// started to their targets in equal steps.
 void CommApplication::advance_gains() {
   const std::int64_t steps = board_.onepush_settle_reads;
   const std::int64_t target[2] = {board_.onepush_red, board_.onepush_blue};
@@ -275,8 +293,10 @@ void CommApplication::advance_gains() {
   for (std::uint32_t i = 0; i < 2; ++i) {
     const std::int64_t start = onepush_start_[i];
     const bool settled = onepush_reads_ >= steps;
-    board_.set_word(kMeasuredGains[i], static_cast<std::uint32_t>(
-                                           settled ? target[i] : start + (target[i] - start) * onepush_reads_ / steps));
+    board_.set_word(
+        kMeasuredGains[i],
+        static_cast<std::uint32_t>(settled ? target[i]
+                                           : start + (target[i] - start) * onepush_reads_ / steps));
   }
 }
 

@@ -1,4 +1,5 @@
-// The comm application: owns the shared record and answers requests from a switchboard's register file.
+// The comm application: owns the shared record and answers requests
+// from a switchboard's register file.
 #pragma once
 
 #include <csignal>
@@ -8,11 +9,13 @@
 
 namespace ipcam::sim {
 
-// One object per process. All of it runs on one thread, which must not take the doorbell in any other way.
+// One object per process. All of it runs on one thread, which must not
+// take the doorbell in any other way.
 class CommApplication {
  public:
-  // Creates key file, semaphore and segment, or takes over those that a killed predecessor has left, with the
-  // record back to idle. Blocks the doorbell, SIGINT and SIGTERM in the calling thread.
+  // Creates key file, semaphore and segment, or takes over those that a killed
+  // predecessor has left, with the record back to idle. Blocks the doorbell,
+  // SIGINT and SIGTERM in the calling thread.
   // Throws std::runtime_error, also when another comm application runs.
   explicit CommApplication(Switchboard& board);
   // Removes key file, semaphore and segment, unless told to leave them.
@@ -22,10 +25,12 @@ class CommApplication {
 
   void leave_objects() { leave_objects_ = true; }
   // Called with every exchange when it has been traced.
-  void on_exchange(std::function<void(const Exchange&)> observer) { observer_ = std::move(observer); }
+  void on_exchange(std::function<void(const Exchange&)> observer) {
+    observer_ = std::move(observer);
+  }
 
-  // A doorbell: the request, if there was one, has been served. Quiet: none came within the limit. Stop: SIGINT,
-  // SIGTERM.
+  // A doorbell: the request, if there was one, has been served. Quiet: none came
+  // within the limit. Stop: SIGINT, SIGTERM.
   enum class Event { doorbell, quiet, stop };
   // Waits for one event, at most `limit_ms` (negative: without a limit), and serves it.
   Event serve_one(int limit_ms);
@@ -44,7 +49,8 @@ class CommApplication {
   void open_objects();
   void clear_record();
   void serve_doorbell();
-  // Puts the reply into the record, lets go of it and rings, as far as the fault allows. The lock is held.
+  // Puts the reply into the record, lets go of it and rings, as far as
+  // the fault allows. The lock is held.
   void deliver(const Request& request, const Packet& reply);
   // Returns false when the packet does not hold the entries that it counts.
   bool execute(const Packet& packet, const Request& request, Packet& reply);

@@ -36,7 +36,8 @@ bool Devices::create() const {
     const int fd = open(file(base_name(device.path)).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) return false;
     struct stat state {};
-    const bool made = fstat(fd, &state) == 0 && (state.st_size >= device.size || ftruncate(fd, device.size) == 0);
+    const bool made =
+        fstat(fd, &state) == 0 && (state.st_size >= device.size || ftruncate(fd, device.size) == 0);
     close(fd);
     if (!made) return false;
   }
@@ -73,18 +74,21 @@ int Devices::gpio_request(const std::string& name, unsigned long request, void* 
     return 0;
   }
   const bool variant_read = name == kVariantPin && request == gpio::kRead;
-  const bool line_request = name != kVariantPin && (request == gpio::kDirection || request == gpio::kWrite);
+  const bool line_request =
+      name != kVariantPin && (request == gpio::kDirection || request == gpio::kWrite);
   if (!variant_read && !line_request) return ENOTTY;
   if (argument == nullptr) return EFAULT;
 
   auto* record = static_cast<gpio::Record*>(argument);
   const char* verb = variant_read ? "in" : request == gpio::kDirection ? "direction" : "write";
   char line[64];
-  std::snprintf(line, sizeof(line), "%s %s %02x/%02x", name.c_str(), verb, record->bits, record->mask);
+  std::snprintf(line, sizeof(line), "%s %s %02x/%02x", name.c_str(), verb, record->bits,
+                record->mask);
   note(line);
   if (variant_read) record->bits = load_level(file(name));
   if (request == gpio::kWrite) {
-    store_level(file(name), (load_level(file(name)) & ~record->mask) | (record->bits & record->mask));
+    store_level(file(name),
+                (load_level(file(name)) & ~record->mask) | (record->bits & record->mask));
   }
   return 0;
 }
@@ -98,6 +102,8 @@ std::vector<std::string> Devices::journal() const {
 
 void Devices::clear_journal() const { std::ofstream(file("journal")); }
 
-void Devices::note(const std::string& line) const { std::ofstream(file("journal"), std::ios::app) << line + "\n"; }
+void Devices::note(const std::string& line) const {
+  std::ofstream(file("journal"), std::ios::app) << line + "\n";
+}
 
 }  // namespace ipcam::sim

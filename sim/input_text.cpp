@@ -22,22 +22,26 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 
 }  // namespace
 
-void for_each_line(const std::string& path,
-                   const std::function<void(const std::string& where, const std::string& line)>& use) {
+void for_each_line(
+    const std::string& path,
+    const std::function<void(const std::string& where, const std::string& line)>& use) {
   std::ifstream file(path);
   int number = 0;
   for (std::string line; std::getline(file, line);) {
     ++number;
     line.erase(std::min(line.find('#'), line.size()));
-    if (line.find_first_not_of(" \t\r") != line.npos) use(path + " line " + std::to_string(number), line);
+    if (line.find_first_not_of(" \t\r") != line.npos)
+      use(path + " line " + std::to_string(number), line);
   }
   if (!file.is_open() || file.bad()) throw UsageError(path + ": cannot be read");
 }
 
 std::uint32_t parse_number(const std::string& tried, std::string_view text, std::uint32_t maximum) {
   const std::optional<int> value = registers::parse_number(text);
-  if (value && *value >= 0 && static_cast<std::uint32_t>(*value) <= maximum) return static_cast<std::uint32_t>(*value);
-  throw UsageError(tried + ": bad number (" + std::string(text) + ", 0 to " + std::to_string(maximum) + ")");
+  if (value && *value >= 0 && static_cast<std::uint32_t>(*value) <= maximum)
+    return static_cast<std::uint32_t>(*value);
+  throw UsageError(tried + ": bad number (" + std::string(text) + ", 0 to " +
+                   std::to_string(maximum) + ")");
 }
 
 registers::Address parse_register(const std::string& tried, std::string_view text) {
@@ -49,7 +53,8 @@ registers::Address parse_register(const std::string& tried, std::string_view tex
 
 RegisterValues parse_register_values(const std::string& tried, std::string_view text) {
   const std::size_t equals = text.find('=');
-  if (equals == text.npos) throw UsageError(tried + ": no value (" + std::string(text) + ", REGISTER=VALUE)");
+  if (equals == text.npos)
+    throw UsageError(tried + ": no value (" + std::string(text) + ", REGISTER=VALUE)");
   RegisterValues result{parse_register(tried, text.substr(0, equals)), {}};
   for (const std::string_view word : split(text.substr(equals + 1), ',')) {
     result.values.push_back(static_cast<std::uint8_t>(parse_number(tried, word, 255)));
@@ -59,7 +64,8 @@ RegisterValues parse_register_values(const std::string& tried, std::string_view 
 
 RegisterValues parse_register_value(const std::string& tried, std::string_view text) {
   RegisterValues result = parse_register_values(tried, text);
-  if (result.values.size() > 1) throw UsageError(tried + ": more than one value (" + std::string(text) + ")");
+  if (result.values.size() > 1)
+    throw UsageError(tried + ": more than one value (" + std::string(text) + ")");
   return result;
 }
 
@@ -69,9 +75,10 @@ FaultText parse_fault(const std::string& tried, std::string_view text) {
   const auto* fault = std::find(kFaultNames.begin() + 1, name_end, words[0]);  // the first is none
   if (fault == name_end || words.size() > 4) {
     std::string names;
-    for (const auto* name = kFaultNames.begin() + 1; name != name_end; ++name) names += " " + std::string(*name);
-    throw UsageError(tried + ": no such fault (" + std::string(text) + ", NAME[:EXCHANGE[:COUNT[:ENTRY]]] with" +
-                     names + ")");
+    for (const auto* name = kFaultNames.begin() + 1; name != name_end; ++name)
+      names += " " + std::string(*name);
+    throw UsageError(tried + ": no such fault (" + std::string(text) +
+                     ", NAME[:EXCHANGE[:COUNT[:ENTRY]]] with" + names + ")");
   }
   FaultText result{static_cast<Fault>(fault - kFaultNames.begin()), {}};
   if (words.size() > 1) result.plan.exchange = parse_number(tried, words[1], 1000000);

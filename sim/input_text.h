@@ -20,16 +20,18 @@ struct UsageError : std::runtime_error {
 
 // All of them throw UsageError; `tried` leads its text.
 
-// Calls `use` with the lines of a file and their places, "FILE line 7". Blank lines are skipped, and so is what follows
-// a
+// Calls `use` with the lines of a file and their places, "FILE line 7". Blank lines
+// are skipped, and so is what follows a
 // '#'.
-void for_each_line(const std::string& path,
-                   const std::function<void(const std::string& where, const std::string& line)>& use);
+void for_each_line(
+    const std::string& path,
+    const std::function<void(const std::string& where, const std::string& line)>& use);
 
 // A number from 0, in decimal or in hexadecimal with "0x".
 std::uint32_t parse_number(const std::string& tried, std::string_view text, std::uint32_t maximum);
 
-// "saturation=0x40" or "10/0x09=64,65,66": the register and its values, of which there must be one or more.
+// "saturation=0x40" or "10/0x09=64,65,66": the register and its values,
+// of which there must be one or more.
 struct RegisterValues {
   registers::Address address;
   std::vector<std::uint8_t> values;

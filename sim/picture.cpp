@@ -49,10 +49,11 @@ constexpr int kTargetTop = kRampTop + kRampHeight;
 
 // sRGB: natural colours, mixed colours, primary and secondary colours, greys.
 constexpr std::uint8_t kPatches[kRows * kColumns][3] = {
-    {115, 82, 68},   {194, 150, 130}, {98, 122, 157},  {87, 108, 67},   {133, 128, 177}, {103, 189, 170},
-    {214, 126, 44},  {80, 91, 166},   {193, 90, 99},   {94, 60, 108},   {157, 188, 64},  {224, 163, 46},
-    {56, 61, 150},   {70, 148, 73},   {175, 54, 60},   {231, 199, 31},  {187, 86, 149},  {8, 133, 161},
-    {243, 243, 242}, {200, 200, 200}, {160, 160, 160}, {122, 122, 121}, {85, 85, 85},    {52, 52, 52},
+    {115, 82, 68},   {194, 150, 130}, {98, 122, 157}, {87, 108, 67},   {133, 128, 177},
+    {103, 189, 170}, {214, 126, 44},  {80, 91, 166},  {193, 90, 99},   {94, 60, 108},
+    {157, 188, 64},  {224, 163, 46},  {56, 61, 150},  {70, 148, 73},   {175, 54, 60},
+    {231, 199, 31},  {187, 86, 149},  {8, 133, 161},  {243, 243, 242}, {200, 200, 200},
+    {160, 160, 160}, {122, 122, 121}, {85, 85, 85},   {52, 52, 52},
 };
 constexpr float kBackground = 40 / 255.f;
 constexpr float kDark = 50 / 255.f;
@@ -64,7 +65,8 @@ constexpr Colour grey(float value) { return {value, value, value}; }
 bool is_light_in_target(double x, double y) {
   constexpr double kCentreX = 60, kCentreY = kTargetTop + 48, kRays = 16;
   if (x < 2 * kCentreX) {
-    return std::fmod(std::atan2(y - kCentreY, x - kCentreX) / std::numbers::pi * kRays + 2 * kRays, 2) < 1;
+    return std::fmod(std::atan2(y - kCentreY, x - kCentreX) / std::numbers::pi * kRays + 2 * kRays,
+                     2) < 1;
   }
   double left = 2 * kCentreX;
   for (const double width : {12., 8., 6., 4., 3., 2., 1.}) {
@@ -79,7 +81,8 @@ bool is_light_in_target(double x, double y) {
 // sRGB values of the chart at a point.
 Colour chart_at(double x, double y) {
   if (y >= kTargetTop) {
-    const bool inside = y >= kTargetTop + kMargin && y < kHeight - kMargin && x >= kMargin && x < kWidth - kMargin;
+    const bool inside =
+        y >= kTargetTop + kMargin && y < kHeight - kMargin && x >= kMargin && x < kWidth - kMargin;
     return grey(!inside ? kBackground : is_light_in_target(x, y) ? kLight : kDark);
   }
   if (y >= kRampTop) return grey(static_cast<float>(x / kWidth));
@@ -88,10 +91,12 @@ Colour chart_at(double x, double y) {
   const int row = static_cast<int>(y) / kCellHeight;
   const double left = x - column * kCellWidth;
   const double top = y - row * kCellHeight;
-  const bool inside = left >= kMargin && left < kCellWidth - kMargin && top >= kMargin && top < kCellHeight - kMargin;
+  const bool inside = left >= kMargin && left < kCellWidth - kMargin && top >= kMargin &&
+                      top < kCellHeight - kMargin;
   if (!inside) return grey(kBackground);
   const auto& patch = kPatches[row * kColumns + column];
-  return {static_cast<float>(patch[0]) / 255, static_cast<float>(patch[1]) / 255, static_cast<float>(patch[2]) / 255};
+  return {static_cast<float>(patch[0]) / 255, static_cast<float>(patch[1]) / 255,
+          static_cast<float>(patch[2]) / 255};
 }
 
 float light_of(float value) { return std::pow(value, 2.2f); }
@@ -160,7 +165,8 @@ class LumaCurve {
   }
 
   float at(float x) const {
-    const auto after = std::ranges::find_if(points_.begin() + 1, points_.end() - 1, [x](Point p) { return x < p.x; });
+    const auto after = std::ranges::find_if(points_.begin() + 1, points_.end() - 1,
+                                            [x](Point p) { return x < p.x; });
     const Point a = *(after - 1);
     return a.y + (after->y - a.y) * (x - a.x) / (after->x - a.x);
   }
@@ -176,7 +182,8 @@ class LumaCurve {
 struct Luma {
   float y, b, r;
 };
-constexpr float kRedWeight = 0.299f, kBlueWeight = 0.114f, kGreenWeight = 1 - kRedWeight - kBlueWeight;
+constexpr float kRedWeight = 0.299f, kBlueWeight = 0.114f,
+                kGreenWeight = 1 - kRedWeight - kBlueWeight;
 
 Luma to_luma(const Colour& pixel) {
   const float y = kRedWeight * pixel.red + kGreenWeight * pixel.green + kBlueWeight * pixel.blue;
@@ -212,7 +219,8 @@ Picture processed(const Picture& picture, const PictureSettings& settings) {
   const float edge_gain = sharpening > 0 ? 2 * sharpening : sharpening;
   const float contrast = static_cast<float>(settings.contrast) / kNeutral;
   const float brightness = static_cast<float>(settings.brightness - kNeutral) / 255;
-  const float saturation = settings.monochrome ? 0 : static_cast<float>(settings.saturation) / kNeutral;
+  const float saturation =
+      settings.monochrome ? 0 : static_cast<float>(settings.saturation) / kNeutral;
   const double angle = settings.hue * std::numbers::pi / 2 / kNeutral;
   const auto cosine = saturation * static_cast<float>(std::cos(angle));
   const auto sine = saturation * static_cast<float>(std::sin(angle));
@@ -222,9 +230,11 @@ Picture processed(const Picture& picture, const PictureSettings& settings) {
     const Luma& pixel = in[i];
     const int x = static_cast<int>(i) % kWidth;
     const int y = static_cast<int>(i) / kWidth;
-    const float sharp = edge_gain == 0 ? pixel.y : pixel.y + edge_gain * (pixel.y - average_around(in, x, y));
-    out.push_back(to_colour({(sharp - 0.5f) * contrast + 0.5f + brightness, cosine * pixel.b - sine * pixel.r,
-                             sine * pixel.b + cosine * pixel.r}));
+    const float sharp =
+        edge_gain == 0 ? pixel.y : pixel.y + edge_gain * (pixel.y - average_around(in, x, y));
+    out.push_back(
+        to_colour({(sharp - 0.5f) * contrast + 0.5f + brightness, cosine * pixel.b - sine * pixel.r,
+                   sine * pixel.b + cosine * pixel.r}));
   }
   return out;
 }
@@ -245,7 +255,9 @@ std::vector<std::uint8_t> to_bytes(const Picture& picture, bool negative) {
 PictureSettings picture_settings(const Switchboard& board) {
   using registers::address;
   using registers::bits;
-  const auto signed_reg = [&](Address at) { return static_cast<int>(static_cast<std::int8_t>(board.reg(at))); };
+  const auto signed_reg = [&](Address at) {
+    return static_cast<int>(static_cast<std::int8_t>(board.reg(at)));
+  };
   const auto level = [&](Address at) { return board.reg(at) == 0 ? kNeutral : board.reg(at); };
   const auto factor = [&](Address gain, std::uint32_t measured) {
     return board.word(gain) == 0 ? 1.0 : static_cast<double>(measured) / board.word(gain);
@@ -281,14 +293,16 @@ PictureSettings picture_settings(const Switchboard& board) {
 }
 
 void write_picture(const PictureSettings& settings, const std::string& path) {
-  const Picture picture = processed(settings.colorbar ? colour_bars() : exposed_chart(settings), settings);
+  const Picture picture =
+      processed(settings.colorbar ? colour_bars() : exposed_chart(settings), settings);
   const std::vector<std::uint8_t> bytes = to_bytes(picture, settings.negative);
 
   // Encoded in memory, since the library does not tell when a file cannot be written to its end.
   constexpr int kChannels = 3;
   int size = 0;
   const std::unique_ptr<unsigned char, decltype(&std::free)> png(
-      stbi_write_png_to_mem(bytes.data(), kWidth * kChannels, kWidth, kHeight, kChannels, &size), &std::free);
+      stbi_write_png_to_mem(bytes.data(), kWidth * kChannels, kWidth, kHeight, kChannels, &size),
+      &std::free);
   if (png == nullptr) throw std::bad_alloc();
   replace_file(path, [&](const std::string& temporary) {
     std::ofstream file(temporary, std::ios::binary);

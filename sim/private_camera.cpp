@@ -32,7 +32,8 @@ std::string namespace_of(const std::string& process, const char* kind) {
   return fs::read_symlink("/proc/" + process + "/ns/" + kind, error).string();
 }
 
-// Whether the process has come from the caller's namespaces into its own: such a camera keeps the ones it left open.
+// Whether the process has come from the caller's namespaces into its own: such a
+// camera keeps the ones it left open.
 bool is_camera_from_here(const fs::path& process, const std::string& here) {
   std::ifstream file(process / "comm");
   std::string name;
@@ -62,9 +63,11 @@ void join_private_camera(pid_t camera) {
   const std::string tried = "joining process " + process;
   const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, camera, 0));
   if (descriptor < 0) fail_in_namespaces("process " + process);
-  if (setns(descriptor, CLONE_NEWNS | CLONE_NEWIPC | (same_user ? 0 : CLONE_NEWUSER)) != 0) fail_in_namespaces(tried);
+  if (setns(descriptor, CLONE_NEWNS | CLONE_NEWIPC | (same_user ? 0 : CLONE_NEWUSER)) != 0)
+    fail_in_namespaces(tried);
   close(descriptor);
-  // That leads to the root of the whole mount namespace, which is not the process's own where it runs under chroot.
+  // That leads to the root of the whole mount namespace, which is not the
+  // process's own where it runs under chroot.
   if (chroot(("/proc/" + process + "/root").c_str()) != 0) fail_in_namespaces(tried);
   fs::current_path(here);
   if (!fs::exists(workstation::stored_record_path())) setenv("IPCAM_CONFIG_DIR", kSampleFolder, 1);
@@ -75,13 +78,14 @@ std::optional<pid_t> find_private_camera() {
   std::optional<pid_t> found;
   for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
     const std::string process = entry.path().filename();
-    if (process.find_first_not_of("0123456789") != process.npos || namespace_of(process, "ipc") == here ||
-        !is_camera_from_here(entry.path(), here)) {
+    if (process.find_first_not_of("0123456789") != process.npos ||
+        namespace_of(process, "ipc") == here || !is_camera_from_here(entry.path(), here)) {
       continue;
     }
     if (found) {
-      throw std::runtime_error("namespaces: several simulators (processes " + std::to_string(*found) + " and " +
-                               process + "): choose one with --camera");
+      throw std::runtime_error("namespaces: several simulators (processes " +
+                               std::to_string(*found) + " and " + process +
+                               "): choose one with --camera");
     }
     found = static_cast<pid_t>(std::stol(process));
   }

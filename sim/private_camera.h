@@ -12,10 +12,12 @@ namespace ipcam::sim {
 // Goes into namespaces of the process's own, with sample settings.
 void enter_private_world();
 
-// Goes into the namespaces of another process of this user. A caller who has no stored settings there gets the sample.
+// Goes into the namespaces of another process of this user. A caller who has no
+// stored settings there gets the sample.
 void join_private_camera(pid_t camera);
 
-// The camera that has left the caller's namespaces for its own; empty when there is none. Several throw as well.
+// The camera that has left the caller's namespaces for its own; empty when
+// there is none. Several throw as well.
 std::optional<pid_t> find_private_camera();
 
 }  // namespace ipcam::sim

@@ -17,7 +17,8 @@ void load_registers(Switchboard& board, const std::string& path) {
     std::erase_if(line, [](unsigned char c) { return std::isspace(c) != 0; });
     registers.push_back(parse_register_value(where, line));
   });
-  for (const RegisterValues& row : registers) board.set_reg(row.address.category, row.address.byte, row.values[0]);
+  for (const RegisterValues& row : registers)
+    board.set_reg(row.address.category, row.address.byte, row.values[0]);
 }
 
 void save_registers(const Switchboard& board, const std::string& path) {
@@ -28,11 +29,13 @@ void save_registers(const Switchboard& board, const std::string& path) {
       for (std::uint32_t byte = 0; byte < std::size(board.registers[0]); ++byte) {
         const std::uint8_t value = board.reg(category, byte);
         if (value == 0 && fresh->reg(category, byte) == 0) continue;
-        const registers::Address address{static_cast<std::uint8_t>(category), static_cast<std::uint16_t>(byte)};
+        const registers::Address address{static_cast<std::uint8_t>(category),
+                                         static_cast<std::uint16_t>(byte)};
         const std::string name = registers::register_name(address);
         char text[8];
         std::snprintf(text, sizeof(text), "=0x%02x", value);
-        file << registers::address_text(address) << text << (name.empty() ? "" : "  # ") << name << '\n';
+        file << registers::address_text(address) << text << (name.empty() ? "" : "  # ") << name
+             << '\n';
       }
     }
     file.close();

@@ -25,8 +25,8 @@ using Clock = std::chrono::steady_clock;
 // Long enough for the writes of one setting to be over, short enough to seem immediate.
 constexpr std::chrono::milliseconds kPictureDelay{200};
 
-// Between two looks at the standard input, whose steps are written by hand or by a script; and, without it, whether a
-// requester was killed, which would leave the record busy for everyone.
+// Between two looks at the standard input, whose steps are written by hand or by a script; and,
+// without it, whether a requester was killed, which would leave the record busy for everyone.
 constexpr int kInputLook_ms = 20;
 constexpr int kRecordLook_ms = 200;
 
@@ -57,9 +57,10 @@ class Run {
   std::size_t next_step_ = 0;
   Clock::time_point quiet_since_;
   bool input_is_open_;
-  std::string input_;                              // what has been read of the next line
-  std::optional<PictureSettings> shown_;           // as the registers were at the last look
-  std::optional<Clock::time_point> picture_time_;  // when they are to be drawn, if they have not been
+  std::string input_;                     // what has been read of the next line
+  std::optional<PictureSettings> shown_;  // as the registers were at the last look
+  std::optional<Clock::time_point>
+      picture_time_;  // when they are to be drawn, if they have not been
 };
 
 Run::Run(const RunOptions& options) : options_(options), input_is_open_(options.steps_from_input) {
@@ -71,7 +72,8 @@ Run::Run(const RunOptions& options) : options_(options), input_is_open_(options.
   for (const std::string& text : options.faults) {
     const FaultText fault = parse_fault("--fault", text);
     if (board_->arm(fault.fault, fault.plan)) continue;
-    throw UsageError("--fault: too many faults (at most " + std::to_string(Switchboard::kFaultSlots) + ")");
+    throw UsageError("--fault: too many faults (at most " +
+                     std::to_string(Switchboard::kFaultSlots) + ")");
   }
   if (!options.scenario.empty()) steps_ = load_scenario(options.scenario);
   // Better now than at the end of a long session.
@@ -83,7 +85,8 @@ void Run::begin_to_serve() {
   if (options_.keep) application_->leave_objects();
   if (options_.trace || options_.json) {
     application_->on_exchange([this](const Exchange& exchange) {
-      std::puts((options_.json ? trace_json(exchange, board_->trace_end - 1) : trace_line(exchange)).c_str());
+      std::puts((options_.json ? trace_json(exchange, board_->trace_end - 1) : trace_line(exchange))
+                    .c_str());
       std::fflush(stdout);
     });
   }
@@ -92,13 +95,15 @@ void Run::begin_to_serve() {
 }
 
 std::optional<Clock::time_point> Run::step_time() const {
-  if (next_step_ == steps_.size() || board_->trace_end < steps_[next_step_].exchanges) return std::nullopt;
+  if (next_step_ == steps_.size() || board_->trace_end < steps_[next_step_].exchanges)
+    return std::nullopt;
   return quiet_since_ + std::chrono::milliseconds(steps_[next_step_].pause_ms);
 }
 
 void Run::play(const ScenarioStep& step) {
   using Action = ScenarioStep::Action;
-  std::fprintf(stderr, "camsim: after %u exchanges: %s\n", board_->trace_end.load(), step.text.c_str());
+  std::fprintf(stderr, "camsim: after %u exchanges: %s\n", board_->trace_end.load(),
+               step.text.c_str());
   for (const RegisterValues& row : step.registers) {
     if (step.action == Action::set) {
       board_->set_reg(row.address.category, row.address.byte, row.values[0]);
@@ -156,8 +161,8 @@ void Run::draw_picture() {
 }
 
 int Run::limit_ms() const {
-  const Clock::time_point next =
-      std::min(step_time().value_or(Clock::time_point::max()), picture_time_.value_or(Clock::time_point::max()));
+  const Clock::time_point next = std::min(step_time().value_or(Clock::time_point::max()),
+                                          picture_time_.value_or(Clock::time_point::max()));
   const int look_ms = input_is_open_ ? kInputLook_ms : kRecordLook_ms;
   if (next == Clock::time_point::max()) return look_ms;
   const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());

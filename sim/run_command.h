@@ -13,8 +13,8 @@ struct RunOptions {
   std::vector<std::string> settings, faults;
 };
 
-// Serves requests until SIGINT or SIGTERM. Throws UsageError before anything has been made or written, and
-// std::runtime_error when the system refuses something.
+// Serves requests until SIGINT or SIGTERM. Throws UsageError before anything has been made or
+// written, and std::runtime_error when the system refuses something.
 void run(const RunOptions& options);
 
 }  // namespace ipcam::sim

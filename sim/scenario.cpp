@@ -11,12 +11,14 @@ constexpr std::uint32_t kMaxExchanges = 1000000;
 constexpr std::uint32_t kMaxPause_ms = 600000;
 constexpr char kForm[] = "at EXCHANGES[+PAUSE_MS] set|script|fault|restart ...";
 
-constexpr std::string_view kActions[] = {"set", "script", "fault", "restart"};  // as ScenarioStep::Action
+constexpr std::string_view kActions[] = {"set", "script", "fault",
+                                         "restart"};  // as ScenarioStep::Action
 
 void add_argument(ScenarioStep& step, const std::string& word) {
   using Action = ScenarioStep::Action;
   if (step.action == Action::set) step.registers.push_back(parse_register_value(step.where, word));
-  if (step.action == Action::script) step.registers.push_back(parse_register_values(step.where, word));
+  if (step.action == Action::script)
+    step.registers.push_back(parse_register_values(step.where, word));
   if (step.action == Action::fault) step.faults.push_back(parse_fault(step.where, word));
   if (step.action == Action::restart) step.down_ms = parse_number(step.where, word, kMaxPause_ms);
 }
@@ -29,8 +31,9 @@ ScenarioStep parse_step(const std::string& where, const std::string& line) {
   if (at != "at" || action == std::end(kActions))
     throw UsageError(where + ": not a step (" + line + ", " + kForm + ")");
 
-  ScenarioStep step{
-      .where = where, .text = name, .action = static_cast<ScenarioStep::Action>(action - std::begin(kActions))};
+  ScenarioStep step{.where = where,
+                    .text = name,
+                    .action = static_cast<ScenarioStep::Action>(action - std::begin(kActions))};
   const std::size_t plus = time.find('+');
   step.exchanges = parse_number(where, std::string_view(time).substr(0, plus), kMaxExchanges);
   if (plus != std::string::npos)
@@ -43,7 +46,8 @@ ScenarioStep parse_step(const std::string& where, const std::string& line) {
   }
   const bool is_restart = step.action == ScenarioStep::Action::restart;
   if (is_restart ? arguments > 1 : arguments == 0) {
-    throw UsageError(where + ": " + (is_restart ? "too many arguments" : "no argument") + " (" + step.text + ")");
+    throw UsageError(where + ": " + (is_restart ? "too many arguments" : "no argument") + " (" +
+                     step.text + ")");
   }
   return step;
 }
@@ -60,8 +64,9 @@ std::vector<ScenarioStep> load_scenario(const std::string& path) {
     steps.push_back(parse_step(where, line));
     const std::uint32_t before = steps.size() > 1 ? steps[steps.size() - 2].exchanges : 0;
     if (steps.back().exchanges >= before) return;
-    throw UsageError(where + ": before the step above it (" + std::to_string(steps.back().exchanges) + ", from " +
-                     std::to_string(before) + ")");
+    throw UsageError(where + ": before the step above it (" +
+                     std::to_string(steps.back().exchanges) + ", from " + std::to_string(before) +
+                     ")");
   });
   if (steps.empty()) throw UsageError(path + ": holds no step");
   return steps;

@@ -14,8 +14,9 @@ struct ScenarioStep {
 
   std::string where;  // "FILE line 7"
   std::string text;   // "set shutter_value=5"
-  // Due when so many exchanges have been seen and, after that, no request has come for so long. A step due without a
-  // pause takes place before the next request is looked at, however soon that comes.
+  // Due when so many exchanges have been seen and, after that, no request has come
+  // for so long. A step due without a pause takes place before the next request is
+  // looked at, however soon that comes.
   std::uint32_t exchanges = 0;
   std::uint32_t pause_ms = 0;
   Action action = Action::set;
@@ -24,11 +25,12 @@ struct ScenarioStep {
   std::uint32_t down_ms = 0;                   // restart: so long nobody serves
 };
 
-// One step a line, in the order in which they take place; blank lines and what follows a '#' are skipped:
+// One step a line, in the order in which they take place; blank lines
+// and what follows a '#' are skipped:
 //
 //   at EXCHANGES[+PAUSE_MS] set REGISTER=VALUE...
-//   at EXCHANGES[+PAUSE_MS] script REGISTER=VALUE[,VALUE]...    successive reads; the last value stays
-//   at EXCHANGES[+PAUSE_MS] fault NAME[:EXCHANGE[:COUNT[:ENTRY]]]...
+//   at EXCHANGES[+PAUSE_MS] script REGISTER=VALUE[,VALUE]...    successive reads; the last value
+//   stays at EXCHANGES[+PAUSE_MS] fault NAME[:EXCHANGE[:COUNT[:ENTRY]]]...
 //   at EXCHANGES[+PAUSE_MS] restart [DOWN_MS]
 //
 // Throws UsageError; the whole file is judged before anything takes place.

@@ -40,7 +40,8 @@ pid_t wait_for_child(pid_t pid, int* status, int options) {
 
 bool has_ended(pid_t child) {
   siginfo_t info{};
-  return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == child;
+  return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         info.si_pid == child;
 }
 
 [[noreturn]] void run_child(Switchboard& board, pid_t parent) {
@@ -85,8 +86,10 @@ void SimulatedCamera::start() {
     throw std::runtime_error("comm application did not start");
   }
   detach();
-  void* address = shmat(shmget(ftok(kKeyFile, kKeyProject), sizeof(Record), 0), nullptr, SHM_RDONLY);
-  if (address == reinterpret_cast<void*>(-1)) throw std::runtime_error("record: cannot be attached");
+  void* address =
+      shmat(shmget(ftok(kKeyFile, kKeyProject), sizeof(Record), 0), nullptr, SHM_RDONLY);
+  if (address == reinterpret_cast<void*>(-1))
+    throw std::runtime_error("record: cannot be attached");
   record_ = static_cast<const Record*>(address);
 }
 
@@ -136,8 +139,10 @@ void SimulatedCamera::settle() const {
   wait_until([&] { return board_->running == 0 || board_->posted_seen == board_->posted; });
 }
 
-void SimulatedCamera::script(std::uint32_t category, std::uint32_t byte, const std::vector<std::uint8_t>& values) {
-  if (!board_->script(category, byte, values)) throw std::runtime_error("script: too long, or too many of them");
+void SimulatedCamera::script(std::uint32_t category, std::uint32_t byte,
+                             const std::vector<std::uint8_t>& values) {
+  if (!board_->script(category, byte, values))
+    throw std::runtime_error("script: too long, or too many of them");
 }
 
 void SimulatedCamera::fault(Fault fault, const FaultPlan& plan) {

@@ -11,10 +11,10 @@
 
 namespace ipcam::sim {
 
-// Registers, scripts, faults and traffic outlive the child: they belong to this object. One thread at a time;
-// start() and stop() on the thread that lives longest, since the child dies with the thread that started it.
-// Failures of the operating system throw std::runtime_error. No function here ever waits with usleep or the like,
-// so a process that fakes its clock can still use it.
+// Registers, scripts, faults and traffic outlive the child: they belong to this object. One thread
+// at a time; start() and stop() on the thread that lives longest, since the child dies with the
+// thread that started it. Failures of the operating system throw std::runtime_error. No function
+// here ever waits with usleep or the like, so a process that fakes its clock can still use it.
 class SimulatedCamera {
  public:
   SimulatedCamera() = default;
@@ -33,11 +33,13 @@ class SimulatedCamera {
   }
   // Whether the child has been started and not been stopped, though it may have died.
   bool is_started() const { return pid_ != 0; }
-  // Waits until the child has done all that follows from the requests posted so far, late doorbells included, or
-  // is dead.
+  // Waits until the child has done all that follows from the requests posted so far,
+  // late doorbells included, or is dead.
   void settle() const;
 
-  std::uint8_t reg(std::uint32_t category, std::uint32_t byte) const { return board_->reg(category, byte); }
+  std::uint8_t reg(std::uint32_t category, std::uint32_t byte) const {
+    return board_->reg(category, byte);
+  }
   void set_reg(std::uint32_t category, std::uint32_t byte, std::uint32_t value) {
     board_->set_reg(category, byte, value);
   }
@@ -47,8 +49,8 @@ class SimulatedCamera {
   void fault(Fault fault, const FaultPlan& plan = {});
   void clear_faults() { board_->clear_faults(); }
 
-  // Exchanges since the start or the last clear_traffic(), one line each, as command_text() writes them.
-  // "dropped N" comes first when older ones have been lost.
+  // Exchanges since the start or the last clear_traffic(), one line each, as command_text() writes
+  // them. "dropped N" comes first when older ones have been lost.
   std::vector<std::string> traffic() const { return traffic_before(board_->trace_end); }
   void clear_traffic() { board_->trace_begin = board_->trace_end.load(); }
   std::vector<std::string> take_traffic();  // traffic(), then clear_traffic()

@@ -17,7 +17,8 @@ std::uint8_t Switchboard::reg(std::uint32_t category, std::uint32_t byte) const 
 }
 
 void Switchboard::set_reg(std::uint32_t category, std::uint32_t byte, std::uint32_t value) {
-  __atomic_store_n(&registers[category & 0xff][byte & 0xffff], static_cast<std::uint8_t>(value), __ATOMIC_SEQ_CST);
+  __atomic_store_n(&registers[category & 0xff][byte & 0xffff], static_cast<std::uint8_t>(value),
+                   __ATOMIC_SEQ_CST);
 }
 
 std::uint16_t Switchboard::word(Address low) const {
@@ -29,7 +30,8 @@ void Switchboard::set_word(Address low, std::uint32_t value) {
   set_reg(low.category, low.byte + 1u, value >> 8);
 }
 
-bool Switchboard::script(std::uint32_t category, std::uint32_t byte, std::span<const std::uint8_t> values) {
+bool Switchboard::script(std::uint32_t category, std::uint32_t byte,
+                         std::span<const std::uint8_t> values) {
   const std::uint32_t address = (category & 0xff) << 16 | (byte & 0xffff);
   for (Script& slot : scripts) {
     if (slot.length != 0 && slot.address == address) slot.length = 0;
@@ -42,7 +44,8 @@ bool Switchboard::script(std::uint32_t category, std::uint32_t byte, std::span<c
     slot.address = address;
     slot.position = 0;
     std::ranges::copy(values, slot.values);
-    slot.length = static_cast<std::uint32_t>(values.size());  // last: the length is what makes the slot valid
+    slot.length =
+        static_cast<std::uint32_t>(values.size());  // last: the length is what makes the slot valid
     return true;
   }
   return false;
@@ -76,7 +79,8 @@ Fault Switchboard::planned(std::uint32_t exchange, FaultPlan& plan) const {
   for (const FaultSlot& slot : faults) {
     const auto fault = static_cast<Fault>(slot.fault.load());
     if (fault == Fault::none || exchange - slot.first >= slot.count) continue;
-    plan = {.exchange = exchange, .count = slot.count, .entry = slot.entry, .delay_ms = slot.delay_ms};
+    plan = {
+        .exchange = exchange, .count = slot.count, .entry = slot.entry, .delay_ms = slot.delay_ms};
     return fault;
   }
   return Fault::none;
@@ -84,9 +88,10 @@ Fault Switchboard::planned(std::uint32_t exchange, FaultPlan& plan) const {
 
 SharedSwitchboard::SharedSwitchboard() {
   // The register file is sparse: a page takes memory when one of its registers is first used.
-  void* memory =
-      mmap(nullptr, sizeof(Switchboard), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "register file");
+  void* memory = mmap(nullptr, sizeof(Switchboard), PROT_READ | PROT_WRITE,
+                      MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (memory == MAP_FAILED)
+    throw std::system_error(errno, std::generic_category(), "register file");
   board_ = new (memory) Switchboard;
 
   board_->set_reg(registers::address("readout_status"), registers::kReadoutAllPixels);

@@ -37,7 +37,9 @@ std::string names_of(std::span<const Address> addresses) {
     const bool whole = group != nullptr && begins_with(addresses, *group);
     any = any || group != nullptr;
     names += names.empty() ? "" : " ";
-    names += whole ? std::string(group->name) : group != nullptr ? registers::register_name(addresses[0]) : "-";
+    names += whole              ? std::string(group->name)
+             : group != nullptr ? registers::register_name(addresses[0])
+                                : "-";
     addresses = addresses.subspan(whole ? group->count : 1);
   }
   return any ? names : "";
@@ -53,7 +55,8 @@ std::string trace_line(const Exchange& exchange) {
       addresses.push_back(address_of({entry.category, entry.byte}, i));
   }
   const std::string names = command.access == Access::other ? "" : names_of(addresses);
-  return command_text(exchange) + " -> " + reply_text(exchange) + (names.empty() ? "" : "  # ") + names;
+  return command_text(exchange) + " -> " + reply_text(exchange) + (names.empty() ? "" : "  # ") +
+         names;
 }
 
 std::string trace_json(const Exchange& exchange, std::uint32_t number) {
@@ -63,7 +66,8 @@ std::string trace_json(const Exchange& exchange, std::uint32_t number) {
   Json registers = Json::array();
   for (std::size_t i = 0; i < command.entries.size() && command.access != Access::other; ++i) {
     const CommandEntry& entry = command.entries[i];
-    const Json read = i < reply.size() && reply[i].value.has_value() ? Json(*reply[i].value) : Json();
+    const Json read =
+        i < reply.size() && reply[i].value.has_value() ? Json(*reply[i].value) : Json();
     for (std::size_t n = 0; n < entry.values.size(); ++n) {
       const Address address = address_of({entry.category, entry.byte}, n);
       const Json value = entry.type == kWriteEntry ? Json(entry.values[n]) : read;
@@ -79,12 +83,13 @@ std::string trace_json(const Exchange& exchange, std::uint32_t number) {
     status.push_back(entry.status);
     if (entry.value) values.push_back(*entry.value);
   }
-  const Json line = {{"exchange", number},
-                     {"access", kAccessNames[static_cast<std::size_t>(command.access)]},
-                     {"command", command_text({exchange.command, {}, Fault::none})},
-                     {"entries", registers},
-                     {"reply", {{"bytes", reply_text(exchange)}, {"status", status}, {"values", values}}},
-                     {"fault", fault_name(exchange.fault)}};
+  const Json line = {
+      {"exchange", number},
+      {"access", kAccessNames[static_cast<std::size_t>(command.access)]},
+      {"command", command_text({exchange.command, {}, Fault::none})},
+      {"entries", registers},
+      {"reply", {{"bytes", reply_text(exchange)}, {"status", status}, {"values", values}}},
+      {"fault", fault_name(exchange.fault)}};
   return line.dump();
 }
 

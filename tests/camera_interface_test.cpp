@@ -1,4 +1,5 @@
-// The camera interface as its callers see it: slots, requests, answers, stubs, and the life of the control thread.
+// The camera interface as its callers see it: slots, requests, answers, stubs,
+// and the life of the control thread.
 #include "ipcam/camera/camera_interface.h"
 
 #include <bit>
@@ -65,31 +66,36 @@ struct Operation {
 
 template <class... Args>
 Operation op(int (Camera::*operation)(Args...), int kind) {
-  // A pointer to a virtual function holds its offset in the table of virtual functions; the lowest bit is a mark.
+  // A pointer to a virtual function holds its offset in the table of virtual
+  // functions; the lowest bit is a mark.
   const std::size_t slot = std::bit_cast<std::array<std::size_t, 2>>(operation)[0] / sizeof(void*);
-  return {slot, kind, [operation](Camera& camera) { return (camera.*operation)(argument<Args>()...); }};
+  return {slot, kind,
+          [operation](Camera& camera) { return (camera.*operation)(argument<Args>()...); }};
 }
 
 #define OP(name, kind) op(&Camera::name, kind)
 // clang-format off
 std::vector<Operation> all_operations() {
   return {
-      OP(Color, 31), OP(WBMode, 33), OP(OnePushTrg, 64), OP(ExpMode, 62), OP(BLComp, 37), OP(Shutter, 38),
-      OP(ExpCompMode, kStub), OP(ExpComp, 34), OP(SetICR, 50), OP(GetICR, 51), OP(Sharpness, 40),
-      OP(Stabilizer, kStub), OP(AELevel, kStub), OP(DualWBRGain, kStub), OP(DualWBBGain, kStub),
-      OP(SetCurrentCodecPlaneSizeInfo, kAbsent), OP(Move, kStub), OP(AreaZoom, kAbsent), OP(Relative, kAbsent),
-      OP(RelativePanTilt, kStub), OP(AbsolutePanTilt, kStub), OP(AbsoluteZoom, kStub), OP(RelativeZoom, kStub),
+      OP(Color, 31), OP(WBMode, 33), OP(OnePushTrg, 64), OP(ExpMode, 62), OP(BLComp, 37),
+      OP(Shutter, 38), OP(ExpCompMode, kStub), OP(ExpComp, 34), OP(SetICR, 50), OP(GetICR, 51),
+      OP(Sharpness, 40), OP(Stabilizer, kStub), OP(AELevel, kStub), OP(DualWBRGain, kStub),
+      OP(DualWBBGain, kStub), OP(SetCurrentCodecPlaneSizeInfo, kAbsent), OP(Move, kStub),
+      OP(AreaZoom, kAbsent), OP(Relative, kAbsent), OP(RelativePanTilt, kStub),
+      OP(AbsolutePanTilt, kStub), OP(AbsoluteZoom, kStub), OP(RelativeZoom, kStub),
       OP(AbsoluteFocus, kStub), OP(LimitPanTilt, kStub), OP(Cancel, kStub), OP(AbsolutePTZF, kStub),
-      OP(PresetCall, kStub), OP(PresetSet, kStub), OP(PresetClear, kStub), OP(HomePos, kStub), OP(RGain, 41),
-      OP(BGain, 42), OP(AutoSlowShutter, 66), OP(Iris, kStub), OP(ImageMute, kStub), OP(ZoomMode, kStub),
-      OP(FocusMode, kStub), OP(GetPTZM, kStub), OP(InqPTZF, kStub), OP(korra_command, kStub), OP(korra_inquiry, kStub),
-      OP(CamDirect_send_korra, kStub), OP(CamDirect_receive_korra, kStub), OP(Agc, 36), OP(LensAdjust, kStub),
-      OP(Saturation, 39), OP(sif_inquiry, kRaw), OP(onoffStabilizerFlag, kStub), OP(Flickerless, 65), OP(Colorbar, 61),
-      OP(Contrast, 67), OP(HoldAutoIrisOpenButton, 78), OP(HoldAutoIrisOpen, 68), OP(HoldAutoIrisOpenInq, 79),
-      OP(AutoShutter, 69), OP(AutoSlowShutterMinSpeed, 70), OP(Gain, 35), OP(AGCMaxGain, 71), OP(Gamma, 72),
-      OP(BinningMode, 73), OP(Binning, 74), OP(ForceBinning, 75), OP(BinningFunc, 77), OP(DnMode, 80), OP(DnHys, 81),
-      OP(DnTime, 53), OP(BnTime, 82), OP(DnLevel, 52), OP(BnLevel, 83), OP(AutoMode, 84), OP(loadEptzConfig, kAbsent),
-      OP(AbsoluteArea, kAbsent), OP(updateTime, kAbsent)};
+      OP(PresetCall, kStub), OP(PresetSet, kStub), OP(PresetClear, kStub), OP(HomePos, kStub),
+      OP(RGain, 41), OP(BGain, 42), OP(AutoSlowShutter, 66), OP(Iris, kStub), OP(ImageMute, kStub),
+      OP(ZoomMode, kStub), OP(FocusMode, kStub), OP(GetPTZM, kStub), OP(InqPTZF, kStub),
+      OP(korra_command, kStub), OP(korra_inquiry, kStub), OP(CamDirect_send_korra, kStub),
+      OP(CamDirect_receive_korra, kStub), OP(Agc, 36), OP(LensAdjust, kStub), OP(Saturation, 39),
+      OP(sif_inquiry, kRaw), OP(onoffStabilizerFlag, kStub), OP(Flickerless, 65), OP(Colorbar, 61),
+      OP(Contrast, 67), OP(HoldAutoIrisOpenButton, 78), OP(HoldAutoIrisOpen, 68),
+      OP(HoldAutoIrisOpenInq, 79), OP(AutoShutter, 69), OP(AutoSlowShutterMinSpeed, 70),
+      OP(Gain, 35), OP(AGCMaxGain, 71), OP(Gamma, 72), OP(BinningMode, 73), OP(Binning, 74),
+      OP(ForceBinning, 75), OP(BinningFunc, 77), OP(DnMode, 80), OP(DnHys, 81), OP(DnTime, 53),
+      OP(BnTime, 82), OP(DnLevel, 52), OP(BnLevel, 83), OP(AutoMode, 84),
+      OP(loadEptzConfig, kAbsent), OP(AbsoluteArea, kAbsent), OP(updateTime, kAbsent)};
 }
 // clang-format on
 #undef OP
@@ -119,8 +125,8 @@ TEST_F(CameraInterfaceTest, EachOperationSendsItsOwnRequestOrNothing) {
   for (const Operation& operation : all_operations()) {
     SCOPED_TRACE("slot " + std::to_string(operation.slot));
     EXPECT_EQ(operation.kind == kAbsent ? -1 : 0, operation.call(*camera_if_));
-    const bool has_value =
-        operation.kind != kRaw && operation.kind != 51 && operation.kind != 78 && operation.kind != 79;
+    const bool has_value = operation.kind != kRaw && operation.kind != 51 && operation.kind != 78 &&
+                           operation.kind != 79;
     std::vector<std::pair<int, int>> expected;
     if (operation.kind > kStub) expected.emplace_back(operation.kind, has_value ? kArgument : 0);
     EXPECT_EQ(expected, std::exchange(g_sent, {}));
@@ -142,13 +148,14 @@ TEST_F(CameraInterfaceTest, NothingIsServedWithoutAControlThread) {
 TEST_F(CameraInterfaceTest, BaseClassAnswersForWhatACameraLeavesOut) {
   CameraController c;
   int held = -5;
-  const int sum = c.Camera::Flickerless(0) + c.Camera::Colorbar(0) + c.Camera::Contrast(0) + c.Camera::Gamma(0) +
-                  c.Camera::HoldAutoIrisOpenButton() + c.Camera::HoldAutoIrisOpen(0) + c.Camera::AutoShutter(0) +
-                  c.Camera::HoldAutoIrisOpenInq(&held) + c.Camera::AutoSlowShutterMinSpeed(0) + c.Camera::Gain(0) +
-                  c.Camera::AGCMaxGain(0) + c.Camera::BinningMode(0) + c.Camera::Binning(0) +
-                  c.Camera::ForceBinning(0) + c.Camera::BinningFunc(0) + c.Camera::DnMode(0) + c.Camera::DnHys(0) +
-                  c.Camera::DnTime(0) + c.Camera::BnTime(0) + c.Camera::DnLevel(0) + c.Camera::BnLevel(0) +
-                  c.Camera::AutoMode(0);
+  const int sum =
+      c.Camera::Flickerless(0) + c.Camera::Colorbar(0) + c.Camera::Contrast(0) +
+      c.Camera::Gamma(0) + c.Camera::HoldAutoIrisOpenButton() + c.Camera::HoldAutoIrisOpen(0) +
+      c.Camera::AutoShutter(0) + c.Camera::HoldAutoIrisOpenInq(&held) +
+      c.Camera::AutoSlowShutterMinSpeed(0) + c.Camera::Gain(0) + c.Camera::AGCMaxGain(0) +
+      c.Camera::BinningMode(0) + c.Camera::Binning(0) + c.Camera::ForceBinning(0) +
+      c.Camera::BinningFunc(0) + c.Camera::DnMode(0) + c.Camera::DnHys(0) + c.Camera::DnTime(0) +
+      c.Camera::BnTime(0) + c.Camera::DnLevel(0) + c.Camera::BnLevel(0) + c.Camera::AutoMode(0);
   EXPECT_EQ(22 * -1, sum);
   EXPECT_EQ(-5, held);
 }

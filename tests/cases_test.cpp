@@ -26,14 +26,16 @@ using Words = std::vector<std::string>;
 
 #define SETTER(name) \
   { #name, reading(&DspCommand::do_##name) }
+// clang-format off
 const std::map<std::string, std::function<int(DspCommand&, std::istream&)>> kSetters = {
-    SETTER(saturation), SETTER(contrast),     SETTER(sharpness),    SETTER(brightness),     SETTER(hue),
-    SETTER(colorbar),   SETTER(effect),       SETTER(gamma),        SETTER(ygamma),         SETTER(cgamma),
-    SETTER(rgain),      SETTER(bgain),        SETTER(whitebalance), SETTER(rbgain_preset1), SETTER(blcomp),
-    SETTER(expcomp),    SETTER(aereference),  SETTER(expmode),      SETTER(shutter_gain),   SETTER(max_frm_exp),
-    SETTER(shutter),    SETTER(gain),         SETTER(flickerless),  SETTER(autoexposure),   SETTER(autoslowshutter),
-    SETTER(agc),        SETTER(agc_max_gain), SETTER(miris_mode),   SETTER(iris_modifier),  SETTER(binning),
-    SETTER(sensormode), SETTER(dnmode),       SETTER(dnlevel)};
+    SETTER(saturation), SETTER(contrast), SETTER(sharpness), SETTER(brightness), SETTER(hue),
+    SETTER(colorbar), SETTER(effect), SETTER(gamma), SETTER(ygamma), SETTER(cgamma), SETTER(rgain),
+    SETTER(bgain), SETTER(whitebalance), SETTER(rbgain_preset1), SETTER(blcomp), SETTER(expcomp),
+    SETTER(aereference), SETTER(expmode), SETTER(shutter_gain), SETTER(max_frm_exp),
+    SETTER(shutter), SETTER(gain), SETTER(flickerless), SETTER(autoexposure),
+    SETTER(autoslowshutter), SETTER(agc), SETTER(agc_max_gain), SETTER(miris_mode),
+    SETTER(iris_modifier), SETTER(binning), SETTER(sensormode), SETTER(dnmode), SETTER(dnlevel)};
+// clang-format on
 #undef SETTER
 
 std::string in_hex(const std::string& head, const std::string& bytes) {
@@ -65,7 +67,8 @@ std::map<std::string, Table> exported_tables() {
   std::ifstream file(TEST_SOURCE_DIR "/tests/data/tables.txt");
   std::size_t rows = 0, row_size = 0;
   for (std::string name, checksum; file >> name >> rows >> row_size >> checksum;) {
-    tables[name] = {{static_cast<char*>(dlsym(RTLD_DEFAULT, name.c_str())), rows * row_size}, row_size};
+    tables[name] = {{static_cast<char*>(dlsym(RTLD_DEFAULT, name.c_str())), rows * row_size},
+                    row_size};
   }
   return tables;
 }
@@ -93,7 +96,8 @@ class CasesTest : public CameraTest, public ::testing::WithParamInterface<Case> 
   // Tables outlive a test: they go back to what the library was loaded with.
   ~CasesTest() override {
     for (const auto& [name, table] : tables_) {
-      if (loaded_.at(name) != table.text()) std::ranges::copy(loaded_.at(name), table.bytes.begin());
+      if (loaded_.at(name) != table.text())
+        std::ranges::copy(loaded_.at(name), table.bytes.begin());
     }
   }
 
@@ -123,9 +127,14 @@ class CasesTest : public CameraTest, public ::testing::WithParamInterface<Case> 
       {"reads", reading([this](Register one, const Bytes& bytes) {
          return camera.script(one.category, one.byte, {bytes.all.begin(), bytes.all.end()}), 0;
        })},
-      {"file", reading([this](const std::string& path, const Bytes& bytes) { return write_file(path, bytes.all), 0; })},
-      {"remove", reading([](const std::string& path) { return std::filesystem::remove(path) ? 0 : -1; })},
-      {"fault", reading([this](const std::string& name, const Words& words) { return plan_fault(name, words); })},
+      {"file", reading([this](const std::string& path, const Bytes& bytes) {
+         return write_file(path, bytes.all), 0;
+       })},
+      {"remove",
+       reading([](const std::string& path) { return std::filesystem::remove(path) ? 0 : -1; })},
+      {"fault", reading([this](const std::string& name, const Words& words) {
+         return plan_fault(name, words);
+       })},
       {"fail", reading([](const std::string& name, int nth, const std::vector<int>& result) {
          return fail_next(name, EIO, nth, result.empty() ? -1 : result[0]), 0;
        })},
@@ -144,9 +153,12 @@ class CasesTest : public CameraTest, public ::testing::WithParamInterface<Case> 
       {"detach", reading([this] { return dsp_.reset(), 0; })},
       {"set", [this](std::istream& words) { return set(words); }},
       {"text", reading([this](Quoted command) {
-         return with_values([&](char* values) { return dsp().do_debug(command.text->data(), values); });
+         return with_values(
+             [&](char* values) { return dsp().do_debug(command.text->data(), values); });
        })},
-      {"table", reading([this] { return with_table([this](auto* rows) { return dsp().execute_abs_cmd(rows, 2); }); })},
+      {"table", reading([this] {
+         return with_table([this](auto* rows) { return dsp().execute_abs_cmd(rows, 2); });
+       })},
       {"table-as-text", reading([this](int option) {
          return with_values([&](char* values) {
            auto* const bytes = reinterpret_cast<unsigned char*>(values);
@@ -155,7 +167,8 @@ class CasesTest : public CameraTest, public ::testing::WithParamInterface<Case> 
        })},
       {"block", reading([this](int n) {
          std::vector<camera::param_info> rows(200, {.category = 91, .byte = 0x106});
-         for (std::size_t i = 0; i < rows.size(); ++i) rows[i].data = static_cast<std::uint8_t>(i + 1);
+         for (std::size_t i = 0; i < rows.size(); ++i)
+           rows[i].data = static_cast<std::uint8_t>(i + 1);
          return dsp().execute_gamma_cmd(rows.data(), n);
        })},
       {"fetch-unattached", reading([] {
@@ -189,8 +202,9 @@ std::map<std::string, std::string> CasesTest::table_texts() const {
   return texts;
 }
 
-// "w g_ae_slow[12:24]=agc_slow_max_gain_tbl[3]": the registers of a parameter table, or of some of its rows, and the
-// values from one row of a value table after the other; of a block from one column. Anything else is left as it is.
+// "w g_ae_slow[12:24]=agc_slow_max_gain_tbl[3]": the registers of a parameter table, or of some of
+// its rows, and the values from one row of a value table after the other; of a block from one
+// column. Anything else is left as it is.
 std::string CasesTest::with_table_rows(const std::string& line) const {
   if (line.find(" g_") != 1) return line;
   const bool is_block = line[0] == 'b';
@@ -209,17 +223,21 @@ std::string CasesTest::with_table_rows(const std::string& line) const {
   std::string bytes;
   while (words >> name >> index) {
     const Table& values = tables_.at(name);
-    if (!is_block) bytes += values.text().substr(index * values.row_size, (end - begin) / value_rows);
-    for (std::size_t i = index; is_block && i < values.bytes.size(); i += values.row_size) bytes += values.bytes[i];
+    if (!is_block)
+      bytes += values.text().substr(index * values.row_size, (end - begin) / value_rows);
+    for (std::size_t i = index; is_block && i < values.bytes.size(); i += values.row_size)
+      bytes += values.bytes[i];
   }
   text = line.substr(0, 1);
   for (std::size_t i = begin; i < end; ++i) {
     const auto& row = reinterpret_cast<const camera::param_info*>(table.bytes.data())[i];
     char address[32], value[16];
-    std::snprintf(address, sizeof address, " %d/0x%02x", row.category, static_cast<unsigned>(row.byte));
+    std::snprintf(address, sizeof address, " %d/0x%02x", row.category,
+                  static_cast<unsigned>(row.byte));
     if (!is_block || i == begin) text += address;
     if (line[0] == 'r') continue;
-    std::snprintf(value, sizeof value, is_block && i > begin ? " 0x%02x" : "=0x%02x", bytes.at(i - begin) & 0xff);
+    std::snprintf(value, sizeof value, is_block && i > begin ? " 0x%02x" : "=0x%02x",
+                  bytes.at(i - begin) & 0xff);
     text += value;
   }
   return text + line.substr(fault);
@@ -242,10 +260,14 @@ int CasesTest::plan_fault(const std::string& name, const Words& words) {
   if (fault == sim::kFaultNames.end()) return -1;
   sim::FaultPlan plan;
   for (std::size_t i = 0; i + 1 < words.size(); i += 2) {
-    auto& field = words[i] == "exchange" ? plan.exchange : words[i] == "count" ? plan.count : plan.entry;
+    auto& field = words[i] == "exchange" ? plan.exchange
+                  : words[i] == "count"  ? plan.count
+                                         : plan.entry;
     field = static_cast<std::uint32_t>(std::stoul(words[i + 1]));
   }
-  return camera.fault(sim::Fault{static_cast<std::uint32_t>(fault - sim::kFaultNames.begin())}, plan), 0;
+  return camera.fault(sim::Fault{static_cast<std::uint32_t>(fault - sim::kFaultNames.begin())},
+                      plan),
+         0;
 }
 
 int CasesTest::raw_command(const std::string& text) {
@@ -278,12 +300,14 @@ int CasesTest::with_values(const std::function<int(char*)>& call) {
   return result;
 }
 
-// A call with the table {12/0x00 mask 0x0f data 0x03, 12/0x03 mask 0xff data 0x77}, and its data afterwards.
+// A call with the table {12/0x00 mask 0x0f data 0x03, 12/0x03 mask 0xff
+// data 0x77}, and its data afterwards.
 int CasesTest::with_table(const std::function<int(camera::param_info*)>& call) {
   camera::param_info table[] = {{.category = 12, .byte = 0, .mask = 0x0f, .data = 0x03},
                                 {.category = 12, .byte = 3, .mask = 0xff, .data = 0x77}};
   const int result = call(table);
-  notes_.push_back(in_hex("data", {static_cast<char>(table[0].data), static_cast<char>(table[1].data)}));
+  notes_.push_back(
+      in_hex("data", {static_cast<char>(table[0].data), static_cast<char>(table[1].data)}));
   return result;
 }
 
@@ -309,11 +333,13 @@ void CasesTest::play(const Step& step) {
   const std::string in_snapshot = changed_fields(snapshot_before, snapshot());
   if (!in_snapshot.empty()) actual.push_back("snapshot" + in_snapshot);
   if (camera.is_started() && !camera.record_is_clean()) actual.emplace_back("exchange left behind");
-  if (result != 0) actual.push_back("-> " + (result == kNotServed ? "not served" : std::to_string(result)));
+  if (result != 0)
+    actual.push_back("-> " + (result == kNotServed ? "not served" : std::to_string(result)));
 
   std::erase_if(actual, [&](const std::string& line) {
     const auto has = [&](const std::string& word) { return line.find(word) != line.npos; };
-    return !step.only.empty() && !Timeline::breaks_rule(line) && std::ranges::none_of(step.only, has);
+    return !step.only.empty() && !Timeline::breaks_rule(line) &&
+           std::ranges::none_of(step.only, has);
   });
   Lines expected;
   for (const std::string& line : step.expected) expected.push_back(with_table_rows(line));

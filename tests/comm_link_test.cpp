@@ -66,15 +66,19 @@ TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
   } cases[] = {
       {[&] { return dsp.check_ipc(&record, 1); }, "dspset: [ERROR] invalid status!\n"},
       {[&] { return dsp.check_ipc(&record, 2); }, "dspset: [ERROR] shared memory status error!\n"},
-      {[&] { return dsp.check_ipc(nullptr, 0); }, "dspset: [ERROR] shared memory is not attached!\n"},
+      {[&] { return dsp.check_ipc(nullptr, 0); },
+       "dspset: [ERROR] shared memory is not attached!\n"},
       {[&] { return dsp.check_ipc(nullptr, 3); }, "dspset: [ERROR] invalid status!\n"},
       {[&] { return dsp.get_key(nullptr); }, "dspset: [ERROR] ftok failed!\n"},
-      {[&] { return dsp.getinfo_ipc(&id, nullptr, 1, &address); }, "dspset: [ERROR] argument error!\n"},
+      {[&] { return dsp.getinfo_ipc(&id, nullptr, 1, &address); },
+       "dspset: [ERROR] argument error!\n"},
       {[&] { return dsp.getinfo_ipc(&id, &id, -1, &address); }, "dspset: [ERROR] shmget failed!\n"},
       {[&] { return dsp.add_cmd_packet(1, {}, nullptr); }, "dspset: [ERROR] argument error!\n"},
-      {[&] { return dsp.add_cmd_packet(1, {}, &negative); }, "dspset: [ERROR] too many commands! cmd:1 bytes:-6\n"},
+      {[&] { return dsp.add_cmd_packet(1, {}, &negative); },
+       "dspset: [ERROR] too many commands! cmd:1 bytes:-6\n"},
       {[&] { return dsp.send_to_comm(&packet); }, "dspset: [ERROR] too many parameter!\n"},
-      {[&] { return packet.length = -1, dsp.send_to_comm(&packet); }, "dspset: [ERROR] too many parameter!\n"},
+      {[&] { return packet.length = -1, dsp.send_to_comm(&packet); },
+       "dspset: [ERROR] too many parameter!\n"},
       {[&] { return dsp.send_to_comm(nullptr); }, "dspset: [ERROR] too many parameter!\n"},
       {[&] {
          camera.fault(sim::Fault::length_too_large);
@@ -93,11 +97,14 @@ TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
   EXPECT_EQ(dsp.check_ipc(&record, 0), 0);
   record.req_pid = 9;
   EXPECT_EQ(dsp.check_ipc(&record, 0), -1);
-  record = {.status = 2, .comm_pid = 9, .req_pid = getpid(), .count = 3, .length = 4, .data = {1, 2}};
+  record = {
+      .status = 2, .comm_pid = 9, .req_pid = getpid(), .count = 3, .length = 4, .data = {1, 2}};
   EXPECT_EQ(dsp.check_ipc(&record, 2), 0);
   dsp.clean_ipc(&record);
   EXPECT_EQ(record.comm_pid, 9);
-  EXPECT_EQ(record.status + record.req_pid + record.count + record.length + record.data[0] + record.data[1], 0);
+  EXPECT_EQ(record.status + record.req_pid + record.count + record.length + record.data[0] +
+                record.data[1],
+            0);
 }
 
 TEST_F(CommLink, WaitsForTheSignalAndLeavesItBlocked) {
@@ -135,7 +142,9 @@ TEST_F(CommLink, AThreadIsCancelledBehindItsOperationAndNotWithin) {
                      },
                      1}};
   for (const Operation& operation : operations) {
-    const auto run_operation = [](void* what) -> void* { return static_cast<Operation*>(what)->run(), nullptr; };
+    const auto run_operation = [](void* what) -> void* {
+      return static_cast<Operation*>(what)->run(), nullptr;
+    };
     camera.clear_traffic();
     camera.fault(sim::Fault::late_reply, {.delay_ms = 100});
     pthread_t thread{};
@@ -201,7 +210,8 @@ TEST_F(CommLink, WhoCannotPrintHoldsNoSemaphore) {
   EXPECT_EQ(dsp.get_from_comm(&packet), 0);
 }
 
-// The main thread is open for the signal and takes most doorbells; none may cost the caller a second.
+// The main thread is open for the signal and takes most doorbells;
+// none may cost the caller a second.
 TEST_F(CommLink, NoExchangeWaitsForADoorbellThatAnotherThreadTook) {
   mask_doorbell(SIG_UNBLOCK);
   clock.reset();

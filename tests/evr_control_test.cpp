@@ -20,7 +20,8 @@ std::atomic<bool> g_done = false;
 
 }  // namespace
 
-AutoDaynight::AutoDaynight(int /*function*/, DspCommand* dsp) : Thread(THREAD_PRIORITY_DEFAULT, false) {
+AutoDaynight::AutoDaynight(int /*function*/, DspCommand* dsp)
+    : Thread(THREAD_PRIORITY_DEFAULT, false) {
   g_user = std::thread([dsp] {
     char reply[16];
     for (char text[] = "r,12,0"; !g_done;) g_failed += dsp->do_debug(text, reply) == -1;
@@ -53,7 +54,8 @@ TEST_F(EvrTest, RunsUntilTheControlThreadEndsWhereOthersStillSendCommands) {
     clock->release_all();
     stop_control_thread();
   });
-  EXPECT_NE(output.err.find("dspset: [ERROR] shared memory is not attached!\n"), std::string::npos) << output.err;
+  EXPECT_NE(output.err.find("dspset: [ERROR] shared memory is not attached!\n"), std::string::npos)
+      << output.err;
 }
 
 TEST_F(EvrTest, WritesNothingAfterAStopDuringItsSleep) {
@@ -66,7 +68,8 @@ TEST_F(EvrTest, WritesNothingAfterAStopDuringItsSleep) {
     SCOPED_TRACE(run);
     ASSERT_EQ(worker->start(), 0);
     ASSERT_TRUE(clock->wait_until_held(kSleep));
-    EXPECT_EQ(camera.take_traffic(), (Lines{"r 10/0x0c", "r 17/0x1c", "r 9/0x03", "w 9/0x03=0x37"}));
+    EXPECT_EQ(camera.take_traffic(),
+              (Lines{"r 10/0x0c", "r 17/0x1c", "r 9/0x03", "w 9/0x03=0x37"}));
     EXPECT_EQ(worker->stop_thread(), 0);
     clock->release(kSleep);
     worker->wait_until_idle();
@@ -76,7 +79,9 @@ TEST_F(EvrTest, WritesNothingAfterAStopDuringItsSleep) {
 }
 
 TEST_F(EvrTest, TheFactoryFileEnablesTheEvrWorker) {
-  const auto camera_file = [](char evr) { return std::string("\1\0", 2) + evr + std::string(37, '\0'); };
+  const auto camera_file = [](char evr) {
+    return std::string("\1\0", 2) + evr + std::string(37, '\0');
+  };
   write_settings();
   write_file("/var/tmp/AdjCamera.txt", camera_file(0x37));
   for (const int round : {1, 2}) {

@@ -19,17 +19,20 @@ struct Cell {
 std::uint32_t entries_of(const std::string& exchange) {
   if (exchange[0] == 'x') return 3;  // the all-to-SDRAM request
   if (exchange[0] == 'b') return 1;
-  return static_cast<std::uint32_t>(std::ranges::count(exchange.substr(0, exchange.find(" !")), ' '));
+  return static_cast<std::uint32_t>(
+      std::ranges::count(exchange.substr(0, exchange.find(" !")), ' '));
 }
 
 bool is_about_an_entry(Fault fault) {
-  return fault == Fault::wrong_status || fault == Fault::wrong_length_byte || fault == Fault::torn_entry;
+  return fault == Fault::wrong_status || fault == Fault::wrong_length_byte ||
+         fault == Fault::torn_entry;
 }
 
-// Faults that some exchange bears without a word. A text's write is answered by an empty reply, and the all-to-SDRAM
-// request does not look at counts.
-constexpr Fault kMayGoUnnoticed[] = {Fault::extra_signals,   Fault::die_after_doorbell, Fault::empty_reply,
-                                     Fault::count_too_small, Fault::count_too_large,    Fault::negative_count};
+// Faults that some exchange bears without a word. A text's write is answered by an empty reply, and
+// the all-to-SDRAM request does not look at counts.
+constexpr Fault kMayGoUnnoticed[] = {Fault::extra_signals,   Fault::die_after_doorbell,
+                                     Fault::empty_reply,     Fault::count_too_small,
+                                     Fault::count_too_large, Fault::negative_count};
 
 class FaultMatrix : public FaultTest {
  protected:
@@ -41,7 +44,8 @@ class FaultMatrix : public FaultTest {
     std::vector<Cell> cells;
     for (std::uint32_t exchange = 0; exchange < traffic.size(); ++exchange) {
       for (std::uint32_t fault = 1; fault < sim::kFaultNames.size(); ++fault) {
-        const std::uint32_t variants = is_about_an_entry(Fault{fault}) ? entries_of(traffic[exchange]) : 1;
+        const std::uint32_t variants =
+            is_about_an_entry(Fault{fault}) ? entries_of(traffic[exchange]) : 1;
         for (std::uint32_t entry = 0; entry < variants; ++entry) {
           cells.push_back({exchange, Fault{fault}, entry});
         }
@@ -50,7 +54,8 @@ class FaultMatrix : public FaultTest {
     return cells;
   }
 
-  // Returns false for a fault that did not happen, because this time the operation took another way.
+  // Returns false for a fault that did not happen, because this time
+  // the operation took another way.
   bool costs_one_operation(const Operation& operation, const Cell& cell) {
     // Results may depend on what was done before, but not on whether it is done once more.
     int without_fault = 0;
@@ -66,15 +71,17 @@ class FaultMatrix : public FaultTest {
       return line.find(" !") != std::string::npos && entries_of(line) > cell.entry;
     });
 
-    const bool told =
-        output.err.find("[ERROR]") != std::string::npos || output.out.find("failed!") != std::string::npos;
-    EXPECT_TRUE(told || !happened || std::ranges::count(kMayGoUnnoticed, cell.fault) != 0) << output.out << output.err;
+    const bool told = output.err.find("[ERROR]") != std::string::npos ||
+                      output.out.find("failed!") != std::string::npos;
+    EXPECT_TRUE(told || !happened || std::ranges::count(kMayGoUnnoticed, cell.fault) != 0)
+        << output.out << output.err;
     if (operation.result == Operation::kHidesFailures) {
       EXPECT_EQ(result, without_fault);
     } else if (operation.result == Operation::kTellsFailures && cell.fault != Fault::empty_reply) {
       EXPECT_EQ(result, told ? -1 : without_fault);
     }
-    EXPECT_TRUE(camera.record_is_clean() || output.err.find("send user signal1") != std::string::npos);
+    EXPECT_TRUE(camera.record_is_clean() ||
+                output.err.find("send user signal1") != std::string::npos);
 
     if (camera.board().running == 0) camera.restart();
     expect_working_link();

@@ -19,12 +19,14 @@ constexpr std::size_t kBlockSize = 0x1000;
 // Bytes that differ from place to place and from seed to seed.
 std::string pattern(std::size_t size, unsigned seed) {
   std::string bytes(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 7 + i / 251 + seed * 31) & 0xff);
+  for (std::size_t i = 0; i < size; ++i)
+    bytes[i] = static_cast<char>((i * 7 + i / 251 + seed * 31) & 0xff);
   return bytes;
 }
 
 std::ptrdiff_t open_descriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                       std::filesystem::directory_iterator());
 }
 
 class FlashTest : public CameraTest {
@@ -52,7 +54,9 @@ class FlashTest : public CameraTest {
     put("/dev/mem", kMemory, pattern(kAreaSize, 3));
   }
   std::string flash_area() { return get("/dev/mtdblock3", kArea, kAreaSize); }
-  std::string flash_block(long variant) { return get("/dev/mtdblock3", 0x40000 + variant * 0x1000, kBlockSize); }
+  std::string flash_block(long variant) {
+    return get("/dev/mtdblock3", 0x40000 + variant * 0x1000, kBlockSize);
+  }
   std::string memory_area() { return get("/dev/mem", kMemory, kAreaSize); }
 
   camera::DspCommand dsp;
@@ -65,8 +69,8 @@ TEST_F(FlashTest, LoadsTheAreaAndLaysTheVariantBlockOverIt) {
     EXPECT_TRUE(memory_area() == flash_block(variant) + pattern(kAreaSize, 2).substr(kBlockSize));
     EXPECT_TRUE(flash_area() == pattern(kAreaSize, 2));
   }
-  EXPECT_EQ(devices.journal(),
-            (Lines{"corvo2_gpio-0 out 0", "corvo2_gpio-0 in 1f/1f", "corvo2_gpio-0 out 0", "corvo2_gpio-0 in 1f/1f"}));
+  EXPECT_EQ(devices.journal(), (Lines{"corvo2_gpio-0 out 0", "corvo2_gpio-0 in 1f/1f",
+                                      "corvo2_gpio-0 out 0", "corvo2_gpio-0 in 1f/1f"}));
 }
 
 TEST_F(FlashTest, StoresTheAreaAndItsStartInTheVariantBlockAlsoWhenCancelled) {
@@ -95,7 +99,8 @@ TEST_F(FlashTest, AStoreAfterALoadKeepsTheVariantBlockAlsoWhenInterrupted) {
   const std::string block = flash_block(0);
   fail_next("read", EINTR, 3);
   fail_next("write", EINTR, 2);
-  for (const int error : {EINTR, EINVAL}) fail_next("fsync", error);  // the latter: it has nothing to flush
+  for (const int error : {EINTR, EINVAL})
+    fail_next("fsync", error);  // the latter: it has nothing to flush
   EXPECT_EQ(dsp.do_flash(0), 0);
   EXPECT_EQ(dsp.do_flash(1), 0);
   EXPECT_EQ(failures_left(), 0);
@@ -131,7 +136,9 @@ TEST_F(FlashTest, StopsAtTheFirstFailureAndClosesWhatItOpened) {
       {loading, "lseek error!", "lseek", 3, -1, 0, true},
       {loading, "file read error!", "read", 19, -1, 0, true},
   };
-  const auto flash_device = [&] { return get("/dev/mtdblock3", 0x40000, kArea + kAreaSize - 0x40000); };
+  const auto flash_device = [&] {
+    return get("/dev/mtdblock3", 0x40000, kArea + kAreaSize - 0x40000);
+  };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.call + " " + std::to_string(c.nth) + ": " + c.err);
     fill(3);
@@ -147,7 +154,8 @@ TEST_F(FlashTest, StopsAtTheFirstFailureAndClosesWhatItOpened) {
     EXPECT_EQ(memory_area() != memory_before, c.changes_memory);
   }
   fail_next("fsync", EIO);
-  const Output output = capture([&] { EXPECT_EQ(dsp.do_flash(1), -1) << "what is not flushed is not stored"; });
+  const Output output =
+      capture([&] { EXPECT_EQ(dsp.do_flash(1), -1) << "what is not flushed is not stored"; });
   EXPECT_EQ(output.err, "dspset: [ERROR] file write error!\ndspset: [ERROR]  ... failed!\n");
 }
 

@@ -54,7 +54,8 @@ class KillAndStop : public CameraTest {
   std::mt19937 random{std::random_device{}()};
 };
 
-// While the lock is held for longer than its limit, the record cannot be put back; the next request does it.
+// While the lock is held for longer than its limit, the record cannot be
+// put back; the next request does it.
 TEST_F(KillAndStop, ACommApplicationStoppedAtAnyStepCostsOneRequestWithinItsLimit) {
   const std::string silence = "dspset: [ERROR] wait sigusr2 failed!\n";
   const struct {
@@ -65,7 +66,8 @@ TEST_F(KillAndStop, ACommApplicationStoppedAtAnyStepCostsOneRequestWithinItsLimi
     int limit_s;
   } cases[] = {
       {"before it takes the request", Fault::none, silence, true, 1},
-      {"while it holds the semaphore", Fault::late_reply, silence + "dspset: [ERROR] semop failed!\n", false, 6},
+      {"while it holds the semaphore", Fault::late_reply,
+       silence + "dspset: [ERROR] semop failed!\n", false, 6},
       {"before it rings", Fault::late_doorbell, silence, true, 1},
   };
   clock.reset();
@@ -131,7 +133,8 @@ TEST_F(KillAndStop, TwoProcessesNeverGetEachOthersReplies) {
   };
   int status = -1;
   const Output output = capture([&] {
-    const pid_t other = start_requester([&](DspCommand& link) { return wrong_reads(link, 2, 0x22) != 0; });
+    const pid_t other =
+        start_requester([&](DspCommand& link) { return wrong_reads(link, 2, 0x22) != 0; });
     EXPECT_EQ(wrong_reads(dsp, 1, 0x11), 0);
     waitpid(other, &status, 0);
   });
@@ -149,7 +152,8 @@ TEST_F(KillAndStop, ARequesterKilledWithTheSemaphoreGivesItBack) {
   EXPECT_EQ(read_register(dsp, 1), 0x11);
 }
 
-TEST_F(KillAndStop, ARequesterKilledAtAnyMomentBlocksTheRecordAtMostUntilTheCommApplicationClearsIt) {
+TEST_F(KillAndStop,
+       ARequesterKilledAtAnyMomentBlocksTheRecordAtMostUntilTheCommApplicationClearsIt) {
   clock.reset();
   for (int round = 0; round < 30; ++round) {
     const pid_t endless = start_requester([](DspCommand& link) {

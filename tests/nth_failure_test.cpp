@@ -1,4 +1,5 @@
-// Fails every single system call of every operation once: it costs that operation, and nothing after it.
+// Fails every single system call of every operation once: it costs
+// that operation, and nothing after it.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,7 +55,8 @@ class NthFailure : public FaultTest {
     if (operation.result == Operation::kTellsFailures) {
       EXPECT_EQ(result, told ? -1 : without_failure) << output.err;
     } else if (operation.result == Operation::kEither || !call.of_link) {
-      EXPECT_TRUE(result == without_failure || result == -1 || result == 0 || result == kNotServed) << result;
+      EXPECT_TRUE(result == without_failure || result == -1 || result == 0 || result == kNotServed)
+          << result;
     } else {
       EXPECT_EQ(result, without_failure);
     }
@@ -88,7 +90,8 @@ class NthFailure : public FaultTest {
         if (failed && std::string(call.name) == "kill") camera.restart();
         const Output next = capture(expect_next_works);
         if (HasFailure())
-          std::printf("%s%s%s%s", output.out.c_str(), output.err.c_str(), next.out.c_str(), next.err.c_str());
+          std::printf("%s%s%s%s", output.out.c_str(), output.err.c_str(), next.out.c_str(),
+                      next.err.c_str());
         EXPECT_TRUE(camera.record_is_clean());
         EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); }))
             << before << " / " << Leftovers::now();
@@ -101,8 +104,8 @@ class NthFailure : public FaultTest {
   int runs = 0;
 };
 
-// Each entry point as the first that a process uses, its 1st, 2nd, 3rd ... allocation failing; before this process uses
-// any. Only the start may throw.
+// Each entry point as the first that a process uses, its 1st, 2nd, 3rd ... allocation failing;
+// before this process uses any. Only the start may throw.
 TEST(NthFailureOfTheFirstUse, CostsThatUseOnly) {
   camera::s_cam_cgi_cmd setting{};
   camera::s_ccdlsi_dbg raw{};

@@ -30,8 +30,8 @@ Thread* g_late = nullptr;  // the worker whose thread is yet to come
 
 // The result says nothing of what has become of it.
 int ipcam::Thread::execute_process() {
-  static auto* const kReal =
-      reinterpret_cast<int (*)(Thread*)>(test::real_function("_ZN5ipcam6Thread15execute_processEv"));
+  static auto* const kReal = reinterpret_cast<int (*)(Thread*)>(
+      test::real_function("_ZN5ipcam6Thread15execute_processEv"));
   switch (std::exchange(test::g_start, test::Start::kRuns)) {
     case test::Start::kThrows:
       throw std::bad_alloc();
@@ -52,8 +52,9 @@ constexpr char kPoll[] = "usleep(100000)";
 constexpr char kLockPause[] = "usleep(10000)";  // between two looks at another writer's file lock
 
 const Lines kStart = {"r 12/0x00", "w 12/0x00=0x01"};
-const Lines kApplied = {"r 12/0x80 12/0x81 12/0x82 12/0x83", "w 12/0x80=0x42 12/0x81=0x0e 12/0x82=0xed 12/0x83=0x07",
-                        "r 12/0x00", "w 12/0x00=0x05"};
+const Lines kApplied = {"r 12/0x80 12/0x81 12/0x82 12/0x83",
+                        "w 12/0x80=0x42 12/0x81=0x0e 12/0x82=0xed 12/0x83=0x07", "r 12/0x00",
+                        "w 12/0x00=0x05"};
 
 Lines operator+(Lines first, const Lines& second) {
   first.insert(first.end(), second.begin(), second.end());
@@ -153,7 +154,8 @@ TEST_F(OnepushTest, ALostRunCostsItsOwnStartOnly) {
   EXPECT_EQ(camera.traffic(), measured + measured);
   const std::string message = "45@OnepushWB#start: -OnepushWB- : couldn't start a run.\n";
   std::size_t messages = 0;
-  for (std::size_t at = 0; (at = output.err.find(message, at)) != std::string::npos; ++at) ++messages;
+  for (std::size_t at = 0; (at = output.err.find(message, at)) != std::string::npos; ++at)
+    ++messages;
   EXPECT_EQ(messages, 3U);
 }
 
@@ -204,7 +206,8 @@ TEST_F(OnepushTest, RequestsDuringAMeasurementEndIt) {
   } const kCases[] = {
       {"mode", [&] { EXPECT_EQ(request(camera::REQUEST_WB_MODE, 8), 0); }, kStart, 0},
       {"refused mode", [&] { EXPECT_EQ(request(camera::REQUEST_WB_MODE, 4), -1); }, {}, 0},
-      {"trigger", [&] { EXPECT_EQ(request(camera::REQUEST_ONE_PUSH_TRG), 0); }, kStart + readings(5) + kApplied, 3650},
+      {"trigger", [&] { EXPECT_EQ(request(camera::REQUEST_ONE_PUSH_TRG), 0); },
+       kStart + readings(5) + kApplied, 3650},
       {"shutdown", [&] { stop_control_thread(); }, {}, 0},
   };
   for (const auto& row : kCases) {

@@ -1,4 +1,5 @@
-// Register commands: the longest texts, what is refused before it is sent, and setters on several threads.
+// Register commands: the longest texts, what is refused before it is
+// sent, and setters on several threads.
 #include <algorithm>
 #include <functional>
 #include <thread>
@@ -22,7 +23,9 @@ class RegisterCommands : public test::CameraTest {
 
 TEST_F(RegisterCommands, AreAtMost256CharactersLong) {
   std::string longest = "r," + std::string(256, ';'), longer = longest + ";";
-  const auto as_bytes = [](std::string& text) { return reinterpret_cast<unsigned char*>(text.data()); };
+  const auto as_bytes = [](std::string& text) {
+    return reinterpret_cast<unsigned char*>(text.data());
+  };
   const Output output = capture([&] {
     EXPECT_EQ(dsp.do_debug(as_bytes(longest), values), 0);
     EXPECT_EQ(dsp.do_debug(as_bytes(longer), values), -1);
@@ -31,7 +34,8 @@ TEST_F(RegisterCommands, AreAtMost256CharactersLong) {
     EXPECT_EQ(dsp.execute_rw_cmd(1, longest.data(), values), 0);
     EXPECT_EQ(dsp.execute_rw_cmd(1, longer.data(), values), -1);
     longer.assign(257, 'r');
-    EXPECT_EQ(dsp.do_debug(longer.data(), reinterpret_cast<char*>(values)), 0) << "and says nothing";
+    EXPECT_EQ(dsp.do_debug(longer.data(), reinterpret_cast<char*>(values)), 0)
+        << "and says nothing";
   });
   const std::string refusal = "dspset: [ERROR] argument too long (257, maximum length: 256)!\n";
   EXPECT_EQ(output.err, refusal + refusal);
@@ -60,9 +64,11 @@ TEST_F(RegisterCommands, RefuseWhatTheyCannotSendBeforeTheySend) {
       {[&] { return dsp.do_debug(wide.data(), values, 2, -1); }, argument},
       {[&] { return dsp.do_debug(wide.data(), values, 1, 17); }, too_many},
       {[&] { return dsp.do_debug(wide.data(), values, 16, 1); }, "invalid option! 10\n"},
-      {[&] { return dsp.do_debug(wide.data(), values, 2, 16); }, "argument too long (288, maximum length: 256)!\n"},
+      {[&] { return dsp.do_debug(wide.data(), values, 2, 16); },
+       "argument too long (288, maximum length: 256)!\n"},
       {[&] { return dsp.add_cmd_packet(1, {}, nullptr); }, argument},
-      {[&] { return dsp.add_cmd_packet(2, wide[0], &packet); }, "too many commands! cmd:4 bytes:130\n"},
+      {[&] { return dsp.add_cmd_packet(2, wide[0], &packet); },
+       "too many commands! cmd:4 bytes:130\n"},
   };
   for (const auto& c : cases) {
     const Output output = capture([&] { EXPECT_EQ(c.call(), -1) << c.err; });
@@ -79,7 +85,8 @@ TEST_F(RegisterCommands, OfTwoThreadsDoNotMixTheirBytesInOneTable) {
   std::thread low(repeat, 0u);
   repeat(255);
   low.join();
-  const std::string low_gain = "w 12/0x7c=0xba 12/0x7d=0x27", high_gain = "w 12/0x7c=0xdc 12/0x7d=0x05";
+  const std::string low_gain = "w 12/0x7c=0xba 12/0x7d=0x27",
+                    high_gain = "w 12/0x7c=0xdc 12/0x7d=0x05";
   const Lines traffic = camera.traffic();
   EXPECT_EQ(std::ranges::count(traffic, low_gain), kRounds);
   EXPECT_EQ(std::ranges::count(traffic, high_gain), kRounds);

@@ -31,13 +31,20 @@ class RequestPath : public test::CameraTest {
  protected:
   RequestPath() { write_settings(test::SettingsBytes{}.i32(68, 1).i32(140, 1)); }
 
-  static std::ptrdiff_t calls_of(const char* call) { return std::ranges::count(ipcam::platform::journal(), call); }
+  static std::ptrdiff_t calls_of(const char* call) {
+    return std::ranges::count(ipcam::platform::journal(), call);
+  }
 
   // A request that must not be served.
   void expect_refused() {
     ipcam::platform::clear_journal();
-    s_cam_cgi_cmd setting{
-        .code = 32, .value = 0, .reserved8 = 0, .result = 7, .inq_value = 8, .reserved20 = 0, .reply_slot = 0};
+    s_cam_cgi_cmd setting{.code = 32,
+                          .value = 0,
+                          .reserved8 = 0,
+                          .result = 7,
+                          .inq_value = 8,
+                          .reserved20 = 0,
+                          .reply_slot = 0};
     EXPECT_EQ(cam_cgi_command(&setting), -1);
     EXPECT_EQ(setting.result, -1);
     s_ccdlsi_dbg raw{};
@@ -76,8 +83,13 @@ TEST_F(RequestPath, AnswersWhateverTheNumberOfTheReplySemaphore) {
   start_control_thread();
   for (const int number : {-1, 10, 1 << 30}) {
     test::fail_next("WitEnd_get", 0, 0, 0);  // "succeeds", and leaves the number alone
-    s_cam_cgi_cmd setting{
-        .code = 39, .value = 7, .reserved8 = 0, .result = 0, .inq_value = 0, .reserved20 = 0, .reply_slot = number};
+    s_cam_cgi_cmd setting{.code = 39,
+                          .value = 7,
+                          .reserved8 = 0,
+                          .result = 0,
+                          .inq_value = 0,
+                          .reserved20 = 0,
+                          .reply_slot = number};
     EXPECT_EQ(cam_cgi_command(&setting), 0);
     EXPECT_EQ(setting.result, -1);
   }
@@ -85,7 +97,8 @@ TEST_F(RequestPath, AnswersWhateverTheNumberOfTheReplySemaphore) {
 
 TEST_F(RequestPath, LosesOneRequestAtMostByAnExceptionOfTheCamerasOwnLibraries) {
   start_control_thread();
-  for (const char* call : {"WitEnd_get", "ThdIf_send", "WitEnd_wait_put", "WitEnd_post", "ThdIf_timed_receive"}) {
+  for (const char* call :
+       {"WitEnd_get", "ThdIf_send", "WitEnd_wait_put", "WitEnd_post", "ThdIf_timed_receive"}) {
     test::fail_next(call, 0, 0, test::kThrows);
     const int result = request(39, 3);
     EXPECT_TRUE(result == 0 || result == kNotServed) << call << ": " << result;
@@ -97,7 +110,8 @@ TEST_F(RequestPath, LosesOneRequestAtMostByAnExceptionOfTheCamerasOwnLibraries) 
   EXPECT_EQ(request(39, 3), kNotServed);
 }
 
-// As long as its record is queued, it cannot leave. AddressSanitizer takes the stack that it leaves for one in use.
+// As long as its record is queued, it cannot leave. AddressSanitizer takes the
+// stack that it leaves for one in use.
 #if !defined(__SANITIZE_ADDRESS__)
 TEST_F(RequestPath, CancelsACallerAtItsReturn) {
   start_control_thread();
@@ -132,7 +146,8 @@ TEST_F(RequestPath, RefusesOnTheControlThreadWhatWouldWaitForIt) {
   EXPECT_EQ(request(39, 3), 0);
 }
 
-// The host program's signals are for its own threads: no handler of theirs shortens a pause of the library.
+// The host program's signals are for its own threads: no handler of
+// theirs shortens a pause of the library.
 TEST_F(RequestPath, KeepsSignalsOutOfItsOwnThreadsOnly) {
   static sigset_t mask;
   g_on_control_thread = [] { pthread_sigmask(SIG_SETMASK, nullptr, &mask); };
@@ -146,8 +161,8 @@ TEST_F(RequestPath, KeepsSignalsOutOfItsOwnThreadsOnly) {
   EXPECT_TRUE(sigisemptyset(&mask));
 }
 
-// More callers than reply semaphores, with a shutdown in their midst: each call returns, and a request that was
-// served is the only kind that has reached the camera.
+// More callers than reply semaphores, with a shutdown in their midst: each call returns, and a
+// request that was served is the only kind that has reached the camera.
 TEST_F(RequestPath, AnswersEachOfManyCallersOnceAlsoWhenStoppedInBetween) {
   for (int round = 0; round < 10; ++round) {
     start_control_thread();
@@ -177,7 +192,8 @@ TEST_F(RequestPath, AnswersEachOfManyCallersOnceAlsoWhenStoppedInBetween) {
 TEST_F(RequestPath, DoesNotKeepAShutdownWaitingForALongFrame) {
   const std::string sleep = "usleep(900000)";
   write_settings();
-  for (const unsigned byte : {10u, 11u, 86u, 87u}) camera.set_reg(81, byte, byte < 86 ? 255 : 87 - byte);
+  for (const unsigned byte : {10u, 11u, 86u, 87u})
+    camera.set_reg(81, byte, byte < 86 ? 255 : 87 - byte);
   for (int round = 0; round < 2; ++round) {
     ASSERT_EQ(0, start_control_thread());
     clock->clear_waits();
@@ -188,7 +204,9 @@ TEST_F(RequestPath, DoesNotKeepAShutdownWaitingForALongFrame) {
     clock->release(sleep);
     EXPECT_TRUE(clock->wait_until_held(sleep));
     std::thread server([&] { stop_control_thread(); });
-    const auto is_stopping = [] { return std::ranges::count(ipcam::platform::journal(), "ThdIf_send(3)") == 1; };
+    const auto is_stopping = [] {
+      return std::ranges::count(ipcam::platform::journal(), "ThdIf_send(3)") == 1;
+    };
     EXPECT_TRUE(test::eventually(is_stopping));
     clock->release_all();
     caller.join();

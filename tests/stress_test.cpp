@@ -1,4 +1,5 @@
-// Many callers, every fault, every schedule: each request is answered once, and nothing is left behind.
+// Many callers, every fault, every schedule: each request is
+// answered once, and nothing is left behind.
 #include <atomic>
 #include <fstream>
 #include <random>
@@ -6,8 +7,8 @@
 
 #include "tests/support/operations.h"
 
-// Counts what is allocated: everything, since operator new takes its memory here as well. Sanitizers have a malloc of
-// their own, which is not counted.
+// Counts what is allocated: everything, since operator new takes its memory here as well.
+// Sanitizers have a malloc of their own, which is not counted.
 std::atomic<long> g_allocations{0};
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 extern "C" void* __libc_malloc(std::size_t size);
@@ -22,7 +23,9 @@ namespace {
 
 using Random = std::mt19937;
 
-int pick(Random& random, int below) { return static_cast<int>(random() % static_cast<unsigned>(below)); }
+int pick(Random& random, int below) {
+  return static_cast<int>(random() % static_cast<unsigned>(below));
+}
 
 template <class Values>
 const auto& one_of(const Values& values, Random& random) {
@@ -123,11 +126,13 @@ TEST_F(Stress, AnswersEveryRequestOnceWhateverTheCameraDoes) {
     request(33, 8);
     expect_working_link();
   });
-  std::printf("seed %u: %d requests, %d answered\n", proof_seed(), counts.sent.load(), counts.answered.load());
+  std::printf("seed %u: %d requests, %d answered\n", proof_seed(), counts.sent.load(),
+              counts.answered.load());
   EXPECT_EQ(counts.answered.load(), counts.sent.load());
   EXPECT_EQ(counts.wrong, 0);
   EXPECT_TRUE(camera.record_is_clean());
-  EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); })) << before << " / " << Leftovers::now();
+  EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); }))
+      << before << " / " << Leftovers::now();
 }
 
 TEST_F(StressWithEvr, BearsAnyScheduleOfStartsStopsAndTriggers) {
@@ -138,7 +143,8 @@ TEST_F(StressWithEvr, BearsAnyScheduleOfStartsStopsAndTriggers) {
       EXPECT_EQ(start_control_thread(), 0);
       ++starts;
       for (int i = pick(random, 12); i > 0; --i) {
-        static constexpr int kActions[][2] = {{33, 7}, {64, 0}, {64, 0}, {33, 8}, {62, 0}, {68, 68}, {77, 4}};
+        static constexpr int kActions[][2] = {{33, 7}, {64, 0},  {64, 0}, {33, 8},
+                                              {62, 0}, {68, 68}, {77, 4}};
         const auto& action = kActions[pick(random, std::size(kActions))];
         request(action[0], action[1]);
       }
@@ -147,8 +153,8 @@ TEST_F(StressWithEvr, BearsAnyScheduleOfStartsStopsAndTriggers) {
     });
     vary_schedules(0);
   });
-  std::printf("seed %u: %d starts, %d requests, %d answered\n", proof_seed(), starts, counts.sent.load(),
-              counts.answered.load());
+  std::printf("seed %u: %d starts, %d requests, %d answered\n", proof_seed(), starts,
+              counts.sent.load(), counts.answered.load());
   EXPECT_EQ(counts.wrong, 0);
   EXPECT_EQ(request(39, 3), kNotServed);
   EXPECT_TRUE(camera.record_is_clean());
@@ -168,7 +174,8 @@ TEST_F(StressWithEvr, StartingAndStoppingLeavesNothingBehind) {
   const Leftovers before = Leftovers::now();
   const long pages_before = resident_pages();
   capture(run_cycles);
-  EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); })) << before << " / " << Leftovers::now();
+  EXPECT_TRUE(eventually([&] { return !Leftovers::now().exceed(before); }))
+      << before << " / " << Leftovers::now();
   std::printf("%d cycles, %ld pages more\n", cycles, resident_pages() - pages_before);
 // Sanitizers, and the emulator that runs the 32-bit tests, keep freed memory for a while.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__arm__)

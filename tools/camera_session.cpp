@@ -45,30 +45,37 @@ bool selects_preset(const std::vector<RegisterWrite>& writes) {
 }  // namespace
 
 CameraSession::CameraSession(const std::string& tried) {
-  if (!read_stored_record()) throw CommandError(kUsage, tried + ": the stored settings cannot be read");
+  if (!read_stored_record())
+    throw CommandError(kUsage, tried + ": the stored settings cannot be read");
   require_link(tried);
   const ExchangeLog log;
-  if (camera::new_camera_ctrl(&g_port) != 0) throw CommandError(kRefused, tried + ": the control thread did not start");
+  if (camera::new_camera_ctrl(&g_port) != 0)
+    throw CommandError(kRefused, tried + ": the control thread did not start");
   if (!control_thread_serves()) {
     camera::delete_camera_IF(nullptr);
-    throw CommandError(kRefused, tried + ": the control thread refused the stored settings, see camctl config show");
+    throw CommandError(
+        kRefused,
+        tried + ": the control thread refused the stored settings, see camctl config show");
   }
-  // Start-up sets the colour before any worker runs, so the first exchange shows which thread is the control thread.
-  // Later that tells a request's exchanges from those of workers that run all the time.
+  // Start-up sets the colour before any worker runs, so the first exchange shows
+  // which thread is the control thread. Later that tells a request's exchanges from
+  // those of workers that run all the time.
   control_thread_ = log.exchanges().at(0).thread;
 }
 
 CameraSession::~CameraSession() { camera::delete_camera_IF(nullptr); }
 
-// The library does not show the thread that a measurement runs on. It is the one that sets the white-balance mode,
-// while the control thread has nothing to do.
+// The library does not show the thread that a measurement runs on. It is the one that sets the
+// white-balance mode, while the control thread has nothing to do.
 int CameraSession::wait_for_measurement(const ExchangeLog& log, const std::string& tried) const {
-  constexpr auto kLimit = 60s;  // 30 readings, each as slow as an exchange that times out and is waited for
+  constexpr auto kLimit =
+      60s;  // 30 readings, each as slow as an exchange that times out and is waited for
   const auto deadline = Clock::now() + kLimit;
   constexpr Address kMode = registers::address("wb_mode");
   const auto is_measurement = [&](const LoggedExchange& exchange) {
     const std::vector<wire::CommandEntry> entries = wire::decode_command(exchange.command).entries;
-    return exchange.thread != control_thread_ && !entries.empty() && address_in(entries[0], 0) == kMode;
+    return exchange.thread != control_thread_ && !entries.empty() &&
+           address_in(entries[0], 0) == kMode;
   };
   int worker = 0;
   while (worker == 0 || tgkill(getpid(), worker, 0) == 0) {
@@ -82,7 +89,8 @@ int CameraSession::wait_for_measurement(const ExchangeLog& log, const std::strin
   return worker;
 }
 
-std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int value, const std::string& tried) {
+std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int value,
+                                                  const std::string& tried) {
   const bool measures = setting.code == camera::REQUEST_ONE_PUSH_TRG;
   const ExchangeLog log;
   const int result = send(setting.code, value).result;
@@ -93,13 +101,16 @@ std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int va
     return exchange.thread != control_thread_ && exchange.thread != worker;
   });
 
-  if (const auto elapsed = unrepaired_failure(exchanges, Clock::now())) fail_exchange(tried, *elapsed);
+  if (const auto elapsed = unrepaired_failure(exchanges, Clock::now()))
+    fail_exchange(tried, *elapsed);
   if (result != 0) {
-    const std::string reason = setting.depends.empty() ? "" : " (" + std::string(setting.depends) + ")";
+    const std::string reason =
+        setting.depends.empty() ? "" : " (" + std::string(setting.depends) + ")";
     throw CommandError(kRefused, tried + ": refused" + reason);
   }
   std::vector<RegisterWrite> writes = carried_out_writes(exchanges);
-  if (measures && !selects_preset(writes)) throw CommandError(kTimedOut, tried + ": the measurement found no gains");
+  if (measures && !selects_preset(writes))
+    throw CommandError(kTimedOut, tried + ": the measurement found no gains");
   check_registers(writes, tried);
   return writes;
 }
@@ -110,7 +121,8 @@ int CameraSession::query(const Setting& setting, const std::string& tried) {
   return request.inq_value;
 }
 
-void CameraSession::check_registers(const std::vector<RegisterWrite>& writes, const std::string& tried) {
+void CameraSession::check_registers(const std::vector<RegisterWrite>& writes,
+                                    const std::string& tried) {
   std::map<Address, std::uint8_t> last;
   for (const RegisterWrite& write : writes) last[write.address] = write.value;
   std::vector<Address> addresses;

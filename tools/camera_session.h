@@ -11,8 +11,8 @@
 
 namespace ipcam::tools {
 
-// One per process at a time. The control thread applies the stored settings when it starts; when it ends, an iris
-// hold and a running one-push measurement are lost.
+// One per process at a time. The control thread applies the stored settings when it starts; when it
+// ends, an iris hold and a running one-push measurement are lost.
 class CameraSession {
  public:
   // Starts the control thread and waits until it serves requests. Throws CommandError.
@@ -23,10 +23,10 @@ class CameraSession {
 
   RegisterPort& port() { return port_; }
 
-  // Sends the request of a setting or a trigger, waits until a measurement that it started has ended, and makes sure
-  // that the registers hold what was sent: a request's own result says nothing about that. Returns the writes that
-  // were carried out, in the order sent. Throws CommandError when the value was refused or the registers could not be
-  // set.
+  // Sends the request of a setting or a trigger, waits until a measurement that it started has
+  // ended, and makes sure that the registers hold what was sent: a request's own result says
+  // nothing about that. Returns the writes that were carried out, in the order sent. Throws
+  // CommandError when the value was refused or the registers could not be set.
   std::vector<RegisterWrite> request(const Setting& setting, int value, const std::string& tried);
 
   // Answer of the iris hold query.

@@ -40,7 +40,8 @@ class CommandLine {
   int run(const Words& words);
 
  private:
-  CLI::App* add(CLI::App* parent, const std::string& name, const std::string& purpose, const std::string& example) {
+  CLI::App* add(CLI::App* parent, const std::string& name, const std::string& purpose,
+                const std::string& example) {
     CLI::App* command = parent->add_subcommand(name, purpose);
     command->fallthrough();
     command->footer("Example:\n  camctl " + example + "\n\n" + kExitCodes);
@@ -83,7 +84,8 @@ class CommandLine {
 };
 
 void CommandLine::add_settings_commands() {
-  CLI::App* list = add(&app_, "list", "Show the settings, their values and what they do", "list saturation wb");
+  CLI::App* list =
+      add(&app_, "list", "Show the settings, their values and what they do", "list saturation wb");
   list->add_option("NAME", names_, "Settings to show; all by default");
   list->callback([this] { list_settings(context_, names_); });
 
@@ -110,21 +112,32 @@ void CommandLine::add_reg_commands() {
   read->add_option("REGISTER", names_, kRegister)->required();
   read->callback([this] { reg_read(context_, names_); });
 
-  CLI::App* write = add(reg, "write", "Write registers under their mask", "reg write saturation=0x80 2/3=1:0x03");
-  write->add_option("REGISTER=VALUE[:MASK]", names_, "What to write; by default under the register's own mask")
+  CLI::App* write =
+      add(reg, "write", "Write registers under their mask", "reg write saturation=0x80 2/3=1:0x03");
+  write
+      ->add_option("REGISTER=VALUE[:MASK]", names_,
+                   "What to write; by default under the register's own mask")
       ->required();
   write->callback([this] { reg_write(context_, names_); });
 
-  CLI::App* dump = add(reg, "dump", "Show a category's registers in a grid", "reg dump 12 0x70 0x8f");
+  CLI::App* dump =
+      add(reg, "dump", "Show a category's registers in a grid", "reg dump 12 0x70 0x8f");
   dump->add_option("CATEGORY", dump_.category, "0 to 255")->required()->check(CLI::Range(0, 0xff));
-  dump->add_option("FIRST", dump_.first, "First byte number")->capture_default_str()->check(CLI::Range(0, 0xffff));
-  dump->add_option("LAST", dump_.last, "Last byte number")->capture_default_str()->check(CLI::Range(0, 0xffff));
+  dump->add_option("FIRST", dump_.first, "First byte number")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 0xffff));
+  dump->add_option("LAST", dump_.last, "Last byte number")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 0xffff));
   dump->callback([this] { reg_dump(context_, dump_); });
 
-  CLI::App* watch = add(reg, "watch", "Show registers, then each change", "reg watch shutter_value --timeout 10");
+  CLI::App* watch =
+      add(reg, "watch", "Show registers, then each change", "reg watch shutter_value --timeout 10");
   watch->add_option("REGISTER", names_, kRegister)->required();
-  watch->add_option("--count", watch_.count, "End after so many changes")->check(CLI::Range(1, 1000000));
-  watch->add_option("--timeout", watch_.timeout_s, "End after so many seconds")->check(CLI::Range(1, 86400));
+  watch->add_option("--count", watch_.count, "End after so many changes")
+      ->check(CLI::Range(1, 1000000));
+  watch->add_option("--timeout", watch_.timeout_s, "End after so many seconds")
+      ->check(CLI::Range(1, 86400));
   watch->add_option("--interval", watch_.interval_ms, "Milliseconds between reads")
       ->capture_default_str()
       ->check(CLI::Range(1, 60000));
@@ -133,7 +146,9 @@ void CommandLine::add_reg_commands() {
     code_ = kDone;
   });
 
-  add(reg, "list", "Show the names of registers", "reg list")->callback([this] { reg_list(context_); });
+  add(reg, "list", "Show the names of registers", "reg list")->callback([this] {
+    reg_list(context_);
+  });
 }
 
 void CommandLine::add_config_commands() {
@@ -147,37 +162,47 @@ void CommandLine::add_config_commands() {
   show->add_option("FIELD", names_, "Fields to show; all by default");
   show->callback([this] { config_show(context_, names_); });
 
-  CLI::App* set = add(config, "set", "Change stored fields", "config set shutter_speed=3 auto_shutter=off");
+  CLI::App* set =
+      add(config, "set", "Change stored fields", "config set shutter_speed=3 auto_shutter=off");
   set->add_option("FIELD=VALUE", names_, "Fields and values")->required();
   set->callback([this] { config_set(context_, names_); });
 
-  CLI::App* save = add(config, "save", "Save the stored settings as a text file", "config save before.txt");
+  CLI::App* save =
+      add(config, "save", "Save the stored settings as a text file", "config save before.txt");
   save->add_option("FILE", name_, "File to write; - for standard output")->required();
   save->callback([this] { config_save(context_, name_); });
 
-  CLI::App* restore = add(config, "restore", "Store what a saved file says", "config restore before.txt");
-  restore->add_option("FILE", name_, "File of camctl config save; lines may be left out")->required();
+  CLI::App* restore =
+      add(config, "restore", "Store what a saved file says", "config restore before.txt");
+  restore->add_option("FILE", name_, "File of camctl config save; lines may be left out")
+      ->required();
   restore->callback([this] { config_restore(context_, name_); });
 
-  CLI::App* diff = add(config, "diff", "Compare the stored settings with a saved file", "config diff before.txt");
+  CLI::App* diff = add(config, "diff", "Compare the stored settings with a saved file",
+                       "config diff before.txt");
   diff->add_option("FILE", name_, "File of camctl config save")->required();
   diff->callback([this] { config_diff(context_, name_); });
 }
 
 void CommandLine::add_service_commands() {
-  CLI::App* doctor_command = add(&app_, "doctor", "Examine the link to the camera and say what to do", "doctor");
+  CLI::App* doctor_command =
+      add(&app_, "doctor", "Examine the link to the camera and say what to do", "doctor");
   doctor_command->callback([this] { doctor(context_); });
 
   CLI::App* flash_family = add_family("flash", "Copy the image processor's parameters");
-  CLI::App* load = add(flash_family, "load", "Load the parameter area from flash", "flash load --yes");
-  CLI::App* store = add(flash_family, "store", "Store the parameter area to flash", "flash store --yes");
+  CLI::App* load =
+      add(flash_family, "load", "Load the parameter area from flash", "flash load --yes");
+  CLI::App* store =
+      add(flash_family, "store", "Store the parameter area to flash", "flash store --yes");
   for (CLI::App* command : {load, store}) command->add_flag("--yes", yes_, "Do not ask");
   load->callback([this] { flash(context_, /*is_store=*/false, yes_); });
   store->callback([this] { flash(context_, /*is_store=*/true, yes_); });
-  CLI::App* sdram = add(flash_family, "sdram", "Tell the sub CPU to put all into SDRAM", "flash sdram");
+  CLI::App* sdram =
+      add(flash_family, "sdram", "Tell the sub CPU to put all into SDRAM", "flash sdram");
   sdram->callback([this] { flash_sdram(context_); });
 
-  CLI::App* bench_command = add(&app_, "bench", "Measure latencies against the bare system calls", "bench --count 200");
+  CLI::App* bench_command =
+      add(&app_, "bench", "Measure latencies against the bare system calls", "bench --count 200");
   bench_command->add_option("--count", bench_count_, "Samples of each kind")
       ->capture_default_str()
       ->check(CLI::Range(1, 1000000));
@@ -185,14 +210,18 @@ void CommandLine::add_service_commands() {
   bench_command->callback([this] { bench(context_, bench_count_, bench_requests_); });
 }
 
-// A shell in a shell would need a second control thread; the document commands serve the project itself.
+// A shell in a shell would need a second control thread; the
+// document commands serve the project itself.
 void CommandLine::add_commands_outside_shell() {
-  CLI::App* shell = add(&app_, "shell", "Run commands, one a line, with one control thread", "shell < session.txt");
+  CLI::App* shell = add(&app_, "shell", "Run commands, one a line, with one control thread",
+                        "shell < session.txt");
   shell->callback([this] { code_ = run_shell(context_); });
 
   CLI::App* document = app_.add_subcommand("document", "Generated parts of the documentation");
   document->group("")->fallthrough()->require_subcommand(1);
-  const auto show = [this](const std::string& text) { context_.out.result({{"text", text}}, text); };
+  const auto show = [this](const std::string& text) {
+    context_.out.result({{"text", text}}, text);
+  };
   const auto add_part = [&](const char* name, const char* purpose) {
     return document->add_subcommand(name, purpose)->fallthrough();
   };
@@ -202,8 +231,11 @@ void CommandLine::add_commands_outside_shell() {
 
 // A sentence of the parser's as the end of a message; names in capitals stay.
 std::string lower_first(std::string text) {
-  const auto is_upper = [&](std::size_t i) { return std::isupper(static_cast<unsigned char>(text[i])) != 0; };
-  if (text.size() > 1 && is_upper(0) && !is_upper(1)) text[0] = static_cast<char>(text[0] - 'A' + 'a');
+  const auto is_upper = [&](std::size_t i) {
+    return std::isupper(static_cast<unsigned char>(text[i])) != 0;
+  };
+  if (text.size() > 1 && is_upper(0) && !is_upper(1))
+    text[0] = static_cast<char>(text[0] - 'A' + 'a');
   std::replace(text.begin(), text.end(), '\n', ' ');
   return text;
 }
@@ -222,7 +254,8 @@ void refuse_unknown_command(const CLI::App& app, const Words& words) {
     if (level->get_subcommands({}).empty()) return;
     const CLI::App* next = find_subcommand(*level, word);
     if (next == nullptr) {
-      throw CommandError(kUsage, joined(words) + ": no command " + word + did_you_mean(word, subcommands(*level)));
+      throw CommandError(
+          kUsage, joined(words) + ": no command " + word + did_you_mean(word, subcommands(*level)));
     }
     level = next;
   }
@@ -231,7 +264,8 @@ void refuse_unknown_command(const CLI::App& app, const Words& words) {
 int CommandLine::run(const Words& words) {
   // For the shell's completion; the words behind it are another command line, not this one's.
   if (!words.empty() && words[0] == "complete") {
-    for (const std::string& word : candidates(app_, {words.begin() + 1, words.end()})) context_.out.line(word);
+    for (const std::string& word : candidates(app_, {words.begin() + 1, words.end()}))
+      context_.out.line(word);
     return kDone;
   }
   refuse_unknown_command(app_, words);
@@ -245,8 +279,8 @@ int CommandLine::run(const Words& words) {
   } catch (const CLI::CallForVersion& version) {
     context_.out.result({{"version", version.what()}}, version.what());
   } catch (const CLI::ParseError& error) {
-    throw CommandError(
-        kUsage, (words.empty() ? "command line" : joined(words)) + ": " + lower_first(error.what()) + ", see --help");
+    throw CommandError(kUsage, (words.empty() ? "command line" : joined(words)) + ": " +
+                                   lower_first(error.what()) + ", see --help");
   }
   if (code_) return *code_;
   context_.out.finish();

@@ -7,7 +7,8 @@
 
 namespace ipcam::tools {
 
-std::pair<std::string, std::string> split_assignment(const std::string& text, const std::string& tried,
+std::pair<std::string, std::string> split_assignment(const std::string& text,
+                                                     const std::string& tried,
                                                      std::string_view form) {
   const std::size_t equals = text.find('=');
   if (equals != std::string::npos) return {text.substr(0, equals), text.substr(equals + 1)};

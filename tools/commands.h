@@ -21,7 +21,8 @@ struct Context {
   CameraSession* session = nullptr;
 };
 
-// The port of the shell's control thread, or one of the command's own once the link is known to carry requests.
+// The port of the shell's control thread, or one of the command's own once
+// the link is known to carry requests.
 class BorrowedPort {
  public:
   BorrowedPort(Context& context, const std::string& tried);
@@ -44,7 +45,8 @@ class BorrowedSession {
 };
 
 // NAME and VALUE of "NAME=VALUE". Throws CommandError; `form` says what was expected.
-std::pair<std::string, std::string> split_assignment(const std::string& text, const std::string& tried,
+std::pair<std::string, std::string> split_assignment(const std::string& text,
+                                                     const std::string& tried,
                                                      std::string_view form);
 // Whether a row of a list was asked for: by name, or by no names at all.
 bool is_wanted(std::string_view name, const Words& names);

@@ -62,7 +62,8 @@ void report(Output& out, const std::string& name, Durations durations) {
   std::sort(durations.begin(), durations.end());
   Json json = {{"name", name}, {"count", durations.size()}};
   std::string text = padded(name, 16);
-  for (const auto& [label, share] : {std::pair{"p50", 0.5}, {"p90", 0.9}, {"p99", 0.99}, {"max", 1.0}}) {
+  for (const auto& [label, share] :
+       {std::pair{"p50", 0.5}, {"p90", 0.9}, {"p99", 0.99}, {"max", 1.0}}) {
     const double us = percentile_us(durations, share);
     json[std::string(label) + "_us"] = us;
     char number[32];
@@ -94,7 +95,8 @@ void bench_exchanges(Context& context, int count) {
   BorrowedPort port(context, tried);
   bench::CommPeer bare(IPC_PRIVATE);
   compare(
-      context.out, "exchange", count, [&] { bare.bare_exchange(); }, [&] { port->read(address, tried); });
+      context.out, "exchange", count, [&] { bare.bare_exchange(); },
+      [&] { port->read(address, tried); });
 }
 
 // A request code without a handler: the road to the control thread and back alone.

@@ -16,7 +16,9 @@ namespace {
 
 camera::SettingsRecord stored_record(const std::string& tried) {
   if (const auto record = read_stored_record()) return *record;
-  throw CommandError(kUsage, tried + ": the stored settings cannot be read (all.conf in the configuration directory)");
+  throw CommandError(
+      kUsage,
+      tried + ": the stored settings cannot be read (all.conf in the configuration directory)");
 }
 
 void store(const camera::SettingsRecord& record, const std::string& tried) {
@@ -29,12 +31,15 @@ const Field& known_field(const std::string& name, const std::string& tried) {
   throw CommandError(kUsage, tried + ": no field " + name + did_you_mean(name, field_names()));
 }
 
-std::string stored_text(const Field& field, int value) { return value_text(field.values, Form::kStored, value); }
+std::string stored_text(const Field& field, int value) {
+  return value_text(field.values, Form::kStored, value);
+}
 
 std::string read_file(const std::string& file, const std::string& tried) {
   std::ifstream stream(file);
   std::string text(std::istreambuf_iterator<char>(stream), {});
-  if (!stream.is_open() || stream.bad()) throw CommandError(kUsage, tried + ": " + std::strerror(errno));
+  if (!stream.is_open() || stream.bad())
+    throw CommandError(kUsage, tried + ": " + std::strerror(errno));
   return text;
 }
 
@@ -42,7 +47,8 @@ std::string read_file(const std::string& file, const std::string& tried) {
 
 void config_init(Context& context, bool over_what_is_there) {
   const std::filesystem::path path = workstation::stored_record_path();
-  const bool is_there = read_stored_record() || std::filesystem::exists(std::filesystem::symlink_status(path));
+  const bool is_there =
+      read_stored_record() || std::filesystem::exists(std::filesystem::symlink_status(path));
   if (is_there && !over_what_is_there) {
     throw CommandError(kUsage, "config init: " + path.string() + " is there already, use --force");
   }
@@ -56,14 +62,14 @@ void config_show(Context& context, const Words& names) {
   for (const Field& field : stored_fields()) {
     if (!is_wanted(field.name, names)) continue;
     const int value = field_value(record, field);
-    context.out.result(
-        {{"name", field.name},
-         {"offset", field.offset},
-         {"width", field.width},
-         {"value", value},
-         {"text", stored_text(field, value)},
-         {"meaning", field.meaning}},
-        padded(std::string(field.name) + " = " + stored_text(field, value), 36) + "# " + std::string(field.meaning));
+    context.out.result({{"name", field.name},
+                        {"offset", field.offset},
+                        {"width", field.width},
+                        {"value", value},
+                        {"text", stored_text(field, value)},
+                        {"meaning", field.meaning}},
+                       padded(std::string(field.name) + " = " + stored_text(field, value), 36) +
+                           "# " + std::string(field.meaning));
   }
 }
 
@@ -75,7 +81,8 @@ void config_set(Context& context, const Words& assignments) {
     const Field& field = known_field(name, tried);
     const auto number = parse_value(field.values, Form::kStored, value);
     if (!number) {
-      throw CommandError(kUsage, tried + ": no value " + value + " (" + describe(field.values, Form::kStored) + ")");
+      throw CommandError(kUsage, tried + ": no value " + value + " (" +
+                                     describe(field.values, Form::kStored) + ")");
     }
     changes.emplace_back(&field, *number);
   }
@@ -86,9 +93,9 @@ void config_set(Context& context, const Words& assignments) {
   store(record, "config set");
   for (const auto& [field, value] : changes) {
     const int old_value = field_value(before, *field);
-    context.out.result(
-        {{"name", field->name}, {"old", old_value}, {"new", value}},
-        std::string(field->name) + ": " + stored_text(*field, old_value) + " -> " + stored_text(*field, value));
+    context.out.result({{"name", field->name}, {"old", old_value}, {"new", value}},
+                       std::string(field->name) + ": " + stored_text(*field, old_value) + " -> " +
+                           stored_text(*field, value));
   }
 }
 
@@ -111,7 +118,8 @@ void config_restore(Context& context, const std::string& file) {
   if (const auto stored = read_stored_record()) {
     record = *stored;
   } else {
-    context.out.note(tried + ": no stored settings could be read, what the file leaves out becomes 0");
+    context.out.note(tried +
+                     ": no stored settings could be read, what the file leaves out becomes 0");
   }
   apply_record_text(text, file, record);
   store(record, tried);
@@ -128,8 +136,9 @@ void config_diff(Context& context, const std::string& file) {
   std::istringstream theirs(record_text(other));
   for (std::string our, their; std::getline(ours, our) && std::getline(theirs, their);) {
     if (our == their) continue;
-    context.out.result({{"stored", our}, {"file", their}}, context.out.styled(Output::Style::kBad, "- " + our) + "\n" +
-                                                               context.out.styled(Output::Style::kGood, "+ " + their));
+    context.out.result({{"stored", our}, {"file", their}},
+                       context.out.styled(Output::Style::kBad, "- " + our) + "\n" +
+                           context.out.styled(Output::Style::kGood, "+ " + their));
   }
 }
 

@@ -13,7 +13,8 @@ namespace {
 
 Address parse_register(const std::string& text, const std::string& tried) {
   if (const auto address = registers::parse_address(text)) return *address;
-  throw CommandError(kUsage, tried + ": no register " + text + did_you_mean(text, registers::register_names()) +
+  throw CommandError(kUsage, tried + ": no register " + text +
+                                 did_you_mean(text, registers::register_names()) +
                                  " (CATEGORY/BYTE or a name of camctl reg list)");
 }
 
@@ -23,7 +24,8 @@ std::vector<Address> parse_registers(const Words& registers, const std::string& 
   return addresses;
 }
 
-std::uint8_t parse_byte(const std::string& text, const std::string& what, const std::string& tried) {
+std::uint8_t parse_byte(const std::string& text, const std::string& what,
+                        const std::string& tried) {
   const auto value = parse_number(text);
   if (value && *value >= 0 && *value <= 0xff) return static_cast<std::uint8_t>(*value);
   throw CommandError(kUsage, tried + ": no " + what + " " + text + " (0 to 0xff)");
@@ -40,7 +42,8 @@ camera::param_info parse_write(const std::string& text) {
   entry.category = address.category;
   entry.byte = address.byte;
   entry.data = parse_byte(value.substr(0, colon), "value", tried);
-  entry.mask = colon == std::string::npos ? register_mask(address) : parse_byte(value.substr(colon + 1), "mask", tried);
+  entry.mask = colon == std::string::npos ? register_mask(address)
+                                          : parse_byte(value.substr(colon + 1), "mask", tried);
   return entry;
 }
 
@@ -69,7 +72,8 @@ bool pause_between_reads(std::chrono::milliseconds interval) {
 }
 
 // A line of a watch: at once, not at the end of the command.
-void print_state(Output& out, Address address, std::optional<std::uint8_t> old_value, std::uint8_t value) {
+void print_state(Output& out, Address address, std::optional<std::uint8_t> old_value,
+                 std::uint8_t value) {
   Json json = register_json(address);
   if (old_value) json["old"] = *old_value;
   json["value"] = value;
@@ -77,16 +81,18 @@ void print_state(Output& out, Address address, std::optional<std::uint8_t> old_v
   out.line(out.is_json() ? json_text(json) : register_text(address) + change + hex(value));
 }
 
-// Names of the tables that write the registers of a row; of a part of a register, those that write just this part.
+// Names of the tables that write the registers of a row; of a part of a
+// register, those that write just this part.
 std::string tables_of(const registers::Register& row) {
   const bool is_part = row.kind == registers::Kind::kBits;
   std::string names;
   for (const ParameterTable& table : parameter_tables()) {
-    const bool writes = std::any_of(table.rows.begin(), table.rows.end(), [&](const camera::param_info& entry) {
-      const int index = entry.byte - row.first.byte;
-      return entry.category == row.first.category && index >= 0 && index < row.count &&
-             (!is_part || entry.mask == row.mask);
-    });
+    const bool writes =
+        std::any_of(table.rows.begin(), table.rows.end(), [&](const camera::param_info& entry) {
+          const int index = entry.byte - row.first.byte;
+          return entry.category == row.first.category && index >= 0 && index < row.count &&
+                 (!is_part || entry.mask == row.mask);
+        });
     if (writes) names += (names.empty() ? "" : ", ") + std::string(table.name);
   }
   return names;
@@ -117,7 +123,8 @@ void reg_read(Context& context, const Words& registers) {
   const std::string tried = "reg read";
   const std::vector<Address> addresses = parse_registers(registers, tried);
   const std::vector<std::uint8_t> values = BorrowedPort(context, tried)->read(addresses, tried);
-  for (std::size_t i = 0; i < addresses.size(); ++i) print_value(context.out, addresses[i], values[i]);
+  for (std::size_t i = 0; i < addresses.size(); ++i)
+    print_value(context.out, addresses[i], values[i]);
 }
 
 void reg_write(Context& context, const Words& assignments) {
@@ -136,11 +143,12 @@ void reg_write(Context& context, const Words& assignments) {
     json["mask"] = entries[i].mask;
     json["old"] = before[i];
     json["new"] = after[i];
-    context.out.result(json, register_text(addresses[i]) + " mask " + hex(entries[i].mask) + "  " + hex(before[i]) +
-                                 " -> " + hex(after[i]));
+    context.out.result(json, register_text(addresses[i]) + " mask " + hex(entries[i].mask) + "  " +
+                                 hex(before[i]) + " -> " + hex(after[i]));
     if (((after[i] ^ entries[i].data) & entries[i].mask) == 0) continue;
-    throw CommandError(kRefused, tried + ": register " + address_text(addresses[i]) + " holds " + hex(after[i]) +
-                                     ", not " + hex(entries[i].data) + " under mask " + hex(entries[i].mask));
+    throw CommandError(kRefused, tried + ": register " + address_text(addresses[i]) + " holds " +
+                                     hex(after[i]) + ", not " + hex(entries[i].data) +
+                                     " under mask " + hex(entries[i].mask));
   }
 }
 
@@ -176,7 +184,8 @@ void reg_dump(Context& context, const DumpRange& range) {
     const Address address{category, static_cast<std::uint16_t>(byte)};
     if (!register_name(address).empty()) names += "\n" + register_text(address) + " = " + value;
   }
-  context.out.result({{"category", range.category}, {"first", range.first}, {"values", values}}, grid + names);
+  context.out.result({{"category", range.category}, {"first", range.first}, {"values", values}},
+                     grid + names);
 }
 
 void reg_watch(Context& context, const Words& registers, const WatchLimits& limits) {
@@ -187,7 +196,8 @@ void reg_watch(Context& context, const Words& registers, const WatchLimits& limi
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeout_s);
 
   std::vector<std::uint8_t> known = port->read(addresses, tried);
-  for (std::size_t i = 0; i < addresses.size(); ++i) print_state(context.out, addresses[i], {}, known[i]);
+  for (std::size_t i = 0; i < addresses.size(); ++i)
+    print_state(context.out, addresses[i], {}, known[i]);
   for (int changes = 0; limits.count == 0 || changes < limits.count;) {
     if (!pause_between_reads(std::chrono::milliseconds(limits.interval_ms))) return;
     const std::vector<std::uint8_t> values = port->read(addresses, tried);
@@ -199,8 +209,8 @@ void reg_watch(Context& context, const Words& registers, const WatchLimits& limi
     known = values;
     if (limits.timeout_s == 0 || std::chrono::steady_clock::now() < end) continue;
     if (limits.count == 0) return;
-    throw CommandError(
-        kTimedOut, tried + ": " + std::to_string(changes) + " of " + std::to_string(limits.count) + " changes seen");
+    throw CommandError(kTimedOut, tried + ": " + std::to_string(changes) + " of " +
+                                      std::to_string(limits.count) + " changes seen");
   }
 }
 
@@ -211,8 +221,8 @@ void reg_list(Context& context) {
     Json json = register_json(address);
     json["mask"] = register_mask(address);
     json["meaning"] = meaning_of(group);
-    context.out.result(json,
-                       register_columns(address) + "mask " + hex(register_mask(address)) + "  " + meaning_of(group));
+    context.out.result(json, register_columns(address) + "mask " + hex(register_mask(address)) +
+                                 "  " + meaning_of(group));
   }
 }
 
@@ -227,8 +237,8 @@ std::string register_document() {
                   "\n\n| Byte | Name | Mask | Meaning | Tables |\n|---|---|---|---|---|\n";
     }
     const std::string where = row.kind == registers::Kind::kBits ? "in " : "";
-    document += "| " + where + group_bytes(row) + " | " + group_name(row) + " | " + group_mask(row) + " | " +
-                meaning_of(row) + " | " + tables_of(row) + " |\n";
+    document += "| " + where + group_bytes(row) + " | " + group_name(row) + " | " +
+                group_mask(row) + " | " + meaning_of(row) + " | " + tables_of(row) + " |\n";
   }
   return document;
 }

@@ -37,10 +37,12 @@ LinkState look_past_an_exchange() {
 
 Finding record_finding(const LinkState& link) {
   if (link.is_idle()) return {"record", true, "idle"};
-  const std::string detail = "status " + std::to_string(link.record->status) + " since a request of " +
+  const std::string detail = "status " + std::to_string(link.record->status) +
+                             " since a request of " +
                              process_text(link.record->req_pid, link.requester_alive);
-  const std::string advice = link.requester_alive ? "wait for that process, or restart it"
-                                                  : "restart the comm application, which clears the record";
+  const std::string advice = link.requester_alive
+                                 ? "wait for that process, or restart it"
+                                 : "restart the comm application, which clears the record";
   return {"record", false, detail, advice, kBusy};
 }
 
@@ -50,8 +52,8 @@ Finding exchange_finding(Context& context) {
     const LibraryMute mute;
     BorrowedPort(context, "doctor")->read(registers::address("sensor_mode"), "doctor");
   } catch (const CommandError& error) {
-    return {"exchange", false, error.what(), "look at the comm application and at the link to the sub CPU",
-            error.code()};
+    return {"exchange", false, error.what(),
+            "look at the comm application and at the link to the sub CPU", error.code()};
   }
   const auto elapsed = std::chrono::steady_clock::now() - start;
   const auto us = std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count();
@@ -66,18 +68,21 @@ std::vector<Finding> examine_link(Context& context) {
     return findings.back().is_good;
   };
   const auto present = [](bool is_there) { return is_there ? "there" : "missing"; };
-  add({"key file", link.has_key_file, std::string(wire::kKeyFile) + " is " + present(link.has_key_file), kStartAdvice});
+  add({"key file", link.has_key_file,
+       std::string(wire::kKeyFile) + " is " + present(link.has_key_file), kStartAdvice});
   add({"semaphore", link.has_semaphore, present(link.has_semaphore), kStartAdvice});
   add({"segment", link.has_segment, present(link.has_segment), kStartAdvice});
   if (!link.has_semaphore || !link.has_segment) return findings;
   const bool may_use = link.may_use_semaphore && link.may_use_segment;
-  add({"access", may_use, may_use ? "may read and write both" : "may not read and write both", kRightsAdvice});
+  add({"access", may_use, may_use ? "may read and write both" : "may not read and write both",
+       kRightsAdvice});
   if (!may_use) return findings;
-  if (!add({"segment size", link.record.has_value(), std::to_string(link.segment_size) + " bytes", kRestartAdvice})) {
+  if (!add({"segment size", link.record.has_value(), std::to_string(link.segment_size) + " bytes",
+            kRestartAdvice})) {
     return findings;
   }
-  const bool is_alive =
-      add({"comm application", link.comm_alive, process_text(link.record->comm_pid, link.comm_alive), kRestartAdvice});
+  const bool is_alive = add({"comm application", link.comm_alive,
+                             process_text(link.record->comm_pid, link.comm_alive), kRestartAdvice});
   const bool is_idle = add(record_finding(link));
   if (is_alive && is_idle) add(exchange_finding(context));
   return findings;
@@ -95,13 +100,15 @@ bool answered_yes(const std::string& question) {
 void doctor(Context& context) {
   std::vector<Finding> findings = examine_link(context);
   const bool has_settings = read_stored_record().has_value();
-  findings.push_back({"stored settings", has_settings,
-                      has_settings ? "all.conf can be read" : "all.conf cannot be read",
-                      "set IPCAM_CONFIG_DIR to the folder of all.conf, or write one: camctl config init", kUsage});
+  findings.push_back(
+      {"stored settings", has_settings,
+       has_settings ? "all.conf can be read" : "all.conf cannot be read",
+       "set IPCAM_CONFIG_DIR to the folder of all.conf, or write one: camctl config init", kUsage});
   const Finding* first_bad = nullptr;
   for (const Finding& finding : findings) {
     if (!finding.is_good && first_bad == nullptr) first_bad = &finding;
-    Json json = {{"subject", finding.subject}, {"good", finding.is_good}, {"detail", finding.detail}};
+    Json json = {
+        {"subject", finding.subject}, {"good", finding.is_good}, {"detail", finding.detail}};
     std::string text = finding.is_good ? context.out.styled(Output::Style::kGood, "good  ")
                                        : context.out.styled(Output::Style::kBad, "BAD   ");
     text += padded(finding.subject, 18) + finding.detail;
@@ -118,23 +125,27 @@ void doctor(Context& context) {
 void flash(Context& context, bool is_store, bool yes) {
   const std::string tried = is_store ? "flash store" : "flash load";
   if (!yes) {
-    if (isatty(STDIN_FILENO) == 0) throw CommandError(kUsage, tried + ": no terminal to ask on, use --yes");
-    const bool is_confirmed =
-        answered_yes(is_store ? "camctl: store the parameter area to flash, over what is there?"
-                              : "camctl: load the parameter area from flash, over what is in memory?");
+    if (isatty(STDIN_FILENO) == 0)
+      throw CommandError(kUsage, tried + ": no terminal to ask on, use --yes");
+    const bool is_confirmed = answered_yes(
+        is_store ? "camctl: store the parameter area to flash, over what is there?"
+                 : "camctl: load the parameter area from flash, over what is in memory?");
     if (!is_confirmed) throw CommandError(kUsage, tried + ": not confirmed, nothing done");
   }
   // The copy itself needs no comm application; the object only says that it found none.
   camera::DspCommand dsp;
-  if (dsp.do_flash(is_store ? 1 : 0) != 0) throw CommandError(kRefused, tried + ": the copy failed, see above");
-  context.out.result({{"action", is_store ? "store" : "load"}}, is_store ? "stored to flash" : "loaded from flash");
+  if (dsp.do_flash(is_store ? 1 : 0) != 0)
+    throw CommandError(kRefused, tried + ": the copy failed, see above");
+  context.out.result({{"action", is_store ? "store" : "load"}},
+                     is_store ? "stored to flash" : "loaded from flash");
 }
 
 void flash_sdram(Context& context) {
   require_link("flash sdram");
   const auto start = std::chrono::steady_clock::now();
   camera::DspCommand dsp;
-  if (dsp.execute_alltosdram() != 0) fail_exchange("flash sdram", std::chrono::steady_clock::now() - start);
+  if (dsp.execute_alltosdram() != 0)
+    fail_exchange("flash sdram", std::chrono::steady_clock::now() - start);
   context.out.result({{"action", "sdram"}}, "sent: all to SDRAM");
 }
 

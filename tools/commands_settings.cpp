@@ -15,9 +15,13 @@ const Values& values_of(const Setting& setting) {
   return setting.kind == Kind::kStored ? find_field(setting.field)->values : setting.values;
 }
 
-Form form_of(const Setting& setting) { return setting.kind == Kind::kStored ? Form::kStored : Form::kRequest; }
+Form form_of(const Setting& setting) {
+  return setting.kind == Kind::kStored ? Form::kStored : Form::kRequest;
+}
 
-bool takes_value(const Setting& setting) { return setting.kind == Kind::kSetting || setting.kind == Kind::kStored; }
+bool takes_value(const Setting& setting) {
+  return setting.kind == Kind::kSetting || setting.kind == Kind::kStored;
+}
 
 std::string command_of(const Setting& setting) {
   const std::string name(setting.name);
@@ -43,7 +47,8 @@ Json setting_json(const Setting& setting) {
   if (takes_value(setting)) {
     if (values.words.empty()) json["range"] = {values.min, values.max};
     for (const Word& word : values.words) {
-      json["words"][std::string(word.word)] = form_of(setting) == Form::kRequest ? word.request : word.stored;
+      json["words"][std::string(word.word)] =
+          form_of(setting) == Form::kRequest ? word.request : word.stored;
     }
     if (!values.unit.empty()) json["unit"] = values.unit;
   }
@@ -51,7 +56,8 @@ Json setting_json(const Setting& setting) {
   if (!setting.depends.empty()) json["depends"] = setting.depends;
   if (!setting.field.empty()) json["field"] = setting.field;
   json["registers"] = Json::array();
-  for (const Address& address : registers_of(setting)) json["registers"].push_back(address_text(address));
+  for (const Address& address : registers_of(setting))
+    json["registers"].push_back(address_text(address));
   json["command"] = command_of(setting);
   return json;
 }
@@ -74,9 +80,11 @@ Request parse_assignment(const std::string& text) {
   const Setting* setting = find_setting(Kind::kSetting, name);
   if (setting == nullptr) {
     if (const Setting* stored = find_setting(Kind::kStored, name)) {
-      throw CommandError(kUsage, tried + ": only its stored value has an effect, use " + command_of(*stored));
+      throw CommandError(
+          kUsage, tried + ": only its stored value has an effect, use " + command_of(*stored));
     }
-    throw CommandError(kUsage, tried + ": no setting " + name + did_you_mean(name, setting_names(Kind::kSetting)));
+    throw CommandError(
+        kUsage, tried + ": no setting " + name + did_you_mean(name, setting_names(Kind::kSetting)));
   }
   const auto number = parse_value(setting->values, Form::kRequest, value);
   if (!number) {
@@ -85,7 +93,8 @@ Request parse_assignment(const std::string& text) {
     throw CommandError(kUsage, tried + ": no value " + value + did_you_mean(value, words) + " (" +
                                    describe(setting->values, Form::kRequest) + ")");
   }
-  return {setting, *number, std::string(setting->name) + "=" + value_text(setting->values, Form::kRequest, *number)};
+  return {setting, *number,
+          std::string(setting->name) + "=" + value_text(setting->values, Form::kRequest, *number)};
 }
 
 Json write_json(const RegisterWrite& write) {
@@ -112,7 +121,8 @@ std::string unsent_text(CameraSession& session, const Setting& setting, const st
 }
 
 void run_request(Output& out, CameraSession& session, const Request& request) {
-  const std::string tried = (request.setting->kind == Kind::kSetting ? "set " : "do ") + request.text;
+  const std::string tried =
+      (request.setting->kind == Kind::kSetting ? "set " : "do ") + request.text;
   const std::vector<RegisterWrite> writes = session.request(*request.setting, request.value, tried);
 
   Json json = {{"name", request.setting->name}};
@@ -133,10 +143,12 @@ void list_settings(Context& context, const Words& names) {
   for (const std::string& name : names) {
     const auto is_known = [&](const Setting& setting) { return same_name(setting.name, name); };
     if (std::ranges::any_of(settings(), is_known)) continue;
-    throw CommandError(kUsage, "list " + name + ": no setting " + name + did_you_mean(name, setting_names()));
+    throw CommandError(
+        kUsage, "list " + name + ": no setting " + name + did_you_mean(name, setting_names()));
   }
   for (const Setting& setting : settings()) {
-    if (is_wanted(setting.name, names)) context.out.result(setting_json(setting), setting_text(context.out, setting));
+    if (is_wanted(setting.name, names))
+      context.out.result(setting_json(setting), setting_text(context.out, setting));
   }
 }
 
@@ -149,7 +161,8 @@ std::vector<Request> parse_assignments(const Words& assignments) {
 Request parse_trigger(const std::string& name) {
   const Setting* setting = find_setting(Kind::kTrigger, name);
   if (setting != nullptr) return {setting, 0, std::string(setting->name)};
-  throw CommandError(kUsage, "do " + name + ": no trigger " + name + did_you_mean(name, setting_names(Kind::kTrigger)));
+  throw CommandError(kUsage, "do " + name + ": no trigger " + name +
+                                 did_you_mean(name, setting_names(Kind::kTrigger)));
 }
 
 void run_requests(Context& context, const std::vector<Request>& requests) {
@@ -161,7 +174,8 @@ void get_query(Context& context, const std::string& name) {
   const std::string tried = "get " + name;
   const Setting* setting = find_setting(Kind::kQuery, name);
   if (setting == nullptr) {
-    throw CommandError(kUsage, tried + ": no query " + name + did_you_mean(name, setting_names(Kind::kQuery)));
+    throw CommandError(
+        kUsage, tried + ": no query " + name + did_you_mean(name, setting_names(Kind::kQuery)));
   }
   int answer = 0;
   if (setting->code == camera::REQUEST_GET_ICR) {
@@ -169,10 +183,12 @@ void get_query(Context& context, const std::string& name) {
     constexpr int kSet = 59;
     constexpr int kClear = 60;
     const Address state = registers::address("icr_state");
-    const bool is_set = (BorrowedPort(context, tried)->read(state, tried) & register_mask(state)) != 0;
+    const bool is_set =
+        (BorrowedPort(context, tried)->read(state, tried) & register_mask(state)) != 0;
     answer = is_set ? kSet : kClear;
   } else if (context.session == nullptr) {
-    throw CommandError(kUsage, tried + ": a control thread of this call's own holds no iris, ask in camctl shell");
+    throw CommandError(
+        kUsage, tried + ": a control thread of this call's own holds no iris, ask in camctl shell");
   } else {
     answer = context.session->query(*setting, tried);
   }

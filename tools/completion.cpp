@@ -15,13 +15,15 @@ using Words = std::vector<std::string>;
 void add_values(const std::string& name, const Values& values, Form form, Words& words) {
   for (const Word& word : values.words) words.push_back(name + "=" + std::string(word.word));
   const bool is_short = values.words.empty() && values.min == 0 && values.max <= 18;
-  for (int i = 0; is_short && i <= values.max; ++i) words.push_back(name + "=" + value_text(values, form, i));
+  for (int i = 0; is_short && i <= values.max; ++i)
+    words.push_back(name + "=" + value_text(values, form, i));
 }
 
 bool takes_assignments(const Setting& setting) { return setting.kind == Kind::kSetting; }
 bool takes_assignments(const Field& /*field*/) { return true; }
 
-// NAME= for each name, or the values of the name that stands before the '=' of the word being typed.
+// NAME= for each name, or the values of the name that stands before
+// the '=' of the word being typed.
 template <class Row>
 Words assignments(std::span<const Row> rows, const std::string& typed, Form form) {
   Words words;
@@ -39,14 +41,16 @@ Words assignments(std::span<const Row> rows, const std::string& typed, Form form
 
 // What the arguments of a command can be.
 Words arguments(const std::string& family, const std::string& command, const std::string& typed) {
-  if (family == "reg" && (command == "read" || command == "watch")) return registers::register_names();
+  if (family == "reg" && (command == "read" || command == "watch"))
+    return registers::register_names();
   if (family == "reg" && command == "write") {
     Words names = registers::register_names();
     for (std::string& name : names) name += '=';
     return names;
   }
   if (family == "config" && command == "show") return field_names();
-  if (family == "config" && command == "set") return assignments(stored_fields(), typed, Form::kStored);
+  if (family == "config" && command == "set")
+    return assignments(stored_fields(), typed, Form::kStored);
   if (command == "list") return setting_names();
   if (command == "set") return assignments(settings(), typed, Form::kRequest);
   if (command == "do") return setting_names(Kind::kTrigger);
@@ -65,7 +69,8 @@ Words options(const CLI::App& app) {
 }  // namespace
 
 const CLI::App* find_subcommand(const CLI::App& app, const std::string& name) {
-  const auto found = app.get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });
+  const auto found =
+      app.get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });
   return found.empty() ? nullptr : found.front();
 }
 

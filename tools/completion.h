@@ -10,8 +10,8 @@ class App;
 
 namespace ipcam::tools {
 
-// Commands and options come from the parser itself, names and values from the tables. `words` are those behind
-// "camctl"; the last one is being typed, and may be empty.
+// Commands and options come from the parser itself, names and values from the tables. `words` are
+// those behind "camctl"; the last one is being typed, and may be empty.
 std::vector<std::string> candidates(const CLI::App& app, const std::vector<std::string>& words);
 
 // Null when the level has no such command.

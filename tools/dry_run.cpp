@@ -1,4 +1,5 @@
-// camctl set --dry-run: the requests against a private simulated camera that holds the real one's register values.
+// camctl set --dry-run: the requests against a private simulated camera that
+// holds the real one's register values.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,8 +38,9 @@ Registers read_named_registers(Context& context) {
   return registers;
 }
 
-// System V objects, /tmp and the stored settings of this process's own, and the camera's devices out of reach: nothing
-// that the requests do gets to the real camera. The factory's adjustment files in /var/tmp are the real ones.
+// System V objects, /tmp and the stored settings of this process's own, and the camera's devices
+// out of reach: nothing that the requests do gets to the real camera. The factory's adjustment
+// files in /var/tmp are the real ones.
 void enter_private_world(const camera::SettingsRecord& record) {
   workstation::enter_own_namespaces({"/tmp"});
   for (const sim::DeviceFile& device : sim::kDeviceFiles) workstation::hide(device.path);
@@ -48,7 +50,8 @@ void enter_private_world(const camera::SettingsRecord& record) {
   throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be copied");
 }
 
-// Namespaces are for a process with one thread, so beside a control thread a dry run needs a process of its own.
+// Namespaces are for a process with one thread, so beside a control thread a
+// dry run needs a process of its own.
 int run_own_program(Context& context, Words command_line) {
   command_line.insert(command_line.begin(), "camctl");
   if (context.out.is_json()) command_line.push_back("--json");
@@ -73,12 +76,14 @@ int run_own_program(Context& context, Words command_line) {
 int run_dry(Context& context, const std::vector<Request>& requests, const Words& command_line) {
   if (context.session != nullptr) return run_own_program(context, command_line);
   const auto record = read_stored_record();
-  if (!record) throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be read");
+  if (!record)
+    throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be read");
   const Registers registers = read_named_registers(context);
   enter_private_world(*record);
   sim::SimulatedCamera camera;
   camera.start();
-  for (const auto& [address, value] : registers) camera.set_reg(address.category, address.byte, value);
+  for (const auto& [address, value] : registers)
+    camera.set_reg(address.category, address.byte, value);
   CameraSession session(kTried);
   Context inner{context.out, &session};
   run_requests(inner, requests);

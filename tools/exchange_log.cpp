@@ -1,4 +1,5 @@
-// The library's packet-dump hook, put in the place of the library's empty one, and what its packets say.
+// The library's packet-dump hook, put in the place of the library's
+// empty one, and what its packets say.
 #include "tools/exchange_log.h"
 
 #include <unistd.h>
@@ -19,12 +20,14 @@ std::mutex g_mutex;
 std::vector<LoggedExchange> g_exchanges;
 bool g_is_logging = false;
 
-// A process has one DspCommand at work, so its exchanges do not overlap: a reply belongs to the last command.
+// A process has one DspCommand at work, so its exchanges do not overlap:
+// a reply belongs to the last command.
 void log_packet(int direction, const wire::Packet& packet) {
   const std::lock_guard lock(g_mutex);
   if (!g_is_logging) return;
   if (direction == 0) {
-    g_exchanges.push_back({.command = packet, .reply = {}, .start = Clock::now(), .thread = gettid()});
+    g_exchanges.push_back(
+        {.command = packet, .reply = {}, .start = Clock::now(), .thread = gettid()});
   } else if (!g_exchanges.empty()) {
     g_exchanges.back().reply = packet;
   }
@@ -76,7 +79,8 @@ std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>&
   return writes;
 }
 
-std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchange>& exchanges, Clock::time_point end) {
+std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchange>& exchanges,
+                                                  Clock::time_point end) {
   std::vector<const wire::Packet*> carried_out;  // later than the one that is looked at
   for (std::size_t i = exchanges.size(); i-- > 0;) {
     const LoggedExchange& exchange = exchanges[i];
@@ -97,8 +101,9 @@ std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchan
 
 namespace ipcam::camera {
 
-// The library calls its hook through the dynamic linker, which finds this definition in the program before the
-// library's own, which does nothing. So exchanges can be watched in any library that exports the hook, on a camera too.
+// The library calls its hook through the dynamic linker, which finds this definition in the
+// program before the library's own, which does nothing. So exchanges can be watched in any library
+// that exports the hook, on a camera too.
 void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
   tools::log_packet(direction, std::bit_cast<wire::Packet>(*packet));
 }

@@ -1,5 +1,6 @@
-// Every exchange of this process with the comm application, taken down through the library's packet-dump hook. A
-// request's result says neither what was sent nor whether it arrived; both packets of its exchanges do.
+// Every exchange of this process with the comm application, taken down through the
+// library's packet-dump hook. A request's result says neither what was sent nor whether it
+// arrived; both packets of its exchanges do.
 #pragma once
 
 #include <chrono>
@@ -49,8 +50,9 @@ class ExchangeLog {
 // The writes among `exchanges` that were carried out, in the order sent.
 std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges);
 
-// How long the last exchange took that failed, or whose reply reports a failure, and that was not repeated with
-// success; none when there is no such exchange. `end` is when the last one ended.
-std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchange>& exchanges, Clock::time_point end);
+// How long the last exchange took that failed, or whose reply reports a failure, and that was not
+// repeated with success; none when there is no such exchange. `end` is when the last one ended.
+std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchange>& exchanges,
+                                                  Clock::time_point end);
 
 }  // namespace ipcam::tools

@@ -80,25 +80,30 @@ void require_link(const std::string& tried) {
   constexpr auto kPoll = 10ms;
   const auto deadline = std::chrono::steady_clock::now() + kReplyLimit + 100ms;
   LinkState link = look_at_link();
-  while (link.record && link.comm_alive && !link.is_idle() && std::chrono::steady_clock::now() < deadline) {
+  while (link.record && link.comm_alive && !link.is_idle() &&
+         std::chrono::steady_clock::now() < deadline) {
     check_for_stop();
     std::this_thread::sleep_for(kPoll);
     link = look_at_link();
   }
 
   if (!link.has_key_file || !link.has_semaphore || !link.has_segment) {
-    throw CommandError(kNoCommApplication, tried + ": no comm application is running, see camctl doctor");
+    throw CommandError(kNoCommApplication,
+                       tried + ": no comm application is running, see camctl doctor");
   }
   if (!link.may_use_semaphore || !link.record) {
-    throw CommandError(kNoCommApplication, tried + ": no access to the comm application's record, see camctl doctor");
+    throw CommandError(kNoCommApplication,
+                       tried + ": no access to the comm application's record, see camctl doctor");
   }
   if (!link.comm_alive) {
     throw CommandError(kNoCommApplication,
-                       tried + ": the comm application was " + process_text(link.record->comm_pid, link.comm_alive));
+                       tried + ": the comm application was " +
+                           process_text(link.record->comm_pid, link.comm_alive));
   }
   if (!link.is_idle()) {
     throw CommandError(kBusy, tried + ": the record is held by " +
-                                  process_text(link.record->req_pid, link.requester_alive) + ", see camctl doctor");
+                                  process_text(link.record->req_pid, link.requester_alive) +
+                                  ", see camctl doctor");
   }
 }
 
@@ -107,7 +112,8 @@ void fail_exchange(const std::string& tried, std::chrono::steady_clock::duration
   if (!link.comm_alive) require_link(tried);
   if (elapsed >= kReplyLimit) throw CommandError(kTimedOut, tried + ": no reply within one second");
   if (!link.is_idle()) require_link(tried);
-  throw CommandError(kRefused, tried + ": the camera refused the exchange, or another process was in its way");
+  throw CommandError(
+      kRefused, tried + ": the camera refused the exchange, or another process was in its way");
 }
 
 }  // namespace ipcam::tools

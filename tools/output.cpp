@@ -21,12 +21,13 @@ volatile std::sig_atomic_t g_stop_signal = 0;
 void note_stop_signal(int signal) { g_stop_signal = signal; }
 
 std::string_view error_kind(ExitCode code) {
-  constexpr std::array<std::string_view, 6> kNames = {"done", "refused", "usage", "timed out", "no comm application",
-                                                      "busy"};
+  constexpr std::array<std::string_view, 6> kNames = {
+      "done", "refused", "usage", "timed out", "no comm application", "busy"};
   return kNames[static_cast<std::size_t>(code)];
 }
 
-// Descriptor 1 becomes a copy of `source`; what the library has printed so far still goes where it went.
+// Descriptor 1 becomes a copy of `source`; what the library has
+// printed so far still goes where it went.
 void redirect_stdout(int source) {
   std::fflush(stdout);
   dup2(source, STDOUT_FILENO);
@@ -35,7 +36,8 @@ void redirect_stdout(int source) {
 }  // namespace
 
 Output::Output()
-    : results_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)), has_progress_(isatty(STDERR_FILENO) == 1) {
+    : results_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),
+      has_progress_(isatty(STDERR_FILENO) == 1) {
   const char* no_color = std::getenv("NO_COLOR");
   has_color_ = isatty(results_) == 1 && (no_color == nullptr || *no_color == '\0');
   redirect_stdout(STDERR_FILENO);
@@ -55,7 +57,8 @@ void Output::line(std::string_view text) {
   while (!rest.empty()) {
     const ssize_t written = write(results_, rest.data(), rest.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) throw CommandError(kUsage, std::string("write results: ") + std::strerror(errno));
+    if (written < 0)
+      throw CommandError(kUsage, std::string("write results: ") + std::strerror(errno));
     rest.remove_prefix(static_cast<std::size_t>(written));
   }
 }
@@ -86,8 +89,9 @@ void Output::finish(const CommandError* error) {
   progress("");
   Json document = {{"results", std::exchange(collected_, Json::array())}};
   if (error != nullptr) {
-    document["error"] = {
-        {"code", static_cast<int>(error->code())}, {"kind", error_kind(error->code())}, {"message", error->what()}};
+    document["error"] = {{"code", static_cast<int>(error->code())},
+                         {"kind", error_kind(error->code())},
+                         {"message", error->what()}};
   }
   if (json_) line(json_text(document));
 }
@@ -122,7 +126,8 @@ void watch_for_stop_signals() {
 bool stop_requested() { return g_stop_signal != 0; }
 
 void check_for_stop() {
-  if (stop_requested()) throw CommandError(kRefused, std::string("stopped by signal: ") + strsignal(g_stop_signal));
+  if (stop_requested())
+    throw CommandError(kRefused, std::string("stopped by signal: ") + strsignal(g_stop_signal));
 }
 
 void die_of_stop_signal() {
@@ -131,7 +136,9 @@ void die_of_stop_signal() {
   std::raise(g_stop_signal);
 }
 
-std::string json_text(const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
+std::string json_text(const Json& value) {
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
 
 std::string hex(int value) {
   char text[16];

@@ -1,4 +1,5 @@
-// Where the tool's words go: results on the descriptor that was standard output, everything else on standard error.
+// Where the tool's words go: results on the descriptor that was standard
+// output, everything else on standard error.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -19,7 +20,8 @@ enum ExitCode : int {
   kBusy = 5,
 };
 
-// Ends a command. The text says what was tried and what was wrong: "set saturation=9: no such value (0 to 6)".
+// Ends a command. The text says what was tried and what was wrong: "set
+// saturation=9: no such value (0 to 6)".
 class CommandError : public std::runtime_error {
  public:
   CommandError(ExitCode code, const std::string& text) : std::runtime_error(text), code_(code) {}
@@ -29,8 +31,8 @@ class CommandError : public std::runtime_error {
   ExitCode code_;
 };
 
-// From its construction on, descriptor 1 is standard error, so that the library's own lines on standard output
-// cannot get between the results. One thread.
+// From its construction on, descriptor 1 is standard error, so that the library's own lines on
+// standard output cannot get between the results. One thread.
 class Output {
  public:
   Output();
@@ -42,9 +44,11 @@ class Output {
   bool is_json() const { return json_; }
   int results_fd() const { return results_; }
 
-  // Results, with a newline at the end, written at once. Throws CommandError when it cannot be written.
+  // Results, with a newline at the end, written at once. Throws
+  // CommandError when it cannot be written.
   void line(std::string_view text);
-  // One result: `text` as a line at once, or, with JSON, `object` with all others at the end of the command.
+  // One result: `text` as a line at once, or, with JSON, `object` with
+  // all others at the end of the command.
   void result(const Json& object, std::string_view text);
   // The end of a command: with JSON, {"results": [...]}, and after a failure its error beside them.
   void finish(const CommandError* error = nullptr);
@@ -77,7 +81,8 @@ class LibraryMute {
   LibraryMute& operator=(const LibraryMute&) = delete;
 };
 
-// Set by SIGINT, SIGTERM and SIGHUP: a command then ends at its next step, with no exchange left half done.
+// Set by SIGINT, SIGTERM and SIGHUP: a command then ends at its next
+// step, with no exchange left half done.
 void watch_for_stop_signals();
 bool stop_requested();
 // Throws CommandError once a stop was requested.

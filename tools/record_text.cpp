@@ -26,7 +26,8 @@ std::string trimmed(std::string_view text) {
 }
 
 // The bytes from `first` to `end`, which have no name.
-void print_bytes(const camera::SettingsRecord& record, std::size_t first, std::size_t end, std::string& text) {
+void print_bytes(const camera::SettingsRecord& record, std::size_t first, std::size_t end,
+                 std::string& text) {
   for (; first < end; first += std::min(kBytesPerLine, end - first)) {
     char piece[32];
     std::snprintf(piece, sizeof piece, "0x%03zx =", first);
@@ -41,8 +42,9 @@ void print_bytes(const camera::SettingsRecord& record, std::size_t first, std::s
 
 bool is_named(std::size_t offset) {
   const auto fields = stored_fields();
-  return std::any_of(fields.begin(), fields.end(),
-                     [&](const Field& field) { return offset >= field.offset && offset < field.offset + field.width; });
+  return std::any_of(fields.begin(), fields.end(), [&](const Field& field) {
+    return offset >= field.offset && offset < field.offset + field.width;
+  });
 }
 
 bool fits(const Field& field, int value) {
@@ -80,8 +82,8 @@ void set_field(camera::SettingsRecord& record, const Field& field, int value) {
 std::string record_text(const camera::SettingsRecord& record) {
   std::string text = "# camera settings record\n";
   for (const Field& field : stored_fields()) {
-    text +=
-        std::string(field.name) + " = " + value_text(field.values, Form::kStored, field_value(record, field)) + "\n";
+    text += std::string(field.name) + " = " +
+            value_text(field.values, Form::kStored, field_value(record, field)) + "\n";
   }
   text += "# bytes of other programs\n";
   std::size_t named_end = 0;
@@ -93,7 +95,8 @@ std::string record_text(const camera::SettingsRecord& record) {
   return text;
 }
 
-void apply_record_text(std::string_view text, const std::string& file, camera::SettingsRecord& record) {
+void apply_record_text(std::string_view text, const std::string& file,
+                       camera::SettingsRecord& record) {
   std::istringstream lines{std::string(text)};
   int number = 0;
   for (std::string line; std::getline(lines, line);) {
@@ -111,12 +114,15 @@ void apply_record_text(std::string_view text, const std::string& file, camera::S
       continue;
     }
     const Field* field = find_field(name);
-    if (field == nullptr) throw CommandError(kUsage, tried + ": no field " + name + did_you_mean(name, field_names()));
-    // A saved record is restored as it was, also where another program has left a value that is out of range.
+    if (field == nullptr)
+      throw CommandError(kUsage, tried + ": no field " + name + did_you_mean(name, field_names()));
+    // A saved record is restored as it was, also where another program
+    // has left a value that is out of range.
     const auto accepted = parse_value(field->values, Form::kStored, value);
     const auto stored = accepted ? accepted : parse_number(value);
     if (!stored || !fits(*field, *stored)) {
-      throw CommandError(kUsage, tried + ": no value " + value + " (" + describe(field->values, Form::kStored) + ")");
+      throw CommandError(kUsage, tried + ": no value " + value + " (" +
+                                     describe(field->values, Form::kStored) + ")");
     }
     set_field(record, *field, *stored);
   }

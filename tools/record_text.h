@@ -14,12 +14,13 @@ using workstation::read_stored_record;
 int field_value(const camera::SettingsRecord& record, const Field& field);
 void set_field(camera::SettingsRecord& record, const Field& field, int value);
 
-// One line per field, "name = value", then the bytes without a name, "0x054 = 00 00 ...", at most 16 a line. Two
-// records that differ in one field differ in one line.
+// One line per field, "name = value", then the bytes without a name, "0x054 = 00 00 ...", at most
+// 16 a line. Two records that differ in one field differ in one line.
 std::string record_text(const camera::SettingsRecord& record);
 
-// Puts what the lines say into `record`; lines may be missing, and a '#' begins a comment. Throws CommandError at
-// the first line that is wrong; `file` is its name.
-void apply_record_text(std::string_view text, const std::string& file, camera::SettingsRecord& record);
+// Puts what the lines say into `record`; lines may be missing, and a '#' begins a comment. Throws
+// CommandError at the first line that is wrong; `file` is its name.
+void apply_record_text(std::string_view text, const std::string& file,
+                       camera::SettingsRecord& record);
 
 }  // namespace ipcam::tools

@@ -1,4 +1,5 @@
-// Register access for commands: through a DspCommand of the tool's own, or through the control thread's.
+// Register access for commands: through a DspCommand of the tool's
+// own, or through the control thread's.
 #include "tools/register_port.h"
 
 #include <algorithm>
@@ -19,13 +20,16 @@ constexpr std::size_t kEntriesPerWrite = 14;
 
 }  // namespace
 
-std::vector<std::uint8_t> RegisterPort::read(std::span<const Address> addresses, const std::string& tried) {
+std::vector<std::uint8_t> RegisterPort::read(std::span<const Address> addresses,
+                                             const std::string& tried) {
   std::vector<camera::param_info> entries;
-  for (const Address& address : addresses) entries.push_back({.category = address.category, .byte = address.byte});
+  for (const Address& address : addresses)
+    entries.push_back({.category = address.category, .byte = address.byte});
   return run_all('r', entries, tried);
 }
 
-std::vector<std::uint8_t> RegisterPort::run_all(char access, std::span<const camera::param_info> entries,
+std::vector<std::uint8_t> RegisterPort::run_all(char access,
+                                                std::span<const camera::param_info> entries,
                                                 const std::string& tried) {
   const std::size_t at_a_time = access == 'r' ? kEntriesPerRead : kEntriesPerWrite;
   std::vector<std::uint8_t> values;
@@ -34,20 +38,23 @@ std::vector<std::uint8_t> RegisterPort::run_all(char access, std::span<const cam
     std::string text = std::string(1, access) + ",";
     for (const camera::param_info& entry : batch) {
       text += std::to_string(entry.category) + "," + std::to_string(entry.byte);
-      if (access == 'w') text += "," + std::to_string(entry.mask) + "," + std::to_string(entry.data);
+      if (access == 'w')
+        text += "," + std::to_string(entry.mask) + "," + std::to_string(entry.data);
       text += ";";
     }
     std::array<unsigned char, kEntriesPerRead> result{};
     run_or_fail(text, result.data(), tried);
-    values.insert(values.end(), result.begin(), result.begin() + static_cast<std::ptrdiff_t>(batch.size()));
+    values.insert(values.end(), result.begin(),
+                  result.begin() + static_cast<std::ptrdiff_t>(batch.size()));
     entries = entries.subspan(batch.size());
   }
   return values;
 }
 
-// Another process's exchange in the way fails a text at once. Running it again is harmless: a write sets the same bits
-// once more.
-void RegisterPort::run_or_fail(const std::string& text, unsigned char* result, const std::string& tried) {
+// Another process's exchange in the way fails a text at once. Running it again is harmless: a
+// write sets the same bits once more.
+void RegisterPort::run_or_fail(const std::string& text, unsigned char* result,
+                               const std::string& tried) {
   constexpr int kAttempts = 3;
   constexpr auto kAtOnce = std::chrono::milliseconds(500);
   for (int attempt = 1;; ++attempt) {
@@ -71,7 +78,8 @@ int ControlThreadPort::run(const std::string& text, unsigned char* result) {
   std::memcpy(request.cmd, text.data(), text.size());
   request.cmd_len = static_cast<std::int32_t>(text.size());
   if (camera::cam_ccd_debug(&request) != 0 || request.reply_len == 0) return -1;
-  // A write is answered with length 1, however many registers it had; the bytes are there all the same.
+  // A write is answered with length 1, however many registers it
+  // had; the bytes are there all the same.
   std::memcpy(result, request.reply, kEntriesPerRead);
   return request.reply_len;
 }

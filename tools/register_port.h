@@ -1,4 +1,5 @@
-// Register access for commands: through a DspCommand of the tool's own, or through the control thread's.
+// Register access for commands: through a DspCommand of the tool's
+// own, or through the control thread's.
 #pragma once
 
 #include <cstdint>
@@ -19,14 +20,18 @@ class RegisterPort {
   virtual ~RegisterPort() = default;
 
   std::vector<std::uint8_t> read(std::span<const Address> addresses, const std::string& tried);
-  std::uint8_t read(Address address, const std::string& tried) { return read(std::span(&address, 1), tried)[0]; }
+  std::uint8_t read(Address address, const std::string& tried) {
+    return read(std::span(&address, 1), tried)[0];
+  }
   // Returns the values before.
-  std::vector<std::uint8_t> write(std::span<const camera::param_info> entries, const std::string& tried) {
+  std::vector<std::uint8_t> write(std::span<const camera::param_info> entries,
+                                  const std::string& tried) {
     return run_all('w', entries, tried);
   }
 
  private:
-  std::vector<std::uint8_t> run_all(char access, std::span<const camera::param_info> entries, const std::string& tried);
+  std::vector<std::uint8_t> run_all(char access, std::span<const camera::param_info> entries,
+                                    const std::string& tried);
   // Runs a register command text and returns what DspCommand::do_debug() does: -1 on failure.
   virtual int run(const std::string& text, unsigned char* result) = 0;
   void run_or_fail(const std::string& text, unsigned char* result, const std::string& tried);
@@ -40,7 +45,8 @@ class OwnPort : public RegisterPort {
   camera::DspCommand dsp_;
 };
 
-// For a process that runs the control thread: two objects would refuse each other's exchanges as busy.
+// For a process that runs the control thread: two objects would
+// refuse each other's exchanges as busy.
 class ControlThreadPort : public RegisterPort {
  private:
   int run(const std::string& text, unsigned char* result) override;

@@ -1,4 +1,5 @@
-// The settings of the camera: one table that drives commands, help, completion, the man page and the documentation.
+// The settings of the camera: one table that drives commands, help, completion,
+// the man page and the documentation.
 #pragma once
 
 #include <array>

@@ -29,7 +29,8 @@ Words split(const std::string& line) {
 }  // namespace
 
 int run_shell(Context& context) {
-  context.out.note("starting a control thread for this shell; it applies the stored settings first");
+  context.out.note(
+      "starting a control thread for this shell; it applies the stored settings first");
   CameraSession session("shell");
   const bool is_json = context.out.is_json();
   const char* const prompt = isatty(STDIN_FILENO) == 1 ? "camctl> " : "";

@@ -8,7 +8,9 @@ namespace ipcam::tools {
 
 namespace {
 
-int number_of(const Word& word, Form form) { return form == Form::kRequest ? word.request : word.stored; }
+int number_of(const Word& word, Form form) {
+  return form == Form::kRequest ? word.request : word.stored;
+}
 
 bool is_accepted(const Values& values, Form form, int number) {
   if (values.words.empty()) return number >= values.min && number <= values.max;

@@ -6,7 +6,8 @@
 namespace ipcam::wire {
 namespace {
 
-constexpr std::size_t kHeaderBytes = 5;  // length, type, category, byte number high, byte number low
+constexpr std::size_t kHeaderBytes =
+    5;  // length, type, category, byte number high, byte number low
 
 CommandEntry command_entry(Bytes entry) {
   if (entry.size() <= kHeaderBytes) return {.type = entry[1]};
@@ -18,20 +19,23 @@ CommandEntry command_entry(Bytes entry) {
 
 Access access_of(const std::vector<CommandEntry>& entries) {
   const auto all_are = [&](std::uint8_t type) {
-    return std::ranges::all_of(
-        entries, [&](const CommandEntry& entry) { return entry.type == type && entry.values.size() == 1; });
+    return std::ranges::all_of(entries, [&](const CommandEntry& entry) {
+      return entry.type == type && entry.values.size() == 1;
+    });
   };
   if (entries.empty()) return Access::other;
   if (all_are(kReadEntry)) return Access::read;
   if (all_are(kWriteEntry)) return Access::write;
-  const bool is_block = entries.size() == 1 && entries[0].type == kWriteEntry && !entries[0].values.empty();
+  const bool is_block =
+      entries.size() == 1 && entries[0].type == kWriteEntry && !entries[0].values.empty();
   return is_block ? Access::block : Access::other;
 }
 
 }  // namespace
 
 Bytes used_bytes(const Packet& packet) {
-  return {packet.data, static_cast<std::size_t>(std::clamp<std::int32_t>(packet.length, 0, kDataBytes))};
+  return {packet.data,
+          static_cast<std::size_t>(std::clamp<std::int32_t>(packet.length, 0, kDataBytes))};
 }
 
 Command decode_command(const Packet& packet) {

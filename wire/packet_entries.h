@@ -1,5 +1,5 @@
-// The entries of command and reply packets. The one place that takes packets apart: for the comm application, for
-// traces and for whoever watches the link from the requester's side.
+// The entries of command and reply packets. The one place that takes packets apart: for the comm
+// application, for traces and for whoever watches the link from the requester's side.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +22,8 @@ struct CommandEntry {
   std::uint8_t type;  // kReadEntry, kWriteEntry, or one of the all-to-SDRAM request
   std::uint8_t category = 0;
   std::uint16_t byte = 0;
-  Bytes values = {};  // for the registers from `byte` on; of a read one byte without a meaning; empty: no registers
+  Bytes values = {};  // for the registers from `byte` on; of a read one byte without a meaning;
+                      // empty: no registers
 };
 
 // What a command packet does as a whole.

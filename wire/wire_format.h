@@ -1,4 +1,5 @@
-// The record and the packets that the comm application and its requesters share, as the comm application sees them.
+// The record and the packets that the comm application and its requesters
+// share, as the comm application sees them.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +9,8 @@ namespace ipcam::wire {
 
 inline constexpr char kKeyFile[] = "/tmp/comm.log";
 inline constexpr int kKeyProject = 0x6e;
-inline constexpr int kDoorbell = 10;  // signal that announces a request and, the other way, its reply
+inline constexpr int kDoorbell =
+    10;  // signal that announces a request and, the other way, its reply
 inline constexpr int kDataBytes = 128;
 
 // Entries back to back, each led by its own length in bytes.
@@ -28,8 +30,9 @@ struct Record {
   Packet packet;          // the request, then its reply
 };
 static_assert(sizeof(Record) == 148);
-static_assert(offsetof(Record, status) == 0 && offsetof(Record, comm_pid) == 4 && offsetof(Record, req_pid) == 8 &&
-              offsetof(Record, packet) == 12 && offsetof(Packet, count) == 0 && offsetof(Packet, length) == 4 &&
+static_assert(offsetof(Record, status) == 0 && offsetof(Record, comm_pid) == 4 &&
+              offsetof(Record, req_pid) == 8 && offsetof(Record, packet) == 12 &&
+              offsetof(Packet, count) == 0 && offsetof(Packet, length) == 4 &&
               offsetof(Packet, data) == 8);
 
 }  // namespace ipcam::wire

@@ -25,8 +25,8 @@ int EVRControl::start_thread() {
   int result = -1;
   while (may_go_on()) {
     if (getAdjustMode() == 1) {
-      std::fprintf(stderr, "%d@%s#%s: Adjust mode... EVRControl thread has expired.\n", 69, "EVRControl",
-                   "start_thread");
+      std::fprintf(stderr, "%d@%s#%s: Adjust mode... EVRControl thread has expired.\n", 69,
+                   "EVRControl", "start_thread");
       break;
     }
     result = getShutterSpeedFromARM7();
@@ -62,8 +62,8 @@ int EVRControl::setEVRDATA4ToARM7(unsigned char value) {
   param_info evrdata4 = row("evrdata4");
   evrdata4.data = value;
   if (write_register(*dsp_, evrdata4) == -1) {
-    std::fprintf(stderr, "%d@%s#%s: -EVRControl- : couldn't set EVRDATA4 to 0xFF.\n", 189, "EVRControl",
-                 "setEVRDATA4ToARM7");
+    std::fprintf(stderr, "%d@%s#%s: -EVRControl- : couldn't set EVRDATA4 to 0xFF.\n", 189,
+                 "EVRControl", "setEVRDATA4ToARM7");
     return -1;
   }
   return 0;

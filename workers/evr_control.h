@@ -8,9 +8,9 @@
 
 namespace ipcam::camera {
 
-// While it runs, EVRDATA4 is 255 for a shutter value above 1 and the factory value otherwise. A run ends when it is
-// stopped, or by itself when the sub CPU reports the adjustment mode. The DspCommand is a loan: it must outlive the
-// worker's runs.
+// While it runs, EVRDATA4 is 255 for a shutter value above 1 and the factory value otherwise. A run
+// ends when it is stopped, or by itself when the sub CPU reports the adjustment mode. The
+// DspCommand is a loan: it must outlive the worker's runs.
 class EVRControl : public Worker {
  public:
   // `evrdata4` is the factory value of EVRDATA4.

@@ -31,7 +31,9 @@ bool has_settled(const std::list<unsigned short>& samples) {
   return *largest - *smallest <= kSettleThreshold;
 }
 
-std::uint16_t gain_of(std::uint8_t low, std::uint8_t high) { return static_cast<std::uint16_t>(low | high << 8); }
+std::uint16_t gain_of(std::uint8_t low, std::uint8_t high) {
+  return static_cast<std::uint16_t>(low | high << 8);
+}
 
 }  // namespace
 
@@ -45,13 +47,15 @@ int OnepushWB::start_thread() {
   try {
     result = measure();
   } catch (...) {
-    // Out of memory, or a failure inside the configuration library, costs this measurement and not the process.
+    // Out of memory, or a failure inside the configuration library, costs
+    // this measurement and not the process.
   }
   setInactive();
   return result;
 }
 
-// Every write is preceded by a look at the stop, which may arrive at any time: a mode chosen meanwhile must stay.
+// Every write is preceded by a look at the stop, which may arrive at any
+// time: a mode chosen meanwhile must stay.
 int OnepushWB::measure() {
   // Zeros keep the first readings from settling before five of them are there.
   red_samples_.assign(kSamples, 0);
@@ -59,7 +63,8 @@ int OnepushWB::measure() {
 
   if (!may_go_on()) return -1;
   if (write_register(*dsp_, row("wb_mode", registers::kWbAtw)) == -1) {
-    std::fprintf(stderr, "%d@%s#%s: OnepushWB  failed to set Onepush mode to ARM7\n", 66, "OnepushWB", "start_thread");
+    std::fprintf(stderr, "%d@%s#%s: OnepushWB  failed to set Onepush mode to ARM7\n", 66,
+                 "OnepushWB", "start_thread");
     return -1;
   }
 
@@ -93,11 +98,13 @@ void OnepushWB::save_and_apply_last_reading() {
 bool OnepushWB::settled() const { return has_settled(red_samples_) && has_settled(blue_samples_); }
 
 int OnepushWB::getRBGainFromARM7() {
-  static constexpr param_info kRows[] = {read_row("measured_red_gain_lo"), read_row("measured_red_gain_hi"),
-                                         read_row("measured_blue_gain_lo"), read_row("measured_blue_gain_hi")};
+  static constexpr param_info kRows[] = {
+      read_row("measured_red_gain_lo"), read_row("measured_red_gain_hi"),
+      read_row("measured_blue_gain_lo"), read_row("measured_blue_gain_hi")};
   const RegisterReply reply = read_registers(*dsp_, kRows);
   if (reply.result == -1) {
-    std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : couldn't get R/BGain.\n", 137, "OnepushWB", "getRBGainFromARM7");
+    std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : couldn't get R/BGain.\n", 137, "OnepushWB",
+                 "getRBGainFromARM7");
     return -1;
   }
   red_gain_ = gain_of(reply.bytes[0], reply.bytes[1]);
@@ -110,20 +117,21 @@ int OnepushWB::getRBGainFromARM7() {
 
 int OnepushWB::setRBGainToARM7() {
   if (is_stopped()) return -1;
-  param_info rows[] = {row("preset1_red_gain_lo"), row("preset1_red_gain_hi"), row("preset1_blue_gain_lo"),
-                       row("preset1_blue_gain_hi")};
+  param_info rows[] = {row("preset1_red_gain_lo"), row("preset1_red_gain_hi"),
+                       row("preset1_blue_gain_lo"), row("preset1_blue_gain_hi")};
   fill_words(rows, std::array{red_gain_, blue_gain_});
-  std::fprintf(stderr, "%d@%s#%s: OnepushWB  R:%04x B:%04x\n", 176, "OnepushWB", "setRBGainToARM7", red_gain_,
-               blue_gain_);
+  std::fprintf(stderr, "%d@%s#%s: OnepushWB  R:%04x B:%04x\n", 176, "OnepushWB", "setRBGainToARM7",
+               red_gain_, blue_gain_);
   if (write_registers(*dsp_, rows) == -1) {
-    std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : couldn't set USER1.\n", 178, "OnepushWB", "setRBGainToARM7");
+    std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : couldn't set USER1.\n", 178, "OnepushWB",
+                 "setRBGainToARM7");
     return -1;
   }
 
   if (is_stopped()) return -1;
   if (write_register(*dsp_, row("wb_mode", registers::kWbPreset1)) == -1) {
-    std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : couldn't set preset1 to WBmode.\n", 184, "OnepushWB",
-                 "setRBGainToARM7");
+    std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : couldn't set preset1 to WBmode.\n", 184,
+                 "OnepushWB", "setRBGainToARM7");
     return -1;
   }
   return 0;
@@ -139,10 +147,12 @@ int OnepushWB::setRBGainToConf() {
     return true;
   });
   if (update == RecordUpdate::kWriteFailed) {
-    std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : config file write error\n", 208, "OnepushWB", "setRBGainToConf");
+    std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : config file write error\n", 208, "OnepushWB",
+                 "setRBGainToConf");
   }
   if (update == RecordUpdate::kReadFailed) {
-    std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : config file read error.\n", 213, "OnepushWB", "setRBGainToConf");
+    std::fprintf(stderr, "%d@%s#%s: -OnepushWB- : config file read error.\n", 213, "OnepushWB",
+                 "setRBGainToConf");
   }
   return update == RecordUpdate::kDone ? 0 : -1;
 }

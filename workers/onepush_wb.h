@@ -9,9 +9,10 @@
 
 namespace ipcam::camera {
 
-// One measurement is one run: it lets the image processor measure, polls the gains until they stop moving, saves them
-// in the camera settings record and makes them the preset that is in force. To replace one: stop_thread(),
-// wait_until_idle(), start(). The DspCommand is a loan: it must outlive the worker's runs.
+// One measurement is one run: it lets the image processor measure, polls the gains until
+// they stop moving, saves them in the camera settings record and makes them the preset that
+// is in force. To replace one: stop_thread(), wait_until_idle(), start(). The DspCommand is
+// a loan: it must outlive the worker's runs.
 class OnepushWB : public Worker {
  public:
   explicit OnepushWB(DspCommand* dsp);
@@ -22,9 +23,11 @@ class OnepushWB : public Worker {
 
   // Reads the current gains and keeps them as the newest samples. Returns 0 or -1.
   int getRBGainFromARM7();
-  // Writes the last gains read into preset 1 and selects it. Returns 0, or -1 also when the measurement was stopped.
+  // Writes the last gains read into preset 1 and selects it. Returns 0, or -1
+  // also when the measurement was stopped.
   int setRBGainToARM7();
-  // Saves the last gains read in the camera settings record. Returns 0, or -1 also when the measurement was stopped.
+  // Saves the last gains read in the camera settings record. Returns 0, or -1
+  // also when the measurement was stopped.
   int setRBGainToConf();
 
  private:

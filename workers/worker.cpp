@@ -26,7 +26,8 @@ bool Worker::launch() {
   {
     LockGuard lock(run_mutex_);
     if (on_its_way_ || arrived_ > 0) return false;
-    // Registered before the thread exists: from here on a stop reaches the run, and the worker is not idle.
+    // Registered before the thread exists: from here on a stop reaches
+    // the run, and the worker is not idle.
     on_its_way_ = true;
     stops_at_start_ = stops_.load();
   }
@@ -85,8 +86,8 @@ bool Worker::is_stopped() {
 
 bool Worker::begin() {
   LockGuard lock(run_mutex_);
-  // All runs of a worker do the same, so whoever comes takes the start that is outstanding. A thread for which there is
-  // none left belongs to a run that was given up.
+  // All runs of a worker do the same, so whoever comes takes the start that is outstanding. A
+  // thread for which there is none left belongs to a run that was given up.
   if (!on_its_way_ && lost_ > 0) {
     --lost_;
     return false;
@@ -102,7 +103,8 @@ bool Worker::begin() {
 }
 
 void Worker::end() {
-  // Notified under the lock: a waiter that destroys the worker cannot return before this thread has let go of it.
+  // Notified under the lock: a waiter that destroys the worker cannot return
+  // before this thread has let go of it.
   LockGuard lock(run_mutex_);
   in_progress_ = false;
   --arrived_;

@@ -34,11 +34,12 @@ void map_user(uid_t user, gid_t group) {
 }
 
 void mount_over(const std::string& source, const fs::path& target) {
-  if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) fail_in_namespaces(target);
+  if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0)
+    fail_in_namespaces(target);
 }
 
-// Puts an empty folder over a shared one. An open folder can be bound to its place again when its path no longer leads
-// to it.
+// Puts an empty folder over a shared one. An open folder can be bound to its place again
+// when its path no longer leads to it.
 void cover(const fs::path& folder, const Paths& kept) {
   std::vector<std::pair<fs::path, int>> below;
   for (const fs::path& path : kept) {
@@ -63,11 +64,14 @@ void enter_own_namespaces(const Paths& covered, const Paths& kept) {
   const fs::path here = fs::current_path();
   const uid_t user = geteuid();
   const gid_t group = getegid();
-  // A user namespace gives anybody the right to make the others; root has it, and stays root of the machine.
-  if (unshare(CLONE_NEWNS | CLONE_NEWIPC | (user != 0 ? CLONE_NEWUSER : 0)) != 0) fail_in_namespaces("unshare");
+  // A user namespace gives anybody the right to make the others; root
+  // has it, and stays root of the machine.
+  if (unshare(CLONE_NEWNS | CLONE_NEWIPC | (user != 0 ? CLONE_NEWUSER : 0)) != 0)
+    fail_in_namespaces("unshare");
   if (user != 0) map_user(user, group);
   // Without this the machine would see the mounts below as well.
-  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) fail_in_namespaces("private mounts");
+  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    fail_in_namespaces("private mounts");
   Paths in_place = kept;
   in_place.push_back(here);
   // Beside bin/ there is lib/, which the program and what it starts need.

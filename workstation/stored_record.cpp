@@ -1,4 +1,5 @@
-// The stored settings as the programs of a workstation read, write and, where there are none, begin them.
+// The stored settings as the programs of a workstation read, write
+// and, where there are none, begin them.
 #include "workstation/stored_record.h"
 
 #include <cstdlib>

@@ -1,4 +1,5 @@
-// The stored settings as the programs of a workstation read, write and, where there are none, begin them.
+// The stored settings as the programs of a workstation read, write
+// and, where there are none, begin them.
 #pragma once
 
 #include <filesystem>
@@ -15,8 +16,8 @@ bool write_stored_record(const camera::SettingsRecord& record);
 // Where the host platform keeps it; the file need not be there.
 std::filesystem::path stored_record_path();
 
-// Neutral settings that a control thread starts with: a colour picture with automatic white balance, exposure and
-// shutter, and pixels binned by hand only.
+// Neutral settings that a control thread starts with: a colour picture with automatic white
+// balance, exposure and shutter, and pixels binned by hand only.
 camera::SettingsRecord sample_record();
 
 }  // namespace ipcam::workstation

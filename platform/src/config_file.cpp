@@ -73,7 +73,8 @@ bool write_all(int fd, const unsigned char* bytes, std::size_t size) {
   return true;
 }
 
-// A reader takes no lock: the file that it has opened is never written to, only replaced by another.
+// A reader takes no lock: the file that it has opened is never
+// written to, only replaced by another.
 bool read_file(const char* directory, const char* name, void* record) {
   Path path;
   if (!join(path, directory, name, "")) return false;
@@ -89,8 +90,8 @@ bool read_file(const char* directory, const char* name, void* record) {
   return true;
 }
 
-// A file of its own, because the record's file is another one after each write. Released by hand and not by closing
-// it: a process that was forked meanwhile has the descriptor open as well.
+// A file of its own, because the record's file is another one after each write. Released by hand
+// and not by closing it: a process that was forked meanwhile has the descriptor open as well.
 class WriterLock {
  public:
   explicit WriterLock(const Path& path)
@@ -115,14 +116,17 @@ class WriterLock {
   bool is_held_ = false;
 };
 
-// Puts the record on the disk under another name. The permissions of the file that it is to replace are kept.
+// Puts the record on the disk under another name. The permissions of the
+// file that it is to replace are kept.
 bool write_copy(const Path& copy, const Path& original, const void* record) {
   unlink(copy.data());
   const Descriptor file(open(copy.data(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode));
   if (!file.is_open()) return false;
   struct stat status {};
-  if (stat(original.data(), &status) == 0 && fchmod(file.get(), status.st_mode & 0777) != 0) return false;
-  return write_all(file.get(), static_cast<const unsigned char*>(record), kRecordSize) && fsync(file.get()) == 0;
+  if (stat(original.data(), &status) == 0 && fchmod(file.get(), status.st_mode & 0777) != 0)
+    return false;
+  return write_all(file.get(), static_cast<const unsigned char*>(record), kRecordSize) &&
+         fsync(file.get()) == 0;
 }
 
 bool write_file(const char* directory, const char* name, const void* record) {
@@ -133,7 +137,8 @@ bool write_file(const char* directory, const char* name, const void* record) {
   if (!join(lock_path, directory, name, ".lock")) return false;
   const Descriptor folder(open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder.is_open()) return false;
-  // One writer at a time, so the copy can always have the same name, and what an interrupted writer left is swept up.
+  // One writer at a time, so the copy can always have the same name, and what an
+  // interrupted writer left is swept up.
   const WriterLock lock(lock_path);
   if (!lock.is_held()) return false;
   if (!write_copy(copy, path, record) || rename(copy.data(), path.data()) != 0) {
@@ -159,21 +164,24 @@ bool copy_text(char (&to)[size], const char* from) {
 ConfigFile::ConfigFile(char* path) {
   const char* directory = std::getenv("IPCAM_CONFIG_DIR");
   if (directory == nullptr || directory[0] == '\0') directory = ".";
-  is_usable_ = copy_text(name_, path == nullptr ? "" : path) && copy_text(directory_, directory) && name_[0] != '\0';
+  is_usable_ = copy_text(name_, path == nullptr ? "" : path) && copy_text(directory_, directory) &&
+               name_[0] != '\0';
   platform::note("ConfigFile::ConfigFile", {}, name_);
 }
 
 ConfigFile::~ConfigFile() { platform::note("ConfigFile::~ConfigFile", {}, name_); }
 
 int ConfigFile::read_record(void* record, int kind) {
-  const bool done = is_usable_ && record != nullptr && kind == kSettingsKind && read_file(directory_, name_, record);
+  const bool done = is_usable_ && record != nullptr && kind == kSettingsKind &&
+                    read_file(directory_, name_, record);
   const int result = done ? 0 : -1;
   platform::note("ConfigFile::read_record", {kind}, name_, result);
   return result;
 }
 
 int ConfigFile::write_record(void* record, int kind) {
-  const bool done = is_usable_ && record != nullptr && kind == kSettingsKind && write_file(directory_, name_, record);
+  const bool done = is_usable_ && record != nullptr && kind == kSettingsKind &&
+                    write_file(directory_, name_, record);
   const int result = done ? 0 : -1;
   platform::note("ConfigFile::write_record", {kind}, name_, result);
   return result;

@@ -22,8 +22,9 @@ struct Entry {
   std::array<char, 64> text;
 };
 
-// One lock for all entries: it is held for the time of one small copy, and it keeps the entries in the order of
-// the calls. Nothing here has a destructor, so threads may still call the platform while the process exits.
+// One lock for all entries: it is held for the time of one small copy, and it keeps the
+// entries in the order of the calls. Nothing here has a destructor, so threads may still call
+// the platform while the process exits.
 std::mutex g_mutex;
 std::array<Entry, kCapacity> g_entries;
 std::size_t g_size;  // entries in the ring
@@ -31,7 +32,8 @@ std::size_t g_next;  // where the next one goes
 
 Entry make_entry(const char* operation, std::initializer_list<int> arguments, std::string_view text,
                  std::optional<int> result) {
-  Entry entry{.operation = operation, .arguments = {}, .argument_count = 0, .result = result, .text = {}};
+  Entry entry{
+      .operation = operation, .arguments = {}, .argument_count = 0, .result = result, .text = {}};
   entry.argument_count = std::min(arguments.size(), entry.arguments.size());
   std::copy_n(arguments.begin(), entry.argument_count, entry.arguments.begin());
   text.copy(entry.text.data(), entry.text.size() - 1);

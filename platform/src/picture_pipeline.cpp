@@ -18,9 +18,13 @@ int ObjectDetectionIF::config() {
 
 namespace ipcam::eptz {
 
-PostProcessInterface::PostProcessInterface() { platform::note("PostProcessInterface::PostProcessInterface"); }
+PostProcessInterface::PostProcessInterface() {
+  platform::note("PostProcessInterface::PostProcessInterface");
+}
 
-PostProcessInterface::~PostProcessInterface() { platform::note("PostProcessInterface::~PostProcessInterface"); }
+PostProcessInterface::~PostProcessInterface() {
+  platform::note("PostProcessInterface::~PostProcessInterface");
+}
 
 int PostProcessInterface::waitReady() {
   platform::note("PostProcessInterface::waitReady");

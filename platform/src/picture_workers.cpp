@@ -57,7 +57,8 @@ int AutoDaynight::setCameraType(int type) {
   return 0;
 }
 
-FocusAssist::FocusAssist(ipcam::eptz::PostProcessInterface*, DspCommand*) : Thread(THREAD_PRIORITY_DEFAULT, false) {
+FocusAssist::FocusAssist(ipcam::eptz::PostProcessInterface*, DspCommand*)
+    : Thread(THREAD_PRIORITY_DEFAULT, false) {
   platform::note("FocusAssist::FocusAssist");
 }
 

@@ -18,4 +18,6 @@ void writeSyslog(const char* source, const char* message) {
 }
 
 // A workstation keeps no service statistics: the journal's entry is all there is.
-void staticsInfoUpdate(int item, int value) { ipcam::platform::note("staticsInfoUpdate", {item, value}); }
+void staticsInfoUpdate(int item, int value) {
+  ipcam::platform::note("staticsInfoUpdate", {item, value});
+}

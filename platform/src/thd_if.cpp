@@ -20,8 +20,8 @@ struct Message {
   void* pointer;
 };
 
-// The ring is there from the start, so that a send costs no allocation. `filled` counts the messages: a receiver that
-// has got past it finds at least one.
+// The ring is there from the start, so that a send costs no allocation. `filled` counts the
+// messages: a receiver that has got past it finds at least one.
 struct Queue {
   sem_t filled;
   std::mutex mutex;
@@ -30,7 +30,9 @@ struct Queue {
   std::size_t size = 0;
 };
 
-Queue* queue_of(const s_thdIf_ctl* ctl) { return ctl == nullptr ? nullptr : static_cast<Queue*>(ctl->queue); }
+Queue* queue_of(const s_thdIf_ctl* ctl) {
+  return ctl == nullptr ? nullptr : static_cast<Queue*>(ctl->queue);
+}
 
 bool release(s_thdIf_ctl* ctl) {
   Queue* queue = queue_of(ctl);
@@ -74,7 +76,8 @@ bool wait_for_message(Queue& queue, const unsigned int* timeout_ms) {
   const timespec deadline = timeout_ms == nullptr ? timespec{} : deadline_after(*timeout_ms);
   int failed = 0;
   do {
-    failed = timeout_ms == nullptr ? sem_wait(&queue.filled) : sem_clockwait(&queue.filled, CLOCK_MONOTONIC, &deadline);
+    failed = timeout_ms == nullptr ? sem_wait(&queue.filled)
+                                   : sem_clockwait(&queue.filled, CLOCK_MONOTONIC, &deadline);
   } while (failed != 0 && errno == EINTR);
   return failed == 0;
 }
@@ -103,7 +106,8 @@ int ThdIf_send(int type, void* message, s_thdIf_ctl* ctl) {
 
 int ThdIf_timed_receive(int* type, void* message, unsigned int* timeout_ms, s_thdIf_ctl* ctl) {
   Queue* queue = queue_of(ctl);
-  if (queue == nullptr || type == nullptr || message == nullptr || !wait_for_message(*queue, timeout_ms)) {
+  if (queue == nullptr || type == nullptr || message == nullptr ||
+      !wait_for_message(*queue, timeout_ms)) {
     platform::note("ThdIf_timed_receive", {-1});
     return -1;
   }

@@ -48,7 +48,8 @@ struct ThreadRuns::Launch {
 thread_local const ThreadRuns::Launch* ThreadRuns::launch_here_ = nullptr;
 
 int ThreadRuns::start(Thread& thread) {
-  std::unique_ptr<Launch> launch(new (std::nothrow) Launch{.thread = thread, .runs = shared_from_this(), .stops = 0});
+  std::unique_ptr<Launch> launch(
+      new (std::nothrow) Launch{.thread = thread, .runs = shared_from_this(), .stops = 0});
   if (launch == nullptr) return -1;
   // Held over the creation, so that nobody sees the new thread's run before it is counted.
   const std::lock_guard lock(mutex_);
@@ -72,10 +73,12 @@ void* ThreadRuns::run(void* argument) {
 
 void ThreadRuns::idle_until_stopped() {
   std::unique_lock lock(mutex_);
-  // A thread of another worker, or one that nobody launched, calls start_thread() by itself: its run starts here.
+  // A thread of another worker, or one that nobody launched, calls
+  // start_thread() by itself: its run starts here.
   const bool is_launched = launch_here_ != nullptr && launch_here_->runs.get() == this;
   const std::uint64_t stops = is_launched ? launch_here_->stops : stops_;
-  changed_.wait(lock, [&] { return !is_asleep_ || stops_of_sleeper_ == stops_ || stops != stops_; });
+  changed_.wait(lock,
+                [&] { return !is_asleep_ || stops_of_sleeper_ == stops_ || stops != stops_; });
   if (is_asleep_ || stops != stops_) return;
   is_asleep_ = true;
   stops_of_sleeper_ = stops;

@@ -10,11 +10,11 @@
 
 namespace ipcam {
 
-// Shared by a Thread object and its runs' threads, because a thread reports the end of its run when the object may
-// be gone already.
+// Shared by a Thread object and its runs' threads, because a thread reports the end of its run
+// when the object may be gone already.
 //
-// A stop counts for the runs that were started before it. So each run knows how many stops there had been by then, and
-// goes on for as long as there are no more.
+// A stop counts for the runs that were started before it. So each run knows how many stops there
+// had been by then, and goes on for as long as there are no more.
 //
 // All operations: any thread.
 class ThreadRuns : public std::enable_shared_from_this<ThreadRuns> {
@@ -24,12 +24,13 @@ class ThreadRuns : public std::enable_shared_from_this<ThreadRuns> {
   // Runs thread.start_thread() on a detached thread. Returns 0, or -1 when there is none to be had.
   int start(Thread& thread);
 
-  // The run of a worker that has nothing to do: sleeps until it is stopped. A run that was stopped before its first
-  // step, or that meets one which goes on, returns at once; one that meets a stopped one waits for its end first.
+  // The run of a worker that has nothing to do: sleeps until it is stopped. A run that was stopped
+  // before its first step, or that meets one which goes on, returns at once; one that meets a
+  // stopped one waits for its end first.
   void idle_until_stopped();
 
-  // Stops every run that was started before, those included whose thread has not taken its first step; a run that is
-  // started afterwards is not affected. Does not wait.
+  // Stops every run that was started before, those included whose thread has not taken its first
+  // step; a run that is started afterwards is not affected. Does not wait.
   void stop();
 
   // Waits until every run that was started is over.
@@ -39,7 +40,8 @@ class ThreadRuns : public std::enable_shared_from_this<ThreadRuns> {
   struct Launch;
   static void* run(void* launch);
 
-  static thread_local const Launch* launch_here_;  // of the calling thread, if execute_process() made it
+  static thread_local const Launch*
+      launch_here_;  // of the calling thread, if execute_process() made it
 
   std::mutex mutex_;
   std::condition_variable changed_;

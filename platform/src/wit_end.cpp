@@ -9,16 +9,16 @@
 namespace ipcam::comm {
 namespace {
 
-// States of a semaphore. Only its holder takes it from kPosted to kFree, so a second post for one reservation is
-// refused instead of answering whoever reserves the semaphore next.
+// States of a semaphore. Only its holder takes it from kPosted to kFree, so a second post for one
+// reservation is refused instead of answering whoever reserves the semaphore next.
 constexpr int kFree = 0;
 constexpr int kTaken = 1;
 constexpr int kPosted = 2;
 
 constexpr int kNone = -1;
 
-// A caller that waits for a free semaphore; lives on that caller's stack. Each has a semaphore of its own to sleep on,
-// so that a freed one wakes exactly one caller.
+// A caller that waits for a free semaphore; lives on that caller's stack. Each has a semaphore of
+// its own to sleep on, so that a freed one wakes exactly one caller.
 struct Waiter {
   sem_t handed_over;
   int number;
@@ -33,7 +33,9 @@ struct Pool {
   Waiter* last_waiter = nullptr;
 };
 
-Pool* pool_of(const s_witEnd_ctl* ctl) { return ctl == nullptr ? nullptr : static_cast<Pool*>(ctl->pool); }
+Pool* pool_of(const s_witEnd_ctl* ctl) {
+  return ctl == nullptr ? nullptr : static_cast<Pool*>(ctl->pool);
+}
 
 s_witEnd_sem* find(int number, const s_witEnd_ctl* ctl) {
   if (pool_of(ctl) == nullptr || number < 0 || number >= ctl->count) return nullptr;

@@ -18,7 +18,9 @@ namespace ipcam::test {
 struct Quoted {
   std::optional<std::string> text;
 
-  operator unsigned char*() { return text ? reinterpret_cast<unsigned char*>(text->data()) : nullptr; }  // NOLINT
+  operator unsigned char*() {
+    return text ? reinterpret_cast<unsigned char*>(text->data()) : nullptr;
+  }  // NOLINT
 };
 inline std::istream& operator>>(std::istream& in, Quoted& quoted) {
   const std::string rest(std::istreambuf_iterator<char>(in), {});
@@ -33,7 +35,8 @@ struct Bytes {
 };
 inline std::istream& operator>>(std::istream& in, Bytes& bytes) {
   for (std::string word; in >> word;) {
-    const int first = std::stoi(word, nullptr, 16), last = std::stoi(word.substr(word.find('-') + 1), nullptr, 16);
+    const int first = std::stoi(word, nullptr, 16),
+              last = std::stoi(word.substr(word.find('-') + 1), nullptr, 16);
     for (int byte = first; byte <= last; ++byte) bytes.all += static_cast<char>(byte);
   }
   return in;
@@ -64,7 +67,8 @@ std::istream& operator>>(std::istream& in, std::vector<Element>& list) {
 // Calls with arguments of these kinds; numbers that are missing are 0.
 template <class... Arguments, class Call>
 int call_with(std::istream& in, const Call& call) {
-  std::tuple<std::conditional_t<std::is_same_v<Arguments, unsigned char*>, Quoted, std::remove_cvref_t<Arguments>>...>
+  std::tuple<std::conditional_t<std::is_same_v<Arguments, unsigned char*>, Quoted,
+                                std::remove_cvref_t<Arguments>>...>
       arguments;
   std::apply([&](auto&... argument) { ((in >> argument), ...); }, arguments);
   return std::apply(call, arguments);
@@ -82,7 +86,8 @@ auto reading(Lambda lambda) {
 template <class Object, class... Arguments>
 auto reading(int (Object::*operation)(Arguments...)) {
   return [operation](Object& object, std::istream& in) {
-    return call_with<Arguments...>(in, [&](auto&... argument) { return (object.*operation)(argument...); });
+    return call_with<Arguments...>(
+        in, [&](auto&... argument) { return (object.*operation)(argument...); });
   };
 }
 

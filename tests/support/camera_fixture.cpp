@@ -48,13 +48,15 @@ CameraTest::~CameraTest() {
 }
 
 void CameraTest::write_settings(const SettingsBytes& settings) {
-  write_file(kSettingsFile, {reinterpret_cast<const char*>(settings.bytes.data()), settings.bytes.size()});
+  write_file(kSettingsFile,
+             {reinterpret_cast<const char*>(settings.bytes.data()), settings.bytes.size()});
 }
 
 SettingsBytes CameraTest::read_settings() const {
   SettingsBytes settings;
   std::ifstream file(kSettingsFile, std::ios::binary);
-  file.read(reinterpret_cast<char*>(settings.bytes.data()), static_cast<std::streamsize>(settings.bytes.size()));
+  file.read(reinterpret_cast<char*>(settings.bytes.data()),
+            static_cast<std::streamsize>(settings.bytes.size()));
   EXPECT_TRUE(file) << kSettingsFile;
   return settings;
 }

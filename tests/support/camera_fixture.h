@@ -37,7 +37,8 @@ struct SettingsBytes {
   std::uint16_t u16(std::size_t offset) const;
 };
 
-// Each test begins with a running camera, a fake clock, devices, and neither settings nor adjustment files.
+// Each test begins with a running camera, a fake clock, devices, and
+// neither settings nor adjustment files.
 class CameraTest : public ::testing::Test {
  protected:
   CameraTest();
@@ -47,7 +48,8 @@ class CameraTest : public ::testing::Test {
   SettingsBytes read_settings() const;
   void write_file(const std::string& path, std::string_view bytes);
 
-  // Starts the control thread and waits until it serves requests. Returns what new_camera_ctrl() returned.
+  // Starts the control thread and waits until it serves requests.
+  // Returns what new_camera_ctrl() returned.
   int start_control_thread();
   // Does nothing when it does not run. Also called at the end of the test.
   void stop_control_thread();

@@ -26,16 +26,19 @@ Lines split(const std::string& text, const std::string& separator) {
   return parts;
 }
 
-// The n-th element of each list "{a,b,c}"; "{}" stands for that of the block's first list. Counts elements.
+// The n-th element of each list "{a,b,c}"; "{}" stands for that of the
+// block's first list. Counts elements.
 std::string choose(const std::string& text, std::size_t n, Lines& first, std::size_t& count) {
   std::string chosen;
   std::size_t end = 0;
   for (std::size_t start = 0; (start = text.find('{', end)) != text.npos;) {
     const std::size_t close = text.find('}', start);
     if (close == text.npos) throw std::runtime_error("list without an end: " + text);
-    const Lines list = close == start + 1 ? first : split(text.substr(start + 1, close - start - 1), ",");
+    const Lines list =
+        close == start + 1 ? first : split(text.substr(start + 1, close - start - 1), ",");
     if (first.empty()) first = list;
-    if (list.size() != first.size()) throw std::runtime_error("lists of different lengths: " + text);
+    if (list.size() != first.size())
+      throw std::runtime_error("lists of different lengths: " + text);
     chosen += text.substr(end, start - end) + list.at(n);
     end = close + 1;
   }

@@ -8,11 +8,13 @@
 
 namespace ipcam::test {
 
-// One action. Without a list of what is expected of it, it prepares for the next one: then only its result is.
+// One action. Without a list of what is expected of it, it prepares for
+// the next one: then only its result is.
 struct Step {
   int line_number;
   std::string action;
-  Lines only;  // words, if just the lines with one of them are expected; a result other than 0 has "->"
+  Lines only;  // words, if just the lines with one of them are expected; a result other than 0 has
+               // "->"
   Lines expected;
 };
 
@@ -21,7 +23,9 @@ struct Case {
   std::string name;
   std::vector<Step> steps;
 };
-inline std::ostream& operator<<(std::ostream& stream, const Case& shown) { return stream << shown.name; }
+inline std::ostream& operator<<(std::ostream& stream, const Case& shown) {
+  return stream << shown.name;
+}
 
 // The cases of all files. Blocks with lists are already played out.
 std::vector<Case> read_cases();

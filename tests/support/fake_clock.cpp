@@ -1,4 +1,5 @@
-// Waits that return at once and a clock that moves by them: the C library's functions, and the FakeClock behind them.
+// Waits that return at once and a clock that moves by them: the C library's
+// functions, and the FakeClock behind them.
 #include <pthread.h>
 #include <sched.h>
 #include <sys/sem.h>
@@ -46,7 +47,8 @@ constinit std::atomic<sim::Switchboard*> g_camera{nullptr};
 constinit std::atomic<std::int64_t> g_advanced_ns{0};
 constinit std::atomic<int> g_clocks{0};  // made so far
 
-// Each thread has a time of its own: while one waits for a reply, the sleep of another must not use up its limit.
+// Each thread has a time of its own: while one waits for a reply, the sleep
+// of another must not use up its limit.
 struct ThreadTime {
   int clock = 0;  // the one that it belongs to
   std::int64_t advanced_ns = 0;
@@ -59,7 +61,8 @@ std::int64_t& advanced_here() {
 }
 constinit std::atomic<std::int64_t> g_start_ns[2] = {};  // CLOCK_REALTIME, CLOCK_MONOTONIC
 constinit std::atomic<std::int64_t> g_posted_real_ns{0};
-constinit std::atomic<std::int64_t> g_silent_ns{0};  // waited in vain for the reply to the last request posted
+constinit std::atomic<std::int64_t> g_silent_ns{
+    0};  // waited in vain for the reply to the last request posted
 
 // The simulated camera's child comes from a fork of the test program and must see time as it is.
 [[maybe_unused]] const int kSwitchedOffInChildren = pthread_atfork(nullptr, nullptr, [] {
@@ -111,22 +114,27 @@ void ring_in_fake_time() {
 }
 
 std::string pair_text(const char* name, std::int64_t ns) {
-  return std::string(name) + "(" + std::to_string(ns / kNsPerSecond) + "," + std::to_string(ns % kNsPerSecond) + ")";
+  return std::string(name) + "(" + std::to_string(ns / kNsPerSecond) + "," +
+         std::to_string(ns % kNsPerSecond) + ")";
 }
 
 // True when the camera's doorbell is not going to ring for the request posted last.
 bool camera_is_silent(const sim::Switchboard& camera) {
   const std::uint32_t posted = camera.posted;
   if (camera.running == 0 || (posted != 0 && camera.silent_for == posted)) return true;
-  // When the camera is done with the request, the doorbell is here, or on its way through another thread's handler.
+  // When the camera is done with the request, the doorbell is here, or on its
+  // way through another thread's handler.
   const std::int64_t patience = camera.posted_seen == posted ? 2 * kNsPerSecond : 10 * kNsPerSecond;
   return real_now_ns() - g_posted_real_ns > patience;
 }
 
-int wait_for_doorbell(sim::Switchboard& camera, const sigset_t* set, siginfo_t* info, std::int64_t left) {
+int wait_for_doorbell(sim::Switchboard& camera, const sigset_t* set, siginfo_t* info,
+                      std::int64_t left) {
   for (;;) {
-    const bool silent = camera_is_silent(camera);  // before the look: a doorbell rung in between must be seen
-    const std::int64_t look = silent ? 0 : std::min(left, kNsPerMs / 5);  // it may fall silent at any time
+    const bool silent =
+        camera_is_silent(camera);  // before the look: a doorbell rung in between must be seen
+    const std::int64_t look =
+        silent ? 0 : std::min(left, kNsPerMs / 5);  // it may fall silent at any time
     const timespec look_time = from_ns(look);
     const int signal = REAL(sigtimedwait)(set, info, &look_time);
     if (signal >= 0 || errno != EAGAIN) return signal;
@@ -145,7 +153,8 @@ int wait_for_doorbell(sim::Switchboard& camera, const sigset_t* set, siginfo_t* 
 
 int wait_for_semaphore(int id, sembuf* operations, std::size_t count, const timespec* limit) {
   const sim::Switchboard* const camera = g_camera;
-  if (!g_clock_on || camera == nullptr || limit == nullptr) return REAL(semtimedop)(id, operations, count, limit);
+  if (!g_clock_on || camera == nullptr || limit == nullptr)
+    return REAL(semtimedop)(id, operations, count, limit);
 
   std::int64_t left = in_ns(*limit);
   for (bool stopped = false; left > 0 && !stopped;) {
@@ -163,7 +172,8 @@ int wait_for_semaphore(int id, sembuf* operations, std::size_t count, const time
 
 namespace {
 
-// The time record of 32-bit programs that are built for 64-bit time; the upper half of the nanoseconds is padding.
+// The time record of 32-bit programs that are built for 64-bit time; the upper
+// half of the nanoseconds is padding.
 struct Time64 {
   std::int64_t sec;
   std::int32_t nsec;
@@ -179,7 +189,8 @@ FakeClock::FakeClock(sim::Switchboard* camera) {
   g_advanced_ns = 0;
   ++g_clocks;
   g_posted_real_ns = real_now_ns();
-  for (const clockid_t clock : {CLOCK_REALTIME, CLOCK_MONOTONIC}) g_start_ns[clock] = real_now_ns(clock);
+  for (const clockid_t clock : {CLOCK_REALTIME, CLOCK_MONOTONIC})
+    g_start_ns[clock] = real_now_ns(clock);
   clear_waits();
   g_clock_on = true;
 }
@@ -265,7 +276,8 @@ STAND_IN int __nanosleep64(const Time64* time, Time64* /*left*/) {
 }
 
 STAND_IN int clock_gettime(clockid_t clock, timespec* time) noexcept {
-  if (!g_clock_on || (clock != CLOCK_REALTIME && clock != CLOCK_MONOTONIC)) return REAL(clock_gettime)(clock, time);
+  if (!g_clock_on || (clock != CLOCK_REALTIME && clock != CLOCK_MONOTONIC))
+    return REAL(clock_gettime)(clock, time);
   *time = from_ns(g_start_ns[clock] + advanced_here());
   return 0;
 }
@@ -287,14 +299,16 @@ STAND_IN int clock_nanosleep(clockid_t clock, int flags, const timespec* time, t
   return 0;
 }
 
-STAND_IN int __clock_nanosleep_time64(clockid_t clock, int flags, const Time64* time, Time64* /*left*/) {
+STAND_IN int __clock_nanosleep_time64(clockid_t clock, int flags, const Time64* time,
+                                      Time64* /*left*/) {
   const timespec plain = time->plain();
   return clock_nanosleep(clock, flags, &plain, nullptr);
 }
 
-// A limit of the faked time passes ten times as fast as it would, so that a wait in vain costs a test little.
-STAND_IN int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                                    const timespec* limit) {
+// A limit of the faked time passes ten times as fast as it would, so that
+// a wait in vain costs a test little.
+STAND_IN int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                    clockid_t clock, const timespec* limit) {
   if (!g_clock_on) return REAL(pthread_cond_clockwait)(condition, mutex, clock, limit);
   timespec now{};
   clock_gettime(clock, &now);
@@ -305,8 +319,8 @@ STAND_IN int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* 
   return error;
 }
 
-STAND_IN int __pthread_cond_clockwait64(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                                        const Time64* limit) {
+STAND_IN int __pthread_cond_clockwait64(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                        clockid_t clock, const Time64* limit) {
   const timespec plain = limit->plain();
   return pthread_cond_clockwait(condition, mutex, clock, &plain);
 }
@@ -327,7 +341,8 @@ STAND_IN int __sigtimedwait64(const sigset_t* set, siginfo_t* info, const Time64
   return sigtimedwait(set, info, limit != nullptr ? &plain : nullptr);
 }
 
-STAND_IN int __semtimedop64(int id, sembuf* operations, std::size_t count, const Time64* limit) noexcept {
+STAND_IN int __semtimedop64(int id, sembuf* operations, std::size_t count,
+                            const Time64* limit) noexcept {
   const timespec plain = limit != nullptr ? limit->plain() : timespec{};
   return semtimedop(id, operations, count, limit != nullptr ? &plain : nullptr);
 }

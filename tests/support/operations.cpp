@@ -17,12 +17,14 @@ const char* text_of(const char* variable, const char* otherwise) {
 }
 
 std::ptrdiff_t entries(const char* directory) {
-  return std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator());
+  return std::distance(std::filesystem::directory_iterator(directory),
+                       std::filesystem::directory_iterator());
 }
 
 std::vector<camera::param_info> table(int rows) {
   std::vector<camera::param_info> all;
-  for (int i = 0; i < rows; ++i) all.push_back({.category = 12, .byte = 300 + i, .mask = 0x0f, .data = 0x55});
+  for (int i = 0; i < rows; ++i)
+    all.push_back({.category = 12, .byte = 300 + i, .mask = 0x0f, .data = 0x55});
   return all;
 }
 
@@ -35,7 +37,9 @@ std::vector<int> Request::values() const {
 }
 
 bool Request::may_answer(int value, int result) const {
-  const auto has = [value](const std::vector<int>& values) { return std::ranges::count(values, value) != 0; };
+  const auto has = [value](const std::vector<int>& values) {
+    return std::ranges::count(values, value) != 0;
+  };
   return has(depending) ? result == 0 || result == -1 : result == (has(refused) ? -1 : 0);
 }
 
@@ -46,20 +50,23 @@ int figure(const char* variable, int otherwise) {
 }
 
 std::uint32_t proof_seed() {
-  static const auto kSeed = static_cast<std::uint32_t>(figure("CAMERA_SEED", static_cast<int>(std::random_device{}())));
+  static const auto kSeed =
+      static_cast<std::uint32_t>(figure("CAMERA_SEED", static_cast<int>(std::random_device{}())));
   return kSeed;
 }
 
 Leftovers Leftovers::now() {
   std::ifstream maps("/proc/self/maps");
   std::ptrdiff_t attachments = 0;
-  for (std::string line; std::getline(maps, line);) attachments += line.find("/SYSV") != std::string::npos;
+  for (std::string line; std::getline(maps, line);)
+    attachments += line.find("/SYSV") != std::string::npos;
   return {entries("/proc/self/fd"), entries("/proc/self/task"), attachments};
 }
 
 bool Leftovers::exceed(const Leftovers& before) const {
   // Requests may leave the camera's day/night and focus-assist workers running, each on one thread.
-  return descriptors != before.descriptors || attachments != before.attachments || threads > before.threads + 2;
+  return descriptors != before.descriptors || attachments != before.attachments ||
+         threads > before.threads + 2;
 }
 
 std::ostream& operator<<(std::ostream& stream, const Leftovers& leftovers) {
@@ -69,7 +76,8 @@ std::ostream& operator<<(std::ostream& stream, const Leftovers& leftovers) {
 
 FaultTest::FaultTest(char evr_data4) {
   // Colour, automatic shutter and binning, highest gain.
-  write_settings(SettingsBytes{}.i32(16, 4).i32(68, 1).i32(140, 1).u8(145, 1).i32(152, 6).i32(780, 4));
+  write_settings(
+      SettingsBytes{}.i32(16, 4).i32(68, 1).i32(140, 1).u8(145, 1).i32(152, 6).i32(780, 4));
   std::string adjustment(48, '\x05');
   adjustment[0] = 1;
   adjustment[1] = 0;
@@ -88,17 +96,23 @@ std::vector<Operation> FaultTest::request_operations(bool every_value) {
     for (const int code : row.codes) {
       for (const int value : values) {
         all.push_back({"request " + std::to_string(code) + " with " + std::to_string(value),
-                       [this, code, value] { return request(code, value); }, Operation::kHidesFailures});
+                       [this, code, value] { return request(code, value); },
+                       Operation::kHidesFailures});
       }
     }
   }
-  const auto colour = [this] { return request(31, 3) + request(31, 2); };  // the same colour again does nothing
+  const auto colour = [this] {
+    return request(31, 3) + request(31, 2);
+  };  // the same colour again does nothing
   all.push_back({"monochrome and colour", colour, Operation::kHidesFailures});
   const auto inquiry = [] {
-    const std::unique_ptr<camera::CameraInterface> interface(camera::create_camera_IF(nullptr, nullptr));
+    const std::unique_ptr<camera::CameraInterface> interface(
+        camera::create_camera_IF(nullptr, nullptr));
     char reply[256];
     int length = 0;
-    return interface == nullptr ? 0 : interface->sif_inquiry("w,12,0,0xff,1;12,1,1,1", 22, reply, &length);
+    return interface == nullptr
+               ? 0
+               : interface->sif_inquiry("w,12,0,0xff,1;12,1,1,1", 22, reply, &length);
   };
   all.push_back({"sif_inquiry", inquiry, Operation::kHidesFailures});
   return all;
@@ -122,10 +136,13 @@ std::vector<Operation> FaultTest::direct_operations() {
   using enum Operation::Result;
   return {
       {"do_debug read", [this, text] { return text(dsp, "r,12,0;12,1;12,2"); }, kTellsFailures},
-      {"do_debug write", [this, text] { return text(dsp, "w,12,0,0xff,1;12,1,0xff,2"); }, kTellsFailures},
-      {"execute_abs_cmd", [this, rows = table(12)]() mutable { return dsp.execute_abs_cmd(rows.data(), 12); },
+      {"do_debug write", [this, text] { return text(dsp, "w,12,0,0xff,1;12,1,0xff,2"); },
        kTellsFailures},
-      {"execute_gamma_cmd", [this, rows = table(16)]() mutable { return dsp.execute_gamma_cmd(rows.data(), 16); },
+      {"execute_abs_cmd",
+       [this, rows = table(12)]() mutable { return dsp.execute_abs_cmd(rows.data(), 12); },
+       kTellsFailures},
+      {"execute_gamma_cmd",
+       [this, rows = table(16)]() mutable { return dsp.execute_gamma_cmd(rows.data(), 16); },
        kTellsFailures},
       {"execute_alltosdram", [this] { return dsp.execute_alltosdram(); }, kTellsFailures},
       {"do_flash load", [this] { return dsp.do_flash(0); }, kTellsFailures},

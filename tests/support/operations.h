@@ -1,4 +1,5 @@
-// Every operation of the library with typical arguments, and what must be the same after it: for the fault tests.
+// Every operation of the library with typical arguments, and what must be the
+// same after it: for the fault tests.
 #pragma once
 
 #include <functional>

@@ -53,13 +53,15 @@ constinit std::atomic<std::size_t> g_failures{0};
 constinit std::atomic<const sim::Devices*> g_devices{nullptr};
 thread_local constinit bool t_unfailing = false;
 
-// The simulated camera's child comes from a fork of the test program and must see the system as it is.
+// The simulated camera's child comes from a fork of the test program
+// and must see the system as it is.
 [[maybe_unused]] const int kSwitchedOffInChildren = pthread_atfork(nullptr, nullptr, [] {
   g_failures = 0;
   g_devices = nullptr;
 });
 
-// Always for large files, which makes no difference but to 32-bit programs that do not ask for them.
+// Always for large files, which makes no difference but to 32-bit
+// programs that do not ask for them.
 int open_file(const char* path, int flags, mode_t mode) {
   long result = 0;
   if (fails("open", result)) return static_cast<int>(result);
@@ -130,23 +132,26 @@ using namespace ipcam::test;
 
 // --- Signals, threads and the shared record ---
 
-// clang-format off
-FAILING(int, sigwaitinfo, "sigwaitinfo", (const sigset_t* set, siginfo_t* info), (set, info), static_cast<int>(result))
-FAILING(sighandler_t, signal, "signal", (int number, sighandler_t handler) noexcept, (number, handler), SIG_ERR)
-FAILING(int, sigprocmask, "sigprocmask", (int how, const sigset_t* set, sigset_t* old) noexcept, (how, set, old), -1)
-FAILING(int, pthread_sigmask, "sigprocmask", (int how, const sigset_t* set, sigset_t* old) noexcept, (how, set, old),
-        errno)
+FAILING(int, sigwaitinfo, "sigwaitinfo", (const sigset_t* set, siginfo_t* info), (set, info),
+        static_cast<int>(result))
+FAILING(sighandler_t, signal, "signal", (int number, sighandler_t handler) noexcept,
+        (number, handler), SIG_ERR)
+FAILING(int, sigprocmask, "sigprocmask", (int how, const sigset_t* set, sigset_t* old) noexcept,
+        (how, set, old), -1)
+FAILING(int, pthread_sigmask, "sigprocmask", (int how, const sigset_t* set, sigset_t* old) noexcept,
+        (how, set, old), errno)
 FAILING(int, pthread_create, "pthread_create",
-        (pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) noexcept,
+        (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*),
+         void* argument) noexcept,
         (thread, attributes, start, argument), errno)
-FAILING(key_t, ftok, "ftok", (const char* path, int project) noexcept, (path, project), static_cast<key_t>(result))
+FAILING(key_t, ftok, "ftok", (const char* path, int project) noexcept, (path, project),
+        static_cast<key_t>(result))
 FAILING(int, semget, "semget", (key_t key, int count, int flags) noexcept, (key, count, flags),
         static_cast<int>(result))
-FAILING(int, shmget, "shmget", (key_t key, std::size_t size, int flags) noexcept, (key, size, flags),
-        static_cast<int>(result))
-FAILING(void*, shmat, "shmat", (int id, const void* address, int flags) noexcept, (id, address, flags),
-        reinterpret_cast<void*>(result))
-// clang-format on
+FAILING(int, shmget, "shmget", (key_t key, std::size_t size, int flags) noexcept,
+        (key, size, flags), static_cast<int>(result))
+FAILING(void*, shmat, "shmat", (int id, const void* address, int flags) noexcept,
+        (id, address, flags), reinterpret_cast<void*>(result))
 
 STAND_IN int shmdt(const void* address) noexcept {
   const int detached = REAL(shmdt)(address);
@@ -154,7 +159,8 @@ STAND_IN int shmdt(const void* address) noexcept {
   return fails("shmdt", result) ? static_cast<int>(result) : detached;
 }
 
-STAND_IN int semtimedop(int id, sembuf* operations, std::size_t count, const timespec* limit) noexcept {
+STAND_IN int semtimedop(int id, sembuf* operations, std::size_t count,
+                        const timespec* limit) noexcept {
   delay_at_random();
   long result = 0;
   if (operations->sem_op < 0 && fails("lock", result)) return -1;
@@ -173,7 +179,8 @@ namespace {
 std::atomic<MessageObserver> g_message_observer{nullptr};
 
 void* observed(int type, void* message) {
-  if (const MessageObserver observer = g_message_observer; observer != nullptr) observer(type, message);
+  if (const MessageObserver observer = g_message_observer; observer != nullptr)
+    observer(type, message);
   return message;
 }
 
@@ -191,32 +198,38 @@ int failed_call(long result) {
 }  // namespace
 
 // What the platform's library would be asked for by this name.
-#define FAILING_PLATFORM_CALL(name, symbol, parameters, arguments)                                    \
-  __attribute__((visibility("default"))) int ipcam::comm::name parameters {                           \
-    static auto* const kReal = reinterpret_cast<decltype(&ipcam::comm::name)>(real_function(symbol)); \
-    long result = 0;                                                                                  \
-    return fails(#name, result) ? failed_call(result) : kReal arguments;                              \
+#define FAILING_PLATFORM_CALL(name, symbol, parameters, arguments)             \
+  __attribute__((visibility("default"))) int ipcam::comm::name parameters {    \
+    static auto* const kReal =                                                 \
+        reinterpret_cast<decltype(&ipcam::comm::name)>(real_function(symbol)); \
+    long result = 0;                                                           \
+    return fails(#name, result) ? failed_call(result) : kReal arguments;       \
   }
 
-// clang-format off
 FAILING_PLATFORM_CALL(ThdIf_new, "_ZN5ipcam4comm9ThdIf_newEPvjPFiiS1_ES3_PNS0_11s_thdIf_ctlE",
-    (void* storage, unsigned int size, int (*first)(int, void*), int (*second)(int, void*), s_thdIf_ctl* ctl),
-    (storage, size, first, second, ctl))
+                      (void* storage, unsigned int size, int (*first)(int, void*),
+                       int (*second)(int, void*), s_thdIf_ctl* ctl),
+                      (storage, size, first, second, ctl))
 FAILING_PLATFORM_CALL(ThdIf_send, "_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE",
-    (int type, void* message, s_thdIf_ctl* ctl), (type, observed(type, message), ctl))
-FAILING_PLATFORM_CALL(ThdIf_delete, "_ZN5ipcam4comm12ThdIf_deleteEPNS0_11s_thdIf_ctlE", (s_thdIf_ctl* ctl), (ctl))
-FAILING_PLATFORM_CALL(WitEnd_new, "_ZN5ipcam4comm10WitEnd_newEPNS0_12s_witEnd_semEiPNS0_12s_witEnd_ctlE",
-    (s_witEnd_sem* sems, int count, s_witEnd_ctl* ctl), (sems, count, ctl))
-FAILING_PLATFORM_CALL(WitEnd_get, "_ZN5ipcam4comm10WitEnd_getEPiPNS0_12s_witEnd_ctlE", (int* number, s_witEnd_ctl* ctl),
-    (number, ctl))
-FAILING_PLATFORM_CALL(ThdIf_timed_receive, "_ZN5ipcam4comm19ThdIf_timed_receiveEPiPvPjPNS0_11s_thdIf_ctlE",
-    (int* type, void* message, unsigned int* limit, s_thdIf_ctl* ctl), (type, message, limit, ctl))
-FAILING_PLATFORM_CALL(WitEnd_post, "_ZN5ipcam4comm11WitEnd_postEiPNS0_12s_witEnd_ctlE", (int number, s_witEnd_ctl* ctl),
-    (number, ctl))
+                      (int type, void* message, s_thdIf_ctl* ctl),
+                      (type, observed(type, message), ctl))
+FAILING_PLATFORM_CALL(ThdIf_delete, "_ZN5ipcam4comm12ThdIf_deleteEPNS0_11s_thdIf_ctlE",
+                      (s_thdIf_ctl * ctl), (ctl))
+FAILING_PLATFORM_CALL(WitEnd_new,
+                      "_ZN5ipcam4comm10WitEnd_newEPNS0_12s_witEnd_semEiPNS0_12s_witEnd_ctlE",
+                      (s_witEnd_sem * sems, int count, s_witEnd_ctl* ctl), (sems, count, ctl))
+FAILING_PLATFORM_CALL(WitEnd_get, "_ZN5ipcam4comm10WitEnd_getEPiPNS0_12s_witEnd_ctlE",
+                      (int* number, s_witEnd_ctl* ctl), (number, ctl))
+FAILING_PLATFORM_CALL(ThdIf_timed_receive,
+                      "_ZN5ipcam4comm19ThdIf_timed_receiveEPiPvPjPNS0_11s_thdIf_ctlE",
+                      (int* type, void* message, unsigned int* limit, s_thdIf_ctl* ctl),
+                      (type, message, limit, ctl))
+FAILING_PLATFORM_CALL(WitEnd_post, "_ZN5ipcam4comm11WitEnd_postEiPNS0_12s_witEnd_ctlE",
+                      (int number, s_witEnd_ctl* ctl), (number, ctl))
 FAILING_PLATFORM_CALL(WitEnd_wait_put, "_ZN5ipcam4comm15WitEnd_wait_putEiPNS0_12s_witEnd_ctlE",
-    (int number, s_witEnd_ctl* ctl), (number, ctl))
-FAILING_PLATFORM_CALL(WitEnd_delete, "_ZN5ipcam4comm13WitEnd_deleteEPNS0_12s_witEnd_ctlE", (s_witEnd_ctl* ctl), (ctl))
-// clang-format on
+                      (int number, s_witEnd_ctl* ctl), (number, ctl))
+FAILING_PLATFORM_CALL(WitEnd_delete, "_ZN5ipcam4comm13WitEnd_deleteEPNS0_12s_witEnd_ctlE",
+                      (s_witEnd_ctl * ctl), (ctl))
 
 STAND_IN void staticsInfoUpdate(int item, int value) {
   long result = 0;
@@ -224,7 +237,8 @@ STAND_IN void staticsInfoUpdate(int item, int value) {
   REAL(staticsInfoUpdate)(item, value);
 }
 
-__attribute__((visibility("default"))) int ipcam::config::ConfigFile::read_record(void* record, int kind) {
+__attribute__((visibility("default"))) int ipcam::config::ConfigFile::read_record(void* record,
+                                                                                  int kind) {
   static auto* const kReal = reinterpret_cast<int (*)(ConfigFile*, void*, int)>(
       real_function("_ZN5ipcam6config10ConfigFile11read_recordEPvi"));
   const int done = kReal(this, record, kind);
@@ -233,8 +247,8 @@ __attribute__((visibility("default"))) int ipcam::config::ConfigFile::read_recor
 }
 
 __attribute__((visibility("default"))) int ipcam::camera::AutoDaynight::setCameraReady() {
-  static auto* const kReal =
-      reinterpret_cast<int (*)(AutoDaynight*)>(real_function("_ZN5ipcam6camera12AutoDaynight14setCameraReadyEv"));
+  static auto* const kReal = reinterpret_cast<int (*)(AutoDaynight*)>(
+      real_function("_ZN5ipcam6camera12AutoDaynight14setCameraReadyEv"));
   long result = 0;
   return fails("setCameraReady", result) ? failed_call(result) : kReal(this);
 }
@@ -261,20 +275,24 @@ STAND_IN int ioctl(int fd, unsigned long request, ...) noexcept {
   long failed = 0;
   if (fails("ioctl", failed)) return static_cast<int>(failed);
   int result = 0;
-  return control_device(fd, request, argument, result) ? result : REAL(ioctl)(fd, request, argument);
+  return control_device(fd, request, argument, result) ? result
+                                                       : REAL(ioctl)(fd, request, argument);
 }
-STAND_IN int __ioctl_time64(int fd, unsigned long request, ...) noexcept __attribute__((alias("ioctl")));
+STAND_IN int __ioctl_time64(int fd, unsigned long request, ...) noexcept
+    __attribute__((alias("ioctl")));
 
-// clang-format off
 FAILING(ssize_t, read, "read", (int fd, void* buffer, std::size_t size), (fd, buffer, size), result)
-FAILING(ssize_t, write, "write", (int fd, const void* buffer, std::size_t size), (fd, buffer, size), result)
+FAILING(ssize_t, write, "write", (int fd, const void* buffer, std::size_t size), (fd, buffer, size),
+        result)
 FAILING(int, fsync, "fsync", (int fd), (fd), static_cast<int>(result))
-FAILING(off_t, lseek, "lseek", (int fd, off_t offset, int whence) noexcept, (fd, offset, whence), result)
-FAILING(off64_t, lseek64, "lseek", (int fd, off64_t offset, int whence) noexcept, (fd, offset, whence), result)
+FAILING(off_t, lseek, "lseek", (int fd, off_t offset, int whence) noexcept, (fd, offset, whence),
+        result)
+FAILING(off64_t, lseek64, "lseek", (int fd, off64_t offset, int whence) noexcept,
+        (fd, offset, whence), result)
 FAILING(FILE*, fopen, "fopen", (const char* path, const char* mode), (path, mode), nullptr)
-FAILING(std::size_t, fread, "fread", (void* buffer, std::size_t size, std::size_t count, FILE* file),
+FAILING(std::size_t, fread, "fread",
+        (void* buffer, std::size_t size, std::size_t count, FILE* file),
         (buffer, size, count, file), result < 0 ? 0 : static_cast<std::size_t>(result))
-// clang-format on
 
 STAND_IN FILE* fopen64(const char* path, const char* mode) __attribute__((alias("fopen")));
 
@@ -282,7 +300,8 @@ STAND_IN ssize_t __read_chk(int fd, void* buffer, std::size_t size, std::size_t 
   return read(fd, buffer, size);
 }
 
-STAND_IN std::size_t __fread_chk(void* buffer, std::size_t /*room*/, std::size_t size, std::size_t count, FILE* file) {
+STAND_IN std::size_t __fread_chk(void* buffer, std::size_t /*room*/, std::size_t size,
+                                 std::size_t count, FILE* file) {
   return fread(buffer, size, count, file);
 }
 
@@ -294,11 +313,17 @@ __attribute__((visibility("default"))) void* operator new(std::size_t size) {
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
-// The library's own nothrow version would call AddressSanitizer's own allocator, which these do not belong to.
-__attribute__((visibility("default"))) void* operator new(std::size_t size, const std::nothrow_t&) noexcept try {
+// The library's own nothrow version would call AddressSanitizer's own
+// allocator, which these do not belong to.
+__attribute__((visibility("default"))) void* operator new(std::size_t size,
+                                                          const std::nothrow_t&) noexcept try {
   return operator new(size);
 } catch (...) {
   return nullptr;
 }
-__attribute__((visibility("default"))) void operator delete(void* memory) noexcept { std::free(memory); }
-__attribute__((visibility("default"))) void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+__attribute__((visibility("default"))) void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+__attribute__((visibility("default"))) void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}

@@ -15,7 +15,8 @@ void enter_world(char** arguments) {
   char path[4096] = {};
   if (readlink(program, path, sizeof path - 1) < 0) return;
   std::vector<char*> command = {world, path};
-  for (char** argument = arguments + 1; *argument != nullptr; ++argument) command.push_back(*argument);
+  for (char** argument = arguments + 1; *argument != nullptr; ++argument)
+    command.push_back(*argument);
   command.push_back(nullptr);
   execv(world, command.data());
 }
@@ -30,5 +31,7 @@ int main(int argc, char** argv) {
   }
   testing::InitGoogleTest(&argc, argv);
   const int result = RUN_ALL_TESTS();
-  return testing::UnitTest::GetInstance()->test_to_run_count() == 0 ? 1 : result;  // a filter that lets nothing pass
+  return testing::UnitTest::GetInstance()->test_to_run_count() == 0
+             ? 1
+             : result;  // a filter that lets nothing pass
 }

@@ -24,11 +24,11 @@ std::string text_written(const std::string& write) {
   std::string lines = "dspset: write result:\n";
   unsigned category = 0, byte = 0, value = 0;
   int length = 0;
-  for (const char* entry = &write[1]; std::sscanf(entry, " %u/%x=%x%n", &category, &byte, &value, &length) == 3;
-       entry += length) {
+  for (const char* entry = &write[1];
+       std::sscanf(entry, " %u/%x=%x%n", &category, &byte, &value, &length) == 3; entry += length) {
     char line[80];
-    std::snprintf(line, sizeof line, "dspset: \tcategory(0x%02x) byte(0x%02x) -> 0x%x success\n", category, byte,
-                  value);
+    std::snprintf(line, sizeof line, "dspset: \tcategory(0x%02x) byte(0x%02x) -> 0x%x success\n",
+                  category, byte, value);
     lines += line;
   }
   return lines;
@@ -85,7 +85,8 @@ void Timeline::add_exchange(std::string exchange, std::string& out) {
   lines_.push_back(exchange);
 }
 
-// Those that control the camera's other libraries. Of the settings record only that it is opened and written.
+// Those that control the camera's other libraries. Of the settings record
+// only that it is opened and written.
 void Timeline::add_calls() {
   for (const std::string& call : platform::journal()) {
     if (call == "ObjectDetectionIF::config()") {
@@ -94,7 +95,8 @@ void Timeline::add_calls() {
       lines_.emplace_back("open all.conf");
     } else if (call.starts_with("ConfigFile::write_record(all.conf, 3) = ")) {
       lines_.push_back("write all.conf" + std::string(call.ends_with("= 0") ? "" : " fails"));
-    } else if (!call.starts_with("ThdIf_") && !call.starts_with("WitEnd_") && !call.starts_with("ConfigFile::")) {
+    } else if (!call.starts_with("ThdIf_") && !call.starts_with("WitEnd_") &&
+               !call.starts_with("ConfigFile::")) {
       lines_.push_back(call);
     }
   }
@@ -102,12 +104,13 @@ void Timeline::add_calls() {
 }
 
 // Lines that begin with `start` are shown without it.
-void Timeline::add_printed(const std::string& text, const std::string& start, const std::string& verb,
-                           const std::string& other_verb) {
+void Timeline::add_printed(const std::string& text, const std::string& start,
+                           const std::string& verb, const std::string& other_verb) {
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t end = text.find('\n', at);
     const std::string line = text.substr(at, end - at);
-    std::string shown = line.starts_with(start) ? verb + line.substr(start.size()) : other_verb + line;
+    std::string shown =
+        line.starts_with(start) ? verb + line.substr(start.size()) : other_verb + line;
     if (line.empty()) shown.pop_back();  // the blank behind the verb
     lines_.push_back(end == text.npos ? shown + " (no newline)" : shown);
     at = std::min(end, text.size() - 1) + 1;

@@ -7,10 +7,11 @@
 
 namespace ipcam::test {
 
-// Lines, as tests/README.md explains them: exchanges, calls of the camera's own libraries, requests to devices,
-// printed lines, waits. What belongs to every exchange is checked here and not among the lines: a write follows a read
-// of the same registers, and an exchange without a fault is followed by what its kind of command prints. An exchange
-// that breaks a rule is marked by "unread" before it, or "silent" behind it.
+// Lines, as tests/README.md explains them: exchanges, calls of the camera's own libraries,
+// requests to devices, printed lines, waits. What belongs to every exchange is checked here and
+// not among the lines: a write follows a read of the same registers, and an exchange without a
+// fault is followed by what its kind of command prints. An exchange that breaks a rule is marked
+// by "unread" before it, or "silent" behind it.
 class Timeline {
  public:
   Timeline(sim::SimulatedCamera& camera, const sim::Devices& devices, FakeClock& clock)
@@ -18,7 +19,9 @@ class Timeline {
 
   Lines of(const std::function<void()>& action);
 
-  static bool breaks_rule(const std::string& line) { return line.starts_with("unread ") || line.ends_with(" silent"); }
+  static bool breaks_rule(const std::string& line) {
+    return line.starts_with("unread ") || line.ends_with(" silent");
+  }
 
  private:
   void collect(Output printed);

@@ -1,6 +1,6 @@
-// Runs a command in a world of its own: /tmp, /var/tmp, camera devices and System V objects. Shared ones are no way
-// out: a test that used them could meet a running simulator, or another test. The source and build folders stay in
-// place.
+// Runs a command in a world of its own: /tmp, /var/tmp, camera devices and System V objects. Shared
+// ones are no way out: a test that used them could meet a running simulator, or another test. The
+// source and build folders stay in place.
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,8 +16,10 @@ int main(int argc, char** argv) try {
     return 2;
   }
   ipcam::workstation::enter_own_namespaces({"/tmp", "/var/tmp"}, {TEST_SOURCE_DIR});
-  // The tests' stand-ins take these names before they reach the system; hardware must be out of reach all the same.
-  for (const ipcam::sim::DeviceFile& device : ipcam::sim::kDeviceFiles) ipcam::workstation::hide(device.path);
+  // The tests' stand-ins take these names before they reach the system;
+  // hardware must be out of reach all the same.
+  for (const ipcam::sim::DeviceFile& device : ipcam::sim::kDeviceFiles)
+    ipcam::workstation::hide(device.path);
   setenv("CAMERA_TEST_WORLD", "entered", 1);
   execvp(argv[1], argv + 1);
   std::perror(argv[1]);

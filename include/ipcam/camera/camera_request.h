@@ -12,8 +12,8 @@ struct s_port_inf;
 
 namespace ipcam::camera {
 
-// What a request asks for. Codes without a name here, inside and outside 31 to 83, are accepted, do nothing
-// and are answered with result 0.
+// What a request asks for. Codes without a name here, inside and outside 31 to 83, are accepted, do
+// nothing and are answered with result 0.
 enum e_request_code : std::int32_t {
   REQUEST_COLOR = 31,
   REQUEST_WB_MODE = 33,
@@ -55,7 +55,8 @@ enum e_request_code : std::int32_t {
   REQUEST_AUTO_MODE = 84,
 };
 
-// One setting or query request. The caller owns the record and keeps it alive until the call returns.
+// One setting or query request. The caller owns the record and keeps
+// it alive until the call returns.
 struct s_cam_cgi_cmd {
   std::int32_t code;        // what is asked for, one of e_request_code
   std::int32_t value;       // the caller's value, in the request's own terms
@@ -68,17 +69,19 @@ struct s_cam_cgi_cmd {
 static_assert(sizeof(s_cam_cgi_cmd) == 28);
 static_assert(offsetof(s_cam_cgi_cmd, code) == 0 && offsetof(s_cam_cgi_cmd, value) == 4 &&
               offsetof(s_cam_cgi_cmd, reserved8) == 8 && offsetof(s_cam_cgi_cmd, result) == 12 &&
-              offsetof(s_cam_cgi_cmd, inq_value) == 16 && offsetof(s_cam_cgi_cmd, reserved20) == 20 &&
+              offsetof(s_cam_cgi_cmd, inq_value) == 16 &&
+              offsetof(s_cam_cgi_cmd, reserved20) == 20 &&
               offsetof(s_cam_cgi_cmd, reply_slot) == 24);
 
 // One raw register command. The caller owns the record and keeps it alive until the call returns.
 struct s_ccdlsi_dbg {
-  std::int32_t reserved0;   // zero
-  char cmd[256];            // register command text, NUL-terminated within the field
-  std::int32_t cmd_len;     // length as given by the sender; the terminating NUL decides
-  std::int32_t result;      // out: 0 when the command was run, also when it failed; -1 when not served
-  char reply[256];          // out: one byte per register, its value before a write
-  std::int32_t reply_len;   // out: of a read its registers, of a write 1 however many it writes; 0 when it failed
+  std::int32_t reserved0;  // zero
+  char cmd[256];           // register command text, NUL-terminated within the field
+  std::int32_t cmd_len;    // length as given by the sender; the terminating NUL decides
+  std::int32_t result;  // out: 0 when the command was run, also when it failed; -1 when not served
+  char reply[256];      // out: one byte per register, its value before a write
+  std::int32_t reply_len;   // out: of a read its registers, of a write 1 however many it writes; 0
+                            // when it failed
   std::int32_t reply_slot;  // out: number of the reply semaphore used
 };
 static_assert(sizeof(s_ccdlsi_dbg) == 532);
@@ -88,30 +91,32 @@ static_assert(offsetof(s_ccdlsi_dbg, reserved0) == 0 && offsetof(s_ccdlsi_dbg, c
               offsetof(s_ccdlsi_dbg, reply_slot) == 528);
 
 // Queues one request to the control thread and blocks until it has been served.
-// Returns 0 when it was answered: the outcome is in `cmd->result`. Returns -1 at once, with `cmd->result` -1,
-// when no control thread runs (not started, start-up failed, stopping or stopped), when the camera's own libraries
-// fail, and on the control thread itself, where it could not be served; and -1 for a null `cmd`.
-// At most 10 requests wait at a time; a further caller waits for a place. Signal 10 is blocked in the calling
-// thread during the call, and a cancellation of the thread takes effect at the return. Any thread.
+// Returns 0 when it was answered: the outcome is in `cmd->result`. Returns -1 at once, with
+// `cmd->result` -1, when no control thread runs (not started, start-up failed, stopping or
+// stopped), when the camera's own libraries fail, and on the control thread itself, where it could
+// not be served; and -1 for a null `cmd`. At most 10 requests wait at a time; a further caller
+// waits for a place. Signal 10 is blocked in the calling thread during the call, and a cancellation
+// of the thread takes effect at the return. Any thread.
 IPCAM_CAMERA_API int cam_cgi_command(s_cam_cgi_cmd* cmd);
 
-// The same for a raw register command. A command that fails, or a `cmd` without a terminating NUL, is answered
-// with `result` 0 and `reply_len` 0; one that is not served with `result` -1 and `reply_len` 0.
+// The same for a raw register command. A command that fails, or a `cmd` without a
+// terminating NUL, is answered with `result` 0 and `reply_len` 0; one that is not served
+// with `result` -1 and `reply_len` 0.
 IPCAM_CAMERA_API int cam_ccd_debug(s_ccdlsi_dbg* dbg);
 
-// Creates the request path and starts the control thread, which applies the stored settings before it serves
-// the first request. `port` is kept but not used, and must stay valid until the shutdown.
-// Returns 0; -1 for a null `port`, when a control thread has been started already and not been shut down
-// (also when its start-up failed; so always on the control thread itself), or when a resource could not be had. A
-// constructor of the camera's own libraries that throws passes its exception on. What a failed call created is
-// released by the next call.
+// Creates the request path and starts the control thread, which applies the stored settings before
+// it serves the first request. `port` is kept but not used, and must stay valid until the shutdown.
+// Returns 0; -1 for a null `port`, when a control thread has been started already and not been shut
+// down (also when its start-up failed; so always on the control thread itself), or when a resource
+// could not be had. A constructor of the camera's own libraries that throws passes its exception
+// on. What a failed call created is released by the next call.
 // Any thread. The thread is ended by delete_camera_IF().
 IPCAM_CAMERA_API int new_camera_ctrl(ipcam::comm::s_port_inf* port);
 
-// Reads the stored settings, applies the factory adjustment files and pushes the stored picture and exposure
-// settings to the image processor. Returns true when every step succeeded; false at the first that failed,
-// with the steps before it applied. Control thread only, which calls it once when it starts; anywhere else it
-// returns false and does nothing.
+// Reads the stored settings, applies the factory adjustment files and pushes the stored picture and
+// exposure settings to the image processor. Returns true when every step succeeded; false at the
+// first that failed, with the steps before it applied. Control thread only, which calls it once
+// when it starts; anywhere else it returns false and does nothing.
 IPCAM_CAMERA_API bool InitCamera();
 
 }  // namespace ipcam::camera

@@ -24,8 +24,8 @@ struct param_info {
 };
 static_assert(sizeof(param_info) == 12);
 static_assert(offsetof(param_info, category) == 0 && offsetof(param_info, reserved1) == 1 &&
-              offsetof(param_info, byte) == 4 && offsetof(param_info, mask) == 8 && offsetof(param_info, data) == 9 &&
-              offsetof(param_info, reserved10) == 10);
+              offsetof(param_info, byte) == 4 && offsetof(param_info, mask) == 8 &&
+              offsetof(param_info, data) == 9 && offsetof(param_info, reserved10) == 10);
 
 // A command packet or a reply packet: entries back to back, each led by its own length in bytes.
 struct packet_info {
@@ -48,14 +48,17 @@ struct shm_info {
 };
 static_assert(sizeof(shm_info) == 148);
 static_assert(offsetof(shm_info, status) == 0 && offsetof(shm_info, comm_pid) == 4 &&
-              offsetof(shm_info, req_pid) == 8 && offsetof(shm_info, count) == 12 && offsetof(shm_info, length) == 16 &&
-              offsetof(shm_info, data) == 20);
+              offsetof(shm_info, req_pid) == 8 && offsetof(shm_info, count) == 12 &&
+              offsetof(shm_info, length) == 16 && offsetof(shm_info, data) == 20);
 
 // An exposure pattern. Which tables the two row indices select depends on the mode.
 struct s_ae_ptn {
-  std::int32_t shutter;      // row of ae_normal_tbl (mode 0), ae_slow_tbl (1, 2) or manual_shutter_tbl (3)
-  std::int32_t gain;         // row of agc_normal_max_gain_tbl (0), agc_slow_max_gain_tbl (1) or manual_gain_tbl
-  std::int32_t mode;         // 0 normal, 1 slow shutter, 2 manual gain with slow rows, 3 manual shutter and gain
+  std::int32_t
+      shutter;  // row of ae_normal_tbl (mode 0), ae_slow_tbl (1, 2) or manual_shutter_tbl (3)
+  std::int32_t
+      gain;  // row of agc_normal_max_gain_tbl (0), agc_slow_max_gain_tbl (1) or manual_gain_tbl
+  std::int32_t
+      mode;  // 0 normal, 1 slow shutter, 2 manual gain with slow rows, 3 manual shutter and gain
   std::int32_t max_frm_exp;  // maximum frame exposure index: 0 to 4, or 22
 };
 static_assert(sizeof(s_ae_ptn) == 16);
@@ -75,30 +78,31 @@ static_assert(sizeof(g_signal_flg) == 1 && std::atomic<unsigned char>::is_always
 
 // Access to the image processor's registers.
 //
-// Every operation prints what went wrong, led by g_prgname, and returns -1 for a failure; nothing is retried, and a
-// request that is refused before it is sent changes nothing. Messages go to standard error, but to standard output that
-// another process is using the record, and which register of a command text has failed. do_debug(char*, ...) alone
-// says nothing of a text that is too long.
+// Every operation prints what went wrong, led by g_prgname, and returns -1 for a failure;
+// nothing is retried, and a request that is refused before it is sent changes nothing.
+// Messages go to standard error, but to standard output that another process is using the
+// record, and which register of a command text has failed. do_debug(char*, ...) alone says
+// nothing of a text that is too long.
 //
 // Threads: the command operations and the setters may be called from any thread; each holds the
-// object's mutex from its first packet to its last, so their exchanges never interleave. The link operations
-// (from get_key() on) take no lock: they are for a program that drives the link by itself, one thread at a
-// time and no command beside it. Lock order: docs/architecture.md.
+// object's mutex from its first packet to its last, so their exchanges never interleave. The link
+// operations (from get_key() on) take no lock: they are for a program that drives the link by
+// itself, one thread at a time and no command beside it. Lock order: docs/architecture.md.
 //
-// Signals: an operation that makes an exchange leaves signal 10 blocked in the calling thread. A program should block
-// it in main() before it starts a thread: camera_ctrl(3).
+// Signals: an operation that makes an exchange leaves signal 10 blocked in the calling thread. A
+// program should block it in main() before it starts a thread: camera_ctrl(3).
 //
-// Cancellation: a thread that holds a lock or the semaphore, has a request in the record or copies the flash is not
-// cancelled before the operation returns. Where it returns with something taken, from sem_operation(-1, ...) or
-// send_to_comm(), the cancellation waits for the thread's next cancellation point. wait_sigusr2() is one: it holds
-// nothing.
+// Cancellation: a thread that holds a lock or the semaphore, has a request in the record or copies
+// the flash is not cancelled before the operation returns. Where it returns with something taken,
+// from sem_operation(-1, ...) or send_to_comm(), the cancellation waits for the thread's next
+// cancellation point. wait_sigusr2() is one: it holds nothing.
 //
-// An object attaches to the shared record when it is constructed and never again: after the comm application
-// has created its semaphore and segment anew, a new object is needed.
+// An object attaches to the shared record when it is constructed and never again: after the comm
+// application has created its semaphore and segment anew, a new object is needed.
 class IPCAM_CAMERA_API DspCommand {
  public:
-  // Installs the handler of signal 10 and attaches to the comm application. Always completes; when the comm
-  // application is absent, messages say so and every exchange fails.
+  // Installs the handler of signal 10 and attaches to the comm application. Always completes; when
+  // the comm application is absent, messages say so and every exchange fails.
   DspCommand();
   // Detaches. The semaphore and the segment belong to the comm application and stay.
   ~DspCommand();
@@ -107,32 +111,34 @@ class IPCAM_CAMERA_API DspCommand {
 
   // --- Register commands ---
 
-  // Applies the first `n` rows (0 to 16) of `table` by read-modify-write: one exchange reads the registers, a
-  // second writes them with the rows' `data` merged in under their `mask`. On success `data` of every row holds
-  // the value written. Returns 0 or -1. A failure in the first exchange changes no register.
+  // Applies the first `n` rows (0 to 16) of `table` by read-modify-write: one exchange reads
+  // the registers, a second writes them with the rows' `data` merged in under their `mask`. On
+  // success `data` of every row holds the value written. Returns 0 or -1. A failure in the
+  // first exchange changes no register.
   int execute_abs_cmd(param_info* table, int n);
 
-  // Writes the `data` bytes of `n` rows (1 to 122) to consecutive registers from the first row's on, whole and
-  // without reading. Returns 0 or -1.
+  // Writes the `data` bytes of `n` rows (1 to 122) to consecutive registers from the first row's
+  // on, whole and without reading. Returns 0 or -1.
   int execute_gamma_cmd(param_info* table, int n);
 
-  // Runs a register command list: entries separated by ';', fields by ','; mode 1 reads (category, byte number),
-  // mode 2 writes (category, byte number, mask, data). Numbers are decimal, hexadecimal ("0x") or octal ("0").
-  // At most 16 entries and 256 characters. `list` is split in place. `result` receives one byte per entry: the
-  // value read, for a write the value before it.
-  // Returns the number of registers read (mode 1), 1 (mode 2; 0 when the write reply is empty), or -1.
+  // Runs a register command list: entries separated by ';', fields by ','; mode 1 reads (category,
+  // byte number), mode 2 writes (category, byte number, mask, data). Numbers are decimal,
+  // hexadecimal ("0x") or octal ("0"). At most 16 entries and 256 characters. `list` is split in
+  // place. `result` receives one byte per entry: the value read, for a write the value before it.
+  // Returns the number of registers read (mode 1), 1 (mode 2; 0 when
+  // the write reply is empty), or -1.
   int execute_rw_cmd(int mode, char* list, unsigned char* result);
 
-  // Runs a register command text, "r," or "w," followed by a list as above. This overload works on a copy of the
-  // text; a text of more than 256 characters is not run and gives 0.
+  // Runs a register command text, "r," or "w," followed by a list as above. This overload works on
+  // a copy of the text; a text of more than 256 characters is not run and gives 0.
   int do_debug(char* text, char* result);
   // The same, splitting the caller's text in place.
   int do_debug(unsigned char* text, unsigned char* result);
   // The same for the rows of a table. Returns as execute_rw_cmd().
   int do_debug(param_info* table, unsigned char* result, int mode, int n);
 
-  // Appends one 6-byte entry to a command packet: type 1 read, 2 write. Returns 0, or -1 when the packet then
-  // holds more than 16 entries or 127 bytes.
+  // Appends one 6-byte entry to a command packet: type 1 read, 2 write. Returns 0, or -1 when the
+  // packet then holds more than 16 entries or 127 bytes.
   int add_cmd_packet(int type, param_info entry, packet_info* packet);
   // Set all fields, and all data bytes, to 0.
   void clear_param_info(param_info* entry);
@@ -147,14 +153,15 @@ class IPCAM_CAMERA_API DspCommand {
   // Sends the sub CPU the all-to-SDRAM request. Returns 0 when all of it was acknowledged, else -1.
   int execute_alltosdram();
 
-  // Copies the parameter area and its variant block between memory and flash: 1 stores to flash, 0 loads from
-  // flash. Returns 0, a store then being on the device, or -1 at the first failure; a copy that fails halfway is not
-  // undone. It uses the devices alone and takes no lock: one call at a time.
+  // Copies the parameter area and its variant block between memory and flash: 1 stores
+  // to flash, 0 loads from flash. Returns 0, a store then being on the device, or -1 at
+  // the first failure; a copy that fails halfway is not undone. It uses the devices
+  // alone and takes no lock: one call at a time.
   int do_flash(unsigned char flag);
 
   // --- Picture ---
-  // Setters return 0 when the registers were written, -1 when the value was refused or the exchange failed.
-  // A number text is decimal, hexadecimal or octal, with nothing behind the number.
+  // Setters return 0 when the registers were written, -1 when the value was refused or the exchange
+  // failed. A number text is decimal, hexadecimal or octal, with nothing behind the number.
 
   int do_saturation(unsigned char* text);  // 0 to 255; 128 is neutral
   int do_contrast(unsigned char* text);    // 0 to 255; 128 is neutral
@@ -169,8 +176,8 @@ class IPCAM_CAMERA_API DspCommand {
 
   // --- White balance ---
 
-  // Mode by its leading keyword: "atwpro", "atw", "manual", "onepush", "trgon", "indoor", "outdoor",
-  // "fluorescent", "mercurylampmega" or "mercurylampsd".
+  // Mode by its leading keyword: "atwpro", "atw", "manual", "onepush", "trgon", "indoor",
+  // "outdoor", "fluorescent", "mercurylampmega" or "mercurylampsd".
   int do_whitebalance(unsigned char* text);
   // Manual gains as levels 0 to 255; a higher level is a lower register gain (10170 down to 1500).
   int do_rgain(unsigned int level);
@@ -186,8 +193,8 @@ class IPCAM_CAMERA_API DspCommand {
 
   // --- Exposure ---
 
-  // Applies one exposure pattern. The mode and maximum frame exposure are sent after the tables; a failure of
-  // those two is printed, not returned.
+  // Applies one exposure pattern. The mode and maximum frame exposure are sent after the tables; a
+  // failure of those two is printed, not returned.
   int do_shutter_gain(s_ae_ptn pattern);
   int do_expmode(int mode);                  // 0 to 3, as s_ae_ptn::mode
   int do_max_frm_exp(int index);             // 0 to 4 (30, 15, 8, 4, 2) or 22 (22)
@@ -213,25 +220,27 @@ class IPCAM_CAMERA_API DspCommand {
 
   // Key of the shared objects, from the file "/tmp/comm.log". Returns 0 or -1.
   int get_key(int* key);
-  // Finds the semaphore set and the segment and attaches the segment of `size` bytes. Returns 0 or -1; an output
-  // whose step failed is left as it was.
+  // Finds the semaphore set and the segment and attaches the segment of `size` bytes. Returns 0 or
+  // -1; an output whose step failed is left as it was.
   int getinfo_ipc(int* sem_id, int* shm_id, int size, std::intptr_t* shm_addr);
   // One operation on semaphore 0, waiting at most 5 seconds. Returns 0 or -1.
   int sem_operation(int op, short flags);
-  // Phase 0: the record is free for a request. Phase 2: the reply is this requester's. Returns 0 or -1.
+  // Phase 0: the record is free for a request. Phase 2: the reply is
+  // this requester's. Returns 0 or -1.
   int check_ipc(shm_info* record, int phase);
   // Makes the record idle; `comm_pid` stays.
   void clean_ipc(shm_info* record);
   // Sends signal 10 to one process. Returns 0 or -1.
   int send_sigusr2(int pid);
-  // Waits for signal 10, 0 without limit, and leaves it blocked in the calling thread. Returns the signal number;
-  // negative at the limit, on failure, or when the signal has reached the handler instead (g_signal_flg is 1) and
-  // none is pending.
+  // Waits for signal 10, 0 without limit, and leaves it blocked in the calling thread. Returns the
+  // signal number; negative at the limit, on failure, or when the signal has reached the handler
+  // instead (g_signal_flg is 1) and none is pending.
   int wait_sigusr2(long seconds);
-  // Posts one request and rings the doorbell. Returns 0 or -1. A doorbell that could not be rung leaves the
-  // record posted. Signal 10 stays blocked in the calling thread.
+  // Posts one request and rings the doorbell. Returns 0 or -1. A doorbell that could not be rung
+  // leaves the record posted. Signal 10 stays blocked in the calling thread.
   int send_to_comm(packet_info* packet);
-  // Waits one second for the reply, copies it into `packet` and makes the record idle. Returns 0 or -1.
+  // Waits one second for the reply, copies it into `packet` and
+  // makes the record idle. Returns 0 or -1.
   int get_from_comm(packet_info* packet);
 
   // Keeps a revision number that nothing in this library reads. Returns 0.
@@ -248,7 +257,8 @@ class IPCAM_CAMERA_API DspCommand {
   IPCAM_CAMERA_LOCAL int exchange() IPCAM_REQUIRES(mutex);
   IPCAM_CAMERA_LOCAL int apply_table(param_info* table, int n) IPCAM_REQUIRES(mutex);
   IPCAM_CAMERA_LOCAL int write_block(const param_info* table, int n) IPCAM_REQUIRES(mutex);
-  IPCAM_CAMERA_LOCAL int run_list(int mode, char* list, unsigned char* result) IPCAM_REQUIRES(mutex);
+  IPCAM_CAMERA_LOCAL int run_list(int mode, char* list, unsigned char* result)
+      IPCAM_REQUIRES(mutex);
   IPCAM_CAMERA_LOCAL int request_alltosdram() IPCAM_REQUIRES(mutex);
   IPCAM_CAMERA_LOCAL void clear_packets() IPCAM_REQUIRES(mutex);
 

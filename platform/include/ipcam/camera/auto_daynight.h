@@ -7,11 +7,13 @@ namespace ipcam::camera {
 
 class DspCommand;
 
-// The host's worker only sleeps from start to stop and never touches the DspCommand; its setters accept every value.
-// Two runs never overlap: one started while another goes on ends at once. All operations: any thread.
+// The host's worker only sleeps from start to stop and never touches the DspCommand; its
+// setters accept every value. Two runs never overlap: one started while another goes on ends
+// at once. All operations: any thread.
 class AutoDaynight : public ipcam::Thread {
  public:
-  // Starts no run. The DspCommand is a loan, which the camera's own worker uses until its destructor returns.
+  // Starts no run. The DspCommand is a loan, which the camera's own
+  // worker uses until its destructor returns.
   AutoDaynight(int function, DspCommand* dsp);
   // Ends a run and waits until it is over.
   ~AutoDaynight() override;

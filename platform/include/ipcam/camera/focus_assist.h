@@ -11,11 +11,13 @@ namespace ipcam::camera {
 
 class DspCommand;
 
-// The host's worker only sleeps from start to stop and touches neither of the objects that it is given.
-// Two runs never overlap: one started while another goes on ends at once. All operations: any thread.
+// The host's worker only sleeps from start to stop and touches neither of the
+// objects that it is given. Two runs never overlap: one started while another goes
+// on ends at once. All operations: any thread.
 class FocusAssist : public ipcam::Thread {
  public:
-  // Starts no run. Both objects are loans, which the camera's own worker uses until its destructor returns.
+  // Starts no run. Both objects are loans, which the camera's own
+  // worker uses until its destructor returns.
   FocusAssist(ipcam::eptz::PostProcessInterface* post_process, DspCommand* dsp);
   // Ends a run and waits until it is over.
   ~FocusAssist() override;

@@ -21,20 +21,20 @@ struct s_witEnd_ctl {
   void* pool;
 };
 
-// WitEnd_get, WitEnd_wait_put and WitEnd_post are for any thread, any number at once. WitEnd_new and WitEnd_delete
-// are for one thread while no other is inside any operation of the pool.
+// WitEnd_get, WitEnd_wait_put and WitEnd_post are for any thread, any number at once. WitEnd_new
+// and WitEnd_delete are for one thread while no other is inside any operation of the pool.
 
 // Sets up a pool of `count` semaphores in `sems`; a pool that `ctl` still holds is released first.
 // Returns 0, or -1 on failure.
 int WitEnd_new(s_witEnd_sem* sems, int count, s_witEnd_ctl* ctl);
-// Reserves a free semaphore and writes its number. Waits while all are taken; all are served in the order in which they
-// came. Returns 0, or -1 when the pool does not exist.
+// Reserves a free semaphore and writes its number. Waits while all are taken; all are served in the
+// order in which they came. Returns 0, or -1 when the pool does not exist.
 int WitEnd_get(int* number, s_witEnd_ctl* ctl);
-// Waits until semaphore `number` has been posted, then returns it to the pool. Returns 0, or -1 at once when the
-// pool does not exist or the semaphore is not reserved.
+// Waits until semaphore `number` has been posted, then returns it to the pool. Returns 0, or -1 at
+// once when the pool does not exist or the semaphore is not reserved.
 int WitEnd_wait_put(int number, s_witEnd_ctl* ctl);
-// Posts semaphore `number`, waking its one waiter. Returns 0, or -1 when the pool does not exist, or the semaphore
-// is not reserved or has been posted already.
+// Posts semaphore `number`, waking its one waiter. Returns 0, or -1 when the pool does not exist,
+// or the semaphore is not reserved or has been posted already.
 int WitEnd_post(int number, s_witEnd_ctl* ctl);
 // Releases the pool. Returns 0, or -1 when it does not exist.
 int WitEnd_delete(s_witEnd_ctl* ctl);

@@ -3,7 +3,8 @@
 
 namespace ipcam::detection {
 
-// The host's stand-in detects nothing and only enters its calls in the journal. All operations: any thread.
+// The host's stand-in detects nothing and only enters its calls in the
+// journal. All operations: any thread.
 class ObjectDetectionIF {
  public:
   // Neither waits nor fails.

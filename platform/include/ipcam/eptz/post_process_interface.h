@@ -3,7 +3,8 @@
 
 namespace ipcam::eptz {
 
-// The host's stand-in processes nothing and only enters its calls in the journal. All operations: any thread.
+// The host's stand-in processes nothing and only enters its calls in the
+// journal. All operations: any thread.
 class PostProcessInterface {
  public:
   // Neither waits nor fails.
