@@ -163,9 +163,4 @@ int ControlThread::raw_command(s_ccdlsi_dbg& request) try {
   return -1;
 }
 
-int ControlThread::icr_state(std::int32_t* answer) {
-  *answer = read_register(*dsp_, read_row("icr_state")) != 0 ? 59 : 60;
-  return 0;
-}
-
 }  // namespace ipcam::camera

@@ -9,6 +9,7 @@
 #include "dsp/exposure_patterns.h"
 #include "dsp/register_rows.h"
 #include "registers/gpio.h"
+#include "registers/register_values.h"
 
 namespace ipcam::camera {
 
@@ -47,15 +48,15 @@ struct PatternRow {
 // slow_shutter_min_speed, but depends on the readout in the manual mode.
 // clang-format off
 constexpr PatternRow kPatterns[] = {
-    // auto  slow   held                  shutter          gain                        mode
-    {true,  true,  true,  "Pattern D\n", {kMinSpeed, 5},{kAgcGain, 0},              kSlowShutter},
-    {true,  true,  false, "Pattern C\n", {kMinSpeed, 0},{kAgcGain, 0},              kSlowShutter},
-    {true,  false, true,  "Pattern B\n", {nullptr, 0}, {kAgcGain, 0},              kNormalExposure},
-    {true,  false, false, "Pattern A\n", {nullptr, 1}, {kAgcGain, 0},              kNormalExposure},
-    {false, true,  true,  "Pattern G\n", {kSpeed, 5},  {kGainLevel, kHeldGainRow}, kSlowShutter},
-    {false, true,  false, "Pattern E\n", {kSpeed, 0},  {kGainLevel, 0},            kManualExposure},
-    {false, false, true,  "Pattern F\n", {kSpeed, 6},  {kAgcGain, 0},              kNormalExposure},
-    {false, false, false, "Pattern A\n", {kSpeed, -4}, {kAgcGain, 0},              kNormalExposure},
+    // auto slow   held                shutter         gain                        mode
+    {true,  true,  true,  "Pattern D", {kMinSpeed, 5}, {kAgcGain, 0},              kSlowShutter},
+    {true,  true,  false, "Pattern C", {kMinSpeed, 0}, {kAgcGain, 0},              kSlowShutter},
+    {true,  false, true,  "Pattern B", {nullptr, 0},   {kAgcGain, 0},              kNormalExposure},
+    {true,  false, false, "Pattern A", {nullptr, 1},   {kAgcGain, 0},              kNormalExposure},
+    {false, true,  true,  "Pattern G", {kSpeed, 5},    {kGainLevel, kHeldGainRow}, kSlowShutter},
+    {false, true,  false, "Pattern E", {kSpeed, 0},    {kGainLevel, 0},            kManualExposure},
+    {false, false, true,  "Pattern F", {kSpeed, 6},    {kAgcGain, 0},              kNormalExposure},
+    {false, false, false, "Pattern A", {kSpeed, -4},   {kAgcGain, 0},              kNormalExposure},
 };
 // clang-format on
 
@@ -152,7 +153,7 @@ s_ae_ptn ControlThread::choose_exposure_pattern() {
   if (iris_hold_ == 0) dsp_->do_miris_mode(false);
 
   const PatternRow& row = find_pattern(snapshot_, iris_hold_ != 0);
-  std::fputs(row.log_line, stderr);
+  std::fprintf(stderr, "%s\n", row.log_line);
   s_ae_ptn pattern = {.shutter = row.shutter.of(snapshot_),
                       .gain = row.gain.of(snapshot_),
                       .mode = row.mode,
@@ -279,6 +280,12 @@ int ControlThread::daynight_mode(int value) {
   sleep(1);
   gpio_request(gpio0_, gpio::kWrite, 0x00, kFilterLines);
   gpio_request(gpio4_, gpio::kWrite, filter.level, kLevelLine);
+  return 0;
+}
+
+int ControlThread::icr_state(std::int32_t* answer) {
+  const bool is_set = read_register(*dsp_, read_row("icr_state")) != 0;
+  *answer = is_set ? registers::kFilterStateSet : registers::kFilterStateClear;
   return 0;
 }
 

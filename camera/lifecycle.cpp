@@ -11,6 +11,7 @@
 #include "camera/never_destroyed.h"
 #include "camera/request_path.h"
 #include "camera/signal_mask.h"
+#include "dsp/doorbell.h"
 #include "dsp/locking.h"
 #include "ipcam/camera/camera_request.h"
 #include "ipcam/comm/port_inf.h"
@@ -76,7 +77,7 @@ bool delete_queue(ipcam::comm::s_thdIf_ctl& queue) {
 int Lifecycle::start(ipcam::comm::s_port_inf* port) {
   if (port == nullptr || RequestPath::instance().is_served_here()) return -1;
   const CancellationBlock cancellation_block;
-  const SignalBlock doorbell_block(doorbell_signal());
+  const SignalBlock doorbell_block(Doorbell::signals());
   LockGuard lock(lock_);
   if (started_) return -1;
   release();  // what an earlier start left behind when it failed; what cannot be released is made
@@ -125,7 +126,7 @@ bool Lifecycle::start_control_thread() {
 int Lifecycle::shut_down() {
   if (RequestPath::instance().is_served_here()) return -1;
   const CancellationBlock cancellation_block;
-  const SignalBlock doorbell_block(doorbell_signal());
+  const SignalBlock doorbell_block(Doorbell::signals());
   LockGuard lock(lock_);
   if (!started_) return -1;
   if (!RequestPath::instance().stop()) return -1;

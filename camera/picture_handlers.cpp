@@ -150,12 +150,13 @@ int ControlThread::wb_mode(int value) {
   if (mode == nullptr) return -1;
   snapshot_.wb_mode = mode->stored;
 
+  // The measurement that has just ended may have saved its gains.
+  SettingsRecord saved{};
+  if (value == registers::kOnepushRequest && read_own_settings(saved)) record = saved;
+
   // Gains first: the mode register selects them the moment it is written.
   const SettingsSnapshot& stored = record.snapshot;
   if (value == registers::kOnepushRequest) {
-    // The measurement that has just ended may have saved its gains.
-    SettingsRecord saved{};
-    if (read_own_settings(saved)) record = saved;
     std::fprintf(stderr, "Saved RGain:%d, BGain:%d\n", stored.onepush_rgain, stored.onepush_bgain);
     dsp_->do_rbgain_preset1(stored.onepush_rgain, stored.onepush_bgain);
   }

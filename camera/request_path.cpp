@@ -9,6 +9,7 @@
 #include "camera/imported_call.h"
 #include "camera/signal_mask.h"
 #include "dsp/cancellation.h"
+#include "dsp/doorbell.h"
 #include "ipcam/camera/camera_request.h"
 #include "ipcam/system.h"
 
@@ -35,7 +36,7 @@ int submit(e_message type, Record* record) {
   // A caller that left in the midst would leave its record behind.
   const CancellationBlock cancellation_block;
   if (record == nullptr) return -1;
-  const SignalBlock doorbell_block(doorbell_signal());
+  const SignalBlock doorbell_block(Doorbell::signals());
   if (RequestPath::instance().serve(type, record, &record->reply_slot)) return 0;
   mark_not_served(*record);
   result_of([] { staticsInfoUpdate(3, 0); });

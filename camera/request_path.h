@@ -119,10 +119,9 @@ class RequestPath {
   bool post(int slot);
 
   LibraryMutex lock_;
-  std::atomic<bool> accepting_{false};  // written under lock_ only
-  Caller* waiting_ IPCAM_GUARDED_BY(lock_) =
-      nullptr;                       // queued, not yet taken by the control thread
-  std::atomic<int> callers_{0};      // inside
+  std::atomic<bool> accepting_{false};                 // written under lock_ only
+  Caller* waiting_ IPCAM_GUARDED_BY(lock_) = nullptr;  // queued, not yet taken to be served
+  std::atomic<int> callers_{0};                        // inside
   Channels* channels_ = nullptr;     // set while nobody is inside; have their own synchronisation
   std::atomic<pthread_t> server_{};  // zero while there is none; no thread has that number
 };

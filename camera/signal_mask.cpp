@@ -5,13 +5,6 @@
 
 namespace ipcam::camera {
 
-sigset_t doorbell_signal() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGUSR1);
-  return signals;
-}
-
 sigset_t all_but_fault_signals() {
   sigset_t signals;
   sigfillset(&signals);

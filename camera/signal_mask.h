@@ -5,10 +5,6 @@
 
 namespace ipcam::camera {
 
-// While a thread is inside the library, the doorbell (signal 10) is
-// for the thread that waits for a reply.
-sigset_t doorbell_signal();
-
 // Every signal but those that a thread raises itself by a fault or by giving up: for the library's
 // own threads, where a handler of the host program would shorten a pulse or a pause.
 sigset_t all_but_fault_signals();

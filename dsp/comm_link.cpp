@@ -27,8 +27,8 @@ constexpr char kKeyFile[] = "/tmp/comm.log";  // used for its identity only
 constexpr int kKeyProject = 'n';
 constexpr int kAttachMode = 0444;
 
-constexpr std::int64_t kLockLimitNs =
-    5 * kNsPerSecond;  // a holder needs microseconds; after this it is stuck
+// A holder needs microseconds; after this it is stuck.
+constexpr std::int64_t kLockLimitNs = 5 * kNsPerSecond;
 
 enum e_record_status : std::int32_t {
   RECORD_IDLE = 0,

@@ -37,20 +37,20 @@ constexpr std::int64_t kFirstLookWhileStrayingNs = 100'000;
 // failed already, and saves the next one.
 constexpr timespec kLateLimit = to_timespec(10'000'000);
 
-sigset_t signal_set() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, kSignal);
-  return set;
-}
-
 sigset_t block_signal() {
-  const sigset_t set = signal_set();
+  const sigset_t set = Doorbell::signals();
   sigprocmask(SIG_BLOCK, &set, nullptr);
   return set;
 }
 
 }  // namespace
+
+sigset_t Doorbell::signals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, kSignal);
+  return set;
+}
 
 bool Doorbell::install() {
   {
@@ -72,8 +72,8 @@ void Doorbell::begin_exchange(std::int32_t segment) {
   }
   const sigset_t set = block_signal();
   const timespec at_once{};
-  for (int pending = 0; pending < 2;
-       ++pending) {  // at most one for the thread and one for the process
+  // At most one is pending for the thread and one for the process.
+  for (int pending = 0; pending < 2; ++pending) {
     if (sigtimedwait(&set, nullptr, &at_once) < 0) break;
   }
   g_signal_flg.store(0);
@@ -113,7 +113,7 @@ bool Doorbell::wait_for_reply() {
 }
 
 void Doorbell::wait_for_late_one() const {
-  const sigset_t set = signal_set();
+  const sigset_t set = signals();
   sigtimedwait(&set, nullptr, &kLateLimit);
 }
 

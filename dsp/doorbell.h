@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <csignal>
 #include <cstdint>
 
 #include "dsp/locking.h"
@@ -16,6 +17,10 @@ namespace ipcam::camera {
 class Doorbell {
  public:
   constexpr Doorbell() = default;
+
+  // The signal as a set. While a thread is inside the library, it is for the thread that waits for
+  // a reply.
+  static sigset_t signals();
 
   // Installs sigusr2_handle() and clears g_signal_flg, unless an exchange
   // needs it. Returns false on failure.
@@ -46,8 +51,8 @@ class Doorbell {
   // Segment of the exchange that is under way, -1 for none. Of two, the newer one: the
   // comm application of the other has gone.
   std::atomic<std::int32_t> expected_{-1};
-  LibraryMutex
-      expected_lock_;  // no exchange begins between the look at it and the clearing of g_signal_flg
+  // No exchange begins between the look at it and the clearing of g_signal_flg.
+  LibraryMutex expected_lock_;
   // Whether the last doorbell that was waited for was taken by a thread that did not wait for it.
   std::atomic<bool> strays_{false};
 };

@@ -39,8 +39,4 @@ class IPCAM_SCOPED_CAPABILITY LockGuard {
   M& mutex_;
 };
 
-// Held by every setter from the first byte it puts into an exported table to the end of its send,
-// so that two programs' threads do not mix their bytes. Taken before a DspCommand's mutex.
-extern LibraryMutex g_table_lock;
-
 }  // namespace ipcam::camera

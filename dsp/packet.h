@@ -8,8 +8,8 @@
 namespace ipcam::camera {
 
 inline constexpr int kMaxCommands = 16;  // command entries in one packet
-inline constexpr int kMaxCommandBytes =
-    127;  // bytes in use; the 128-byte area is never filled to its last byte
+// Bytes in use; the 128-byte area is never filled to its last byte.
+inline constexpr int kMaxCommandBytes = 127;
 inline constexpr int kCommandSize = 6;     // register read or write
 inline constexpr int kReadReplySize = 3;   // length, status, value
 inline constexpr int kWriteReplySize = 2;  // length, status

@@ -97,8 +97,8 @@ int DspCommand::apply_table(param_info* table, int n) {
   }
 
   clear_packets();
-  for (int i = 0; i < n; ++i)
-    add_cmd_packet(ACCESS_WRITE, table[i], &command_packet);  // as many as were read
+  // As many as were read.
+  for (int i = 0; i < n; ++i) add_cmd_packet(ACCESS_WRITE, table[i], &command_packet);
   if (exchange() < 0) return -1;
 
   if (!reply_matches(reply_packet, n, kWriteReplySize)) return report_bad_reply();

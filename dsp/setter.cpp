@@ -6,13 +6,10 @@
 #include "dsp/number_text.h"
 #include "dsp/register_rows.h"
 
-namespace ipcam::camera {
+namespace ipcam::camera::setter {
 
 constinit LibraryMutex g_table_lock;
 
-}  // namespace ipcam::camera
-
-namespace ipcam::camera::setter {
 namespace {
 
 const char* as_chars(const unsigned char* text) { return reinterpret_cast<const char*>(text); }

@@ -10,6 +10,10 @@
 
 namespace ipcam::camera::setter {
 
+// Held by every setter from the first byte it puts into an exported table to the end of its send,
+// so that two programs' threads do not mix their bytes. Taken before a DspCommand's mutex.
+extern LibraryMutex g_table_lock;
+
 // A setting that is chosen by the keyword at the start of a text.
 struct KeywordSetting {
   std::string_view keyword;

@@ -27,8 +27,8 @@ struct Input {
     const std::size_t at = size == 0 ? 0 : next[1] % sizeof record;
     const std::size_t count = size == 0 ? 0 : std::min(size - 1, sizeof record - at);
     std::memcpy(bytes + at, next + 2, count);
-    record.comm_pid =
-        1;  // a doorbell that fails leaves the record posted, which is not what is looked for here
+    // A doorbell that fails leaves the record posted, which is not what is looked for here.
+    record.comm_pid = 1;
     next += size + 1;
     left -= size + 1;
   }

@@ -26,8 +26,8 @@ enum class Kind : std::uint8_t {
 // A register, or several that follow one another and belong together.
 struct Register {
   Address first;
-  std::uint16_t count =
-      0;  // 1: NAME; 2: a 16-bit value, NAME_lo and NAME_hi; more: NAME_0, NAME_1, ...
+  // 1: NAME; 2: a 16-bit value, NAME_lo and NAME_hi; more: NAME_0, NAME_1, ...
+  std::uint16_t count = 0;
   std::uint16_t mask = 0;  // bits in use of each register; above 0xff: of each pair, low byte first
   std::string_view name = {};     // lower case, with underscores
   std::string_view meaning = {};  // and the values that it can take

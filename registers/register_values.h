@@ -15,6 +15,10 @@ inline constexpr std::uint8_t kAeSlowShutter = 1;
 inline constexpr std::uint8_t kAeManualGain = 3;
 inline constexpr std::uint8_t kAeManual = 4;  // shutter and gain
 
+// icr_state, as the request for it answers
+inline constexpr int kFilterStateSet = 59;
+inline constexpr int kFilterStateClear = 60;
+
 // wb_mode
 inline constexpr std::uint8_t kWbAtwpro = 0;
 inline constexpr std::uint8_t kWbAtw = 1;      // also while a one-push measurement runs

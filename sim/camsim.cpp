@@ -70,8 +70,8 @@ fs::path preload_library() {
 
 int execute(const std::string& directory, std::optional<int> camera,
             std::vector<std::string> command) {
-  std::string preload =
-      preload_library().string();  // before, since the way to this program may look different then
+  // Before, since the way to this program may look different then.
+  std::string preload = preload_library().string();
   if (!camera) camera = find_private_camera();
   if (camera) join_private_camera(*camera);
   make_device_directory(directory);

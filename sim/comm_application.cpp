@@ -250,8 +250,8 @@ bool CommApplication::execute(const Packet& packet, const Request& request, Pack
       }
       append(reply, {2, status});
     } else {
-      const bool is_to_sdram =
-          has_registers ? entry.type == 0 : entry.type == 9;  // of the all-to-SDRAM request
+      // Of the all-to-SDRAM request.
+      const bool is_to_sdram = has_registers ? entry.type == 0 : entry.type == 9;
       append(reply, {2, is_to_sdram ? status : kRefused});
     }
   }

@@ -26,11 +26,10 @@ inline constexpr DeviceFile kDeviceFiles[] = {
     {"/dev/mem", 0x1FFC000 + 0x3F00, false},
 };
 
-// Stands in for these devices. All state is
-// in the files, so that any number of processes may share a directory, and a fresh
-// object finds it again: the first byte of a GPIO file is its level (for corvo2_gpio-0
-// the value that the camera reads from it), the flash and memory files are what has been
-// stored. Holds no descriptors. Any thread.
+// Stands in for these devices. All state is in the files, so that any number of processes may
+// share a directory, and a fresh object finds it again: the first byte of a GPIO file is its level
+// (for corvo2_gpio-0 the value that the camera reads from it), the flash and memory files are what
+// has been stored. Holds no descriptors. Any thread.
 class Devices {
  public:
   // `directory` must exist; files that are missing in it are created by create().

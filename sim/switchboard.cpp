@@ -44,8 +44,8 @@ bool Switchboard::script(std::uint32_t category, std::uint32_t byte,
     slot.address = address;
     slot.position = 0;
     std::ranges::copy(values, slot.values);
-    slot.length =
-        static_cast<std::uint32_t>(values.size());  // last: the length is what makes the slot valid
+    // Last: the length is what makes the slot valid.
+    slot.length = static_cast<std::uint32_t>(values.size());
     return true;
   }
   return false;

@@ -57,8 +57,8 @@ struct FaultPlan {
   std::uint32_t exchange = 0;  // counted from now: 0 is the next request
   std::uint32_t count = 1;     // exchanges that it lasts
   std::uint32_t entry = 0;     // entry k, for the faults of one entry
-  std::uint32_t delay_ms =
-      1200;  // late faults: how long, unless the requester is known to have given up
+  // Late faults: how long, unless the requester is known to have given up.
+  std::uint32_t delay_ms = 1200;
 };
 
 // One exchange, as it was taken from and put into the record.

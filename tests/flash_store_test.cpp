@@ -99,8 +99,8 @@ TEST_F(FlashTest, AStoreAfterALoadKeepsTheVariantBlockAlsoWhenInterrupted) {
   const std::string block = flash_block(0);
   fail_next("read", EINTR, 3);
   fail_next("write", EINTR, 2);
-  for (const int error : {EINTR, EINVAL})
-    fail_next("fsync", error);  // the latter: it has nothing to flush
+  // The latter: it has nothing to flush.
+  for (const int error : {EINTR, EINVAL}) fail_next("fsync", error);
   EXPECT_EQ(dsp.do_flash(0), 0);
   EXPECT_EQ(dsp.do_flash(1), 0);
   EXPECT_EQ(failures_left(), 0);

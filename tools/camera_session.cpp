@@ -68,8 +68,8 @@ CameraSession::~CameraSession() { camera::delete_camera_IF(nullptr); }
 // The library does not show the thread that a measurement runs on. It is the one that sets the
 // white-balance mode, while the control thread has nothing to do.
 int CameraSession::wait_for_measurement(const ExchangeLog& log, const std::string& tried) const {
-  constexpr auto kLimit =
-      60s;  // 30 readings, each as slow as an exchange that times out and is waited for
+  // 30 readings, each as slow as an exchange that times out and is waited for.
+  constexpr auto kLimit = 60s;
   const auto deadline = Clock::now() + kLimit;
   constexpr Address kMode = registers::address("wb_mode");
   const auto is_measurement = [&](const LoggedExchange& exchange) {

@@ -6,8 +6,8 @@
 namespace ipcam::wire {
 namespace {
 
-constexpr std::size_t kHeaderBytes =
-    5;  // length, type, category, byte number high, byte number low
+// Length, type, category, byte number high, byte number low.
+constexpr std::size_t kHeaderBytes = 5;
 
 CommandEntry command_entry(Bytes entry) {
   if (entry.size() <= kHeaderBytes) return {.type = entry[1]};

@@ -9,8 +9,8 @@ namespace ipcam::wire {
 
 inline constexpr char kKeyFile[] = "/tmp/comm.log";
 inline constexpr int kKeyProject = 0x6e;
-inline constexpr int kDoorbell =
-    10;  // signal that announces a request and, the other way, its reply
+// Signal that announces a request and, the other way, its reply.
+inline constexpr int kDoorbell = 10;
 inline constexpr int kDataBytes = 128;
 
 // Entries back to back, each led by its own length in bytes.

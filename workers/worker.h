@@ -30,7 +30,7 @@ namespace ipcam::camera {
 class Worker : public ipcam::Thread {
  public:
   // Stops the runs started so far; a later one is not concerned. Returns 0 at once; the run in
-  // progress ends after its current sleep. Any thread.
+  // progress ends after its current sleep. Control thread only.
   int stop_thread() override;
 
   // Starts a run on a thread of its own. Returns 0, or -1 when the worker is not idle or the thread
@@ -100,8 +100,7 @@ class Worker : public ipcam::Thread {
   int arrived_ IPCAM_GUARDED_BY(run_mutex_) = 0;  // in progress or waiting for their turn
   int lost_ IPCAM_GUARDED_BY(run_mutex_) = 0;     // given up, their threads may still come
   std::uint32_t stops_at_start_ IPCAM_GUARDED_BY(run_mutex_) = 0;  // of the run on its way
-  std::uint32_t stops_of_run_ IPCAM_GUARDED_BY(run_mutex_) =
-      0;  // of the run in progress, when it was started
+  std::uint32_t stops_of_run_ IPCAM_GUARDED_BY(run_mutex_) = 0;    // of the one in progress
 
   Worker* next_kept_ = nullptr;  // of those that are left alive; control thread only
 };

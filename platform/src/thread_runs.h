@@ -40,8 +40,8 @@ class ThreadRuns : public std::enable_shared_from_this<ThreadRuns> {
   struct Launch;
   static void* run(void* launch);
 
-  static thread_local const Launch*
-      launch_here_;  // of the calling thread, if execute_process() made it
+  // Of the calling thread, if execute_process() made it.
+  static thread_local const Launch* launch_here_;
 
   std::mutex mutex_;
   std::condition_variable changed_;

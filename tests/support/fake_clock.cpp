@@ -131,10 +131,10 @@ bool camera_is_silent(const sim::Switchboard& camera) {
 int wait_for_doorbell(sim::Switchboard& camera, const sigset_t* set, siginfo_t* info,
                       std::int64_t left) {
   for (;;) {
-    const bool silent =
-        camera_is_silent(camera);  // before the look: a doorbell rung in between must be seen
-    const std::int64_t look =
-        silent ? 0 : std::min(left, kNsPerMs / 5);  // it may fall silent at any time
+    // Before the look: a doorbell rung in between must be seen.
+    const bool silent = camera_is_silent(camera);
+    // It may fall silent at any time.
+    const std::int64_t look = silent ? 0 : std::min(left, kNsPerMs / 5);
     const timespec look_time = from_ns(look);
     const int signal = REAL(sigtimedwait)(set, info, &look_time);
     if (signal >= 0 || errno != EAGAIN) return signal;

@@ -53,13 +53,14 @@ static_assert(offsetof(shm_info, status) == 0 && offsetof(shm_info, comm_pid) ==
 
 // An exposure pattern. Which tables the two row indices select depends on the mode.
 struct s_ae_ptn {
-  std::int32_t
-      shutter;  // row of ae_normal_tbl (mode 0), ae_slow_tbl (1, 2) or manual_shutter_tbl (3)
-  std::int32_t
-      gain;  // row of agc_normal_max_gain_tbl (0), agc_slow_max_gain_tbl (1) or manual_gain_tbl
-  std::int32_t
-      mode;  // 0 normal, 1 slow shutter, 2 manual gain with slow rows, 3 manual shutter and gain
-  std::int32_t max_frm_exp;  // maximum frame exposure index: 0 to 4, or 22
+  // Row of ae_normal_tbl (mode 0), ae_slow_tbl (1, 2) or manual_shutter_tbl (3).
+  std::int32_t shutter;
+  // Row of agc_normal_max_gain_tbl (mode 0), agc_slow_max_gain_tbl (1) or manual_gain_tbl (2, 3).
+  std::int32_t gain;
+  // 0 normal, 1 slow shutter, 2 manual gain with slow rows, 3 manual shutter and gain.
+  std::int32_t mode;
+  // Maximum frame exposure index: 0 to 4, or 22.
+  std::int32_t max_frm_exp;
 };
 static_assert(sizeof(s_ae_ptn) == 16);
 
