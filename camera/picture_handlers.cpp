@@ -1,6 +1,7 @@
 // Handlers of the picture, white balance, and backlight and exposure compensation requests.
 #include <cstdio>
 #include <iterator>
+#include <string_view>
 
 #include "camera/control_thread.h"
 #include "dsp/register_rows.h"
@@ -43,8 +44,8 @@ bool above(int level, unsigned highest) { return static_cast<unsigned>(level) > 
 
 // The setters take a writable text, though they leave it as it is.
 void set_text(DspCommand& dsp, TextSetter setter, const char* text) {
-  char copy[64];
-  std::snprintf(copy, sizeof copy, "%s", text);
+  char copy[64] = {};
+  std::string_view(text).copy(copy, sizeof copy - 1);
   (dsp.*setter)(reinterpret_cast<unsigned char*>(copy));
 }
 
