@@ -55,8 +55,8 @@ bool RequestPath::serve(e_message type, void* record, std::int32_t* slot) {
   if (result_of([&] { return ipcam::comm::WitEnd_get(slot, &channels_->replies); }) != 0)
     return false;
 
-  Caller caller{.record = record, .slot = *slot};
-  const bool is_queued = queue(type, caller);
+  Caller caller{.type = type, .record = record, .slot = *slot};
+  const bool is_queued = queue(caller);
   // A semaphore goes back to the pool only through a wait, so an unused one is posted first.
   if (!is_queued && !post(caller.slot)) return false;
   result_of([&] { return ipcam::comm::WitEnd_wait_put(caller.slot, &channels_->replies); });
@@ -81,7 +81,7 @@ void RequestPath::leave() {
   if (callers_.fetch_sub(1) == 1) callers_.notify_all();
 }
 
-bool RequestPath::queue(e_message type, Caller& caller) {
+bool RequestPath::queue(Caller& caller) {
   {
     LockGuard lock(lock_);
     if (!accepting_.load()) return false;
@@ -89,7 +89,7 @@ bool RequestPath::queue(e_message type, Caller& caller) {
     waiting_ = &caller;
   }
   // Outside the lock, since the control thread wakes at once and takes it.
-  if (send(type, caller.record) == 0) return true;
+  if (send(caller.type, caller.record) == 0) return true;
   // If the control thread has it all the same, there will be an answer.
   return take(caller.record) == nullptr;
 }
@@ -105,7 +105,10 @@ bool RequestPath::receive(Message& message) {
   message.caller = nullptr;
   if (message.type != MESSAGE_SETTING && message.type != MESSAGE_RAW) return true;
   message.caller = take(message.record);
-  return message.caller != nullptr;
+  if (message.caller == nullptr) return false;
+  // As the caller has it: read as another type, the record would be as long as it is not.
+  message.type = message.caller->type;
+  return true;
 }
 
 void RequestPath::answer(const Message& message) { finish(*message.caller, kAnswered); }

@@ -86,6 +86,7 @@ class RequestPath {
 
   // A caller that has its reply semaphore, on that caller's stack.
   struct Caller {
+    e_message type;
     void* record;
     int slot;
     Caller* next = nullptr;
@@ -110,7 +111,7 @@ class RequestPath {
 
   bool enter();
   void leave();
-  bool queue(e_message type, Caller& caller) IPCAM_EXCLUDES(lock_);
+  bool queue(Caller& caller) IPCAM_EXCLUDES(lock_);
   // Takes the caller that waits with this record off the list; null when there is none.
   Caller* take(const void* record) IPCAM_EXCLUDES(lock_);
   void finish(Caller& caller, Outcome outcome);
