@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <utility>
 
 #include "registers/register_names.h"
 #include "registers/request_names.h"
@@ -13,10 +14,18 @@ namespace ipcam::recorder {
 
 namespace {
 
+// To look whether record and files have changed may take this part of the time.
+constexpr std::int64_t kLookPart = 50;
+
 std::int64_t clock_us(clockid_t clock) {
   timespec now{};
   clock_gettime(clock, &now);
   return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
+}
+
+int this_thread() {
+  thread_local const int id = gettid();
+  return id;
 }
 
 std::string wall_clock() {
@@ -37,7 +46,8 @@ void put_entry(Line& line, wire::Access access, const wire::CommandEntry& entry,
   line.member("access", kAccesses[static_cast<std::size_t>(access)]);
   line.member("category", entry.category);
   line.member("byte", entry.byte);
-  line.member("name", registers::register_name({entry.category, entry.byte}));
+  const std::string name = registers::register_name({entry.category, entry.byte});
+  line.member("name", std::string_view(name));
   line.open("values", '[');
   if (entry.type == wire::kWriteEntry) {
     for (const std::uint8_t value : entry.values) line.member("", value);
@@ -70,7 +80,7 @@ void Recorder::end() {
 // --- Requests ---
 
 void Recorder::queue(Asked& asked) {
-  asked.thread = gettid();
+  asked.thread = this_thread();
   asked.queued_us = now_us();
   under_way_.push_back(&asked);
 }
@@ -83,14 +93,18 @@ void Recorder::forget(const Asked& asked) {
 void Recorder::take(const void* record) {
   const auto asked = std::ranges::find(under_way_, record, &Asked::record);
   if (asked == under_way_.end()) return;
-  control_thread_ = gettid();
+  control_thread_ = this_thread();
   served_ = *asked;
-  tell_changes();
+  // A workstation's record shows a change in no time. To change anything else takes longer.
+  struct stat now {};
+  stat(stored_path_.c_str(), &now);
+  const bool is_due = now_us() - looked_us_ >= kLookPart * look_took_us_;
+  if (is_due || !looks_same(now, std::exchange(stored_seen_, now))) tell_changes();
   tell_request(**asked);
 }
 
 void Recorder::post(int semaphore) {
-  if (served_ == nullptr || gettid() != control_thread_) return;
+  if (served_ == nullptr || this_thread() != control_thread_) return;
   if (served_->semaphore() == semaphore) answer(*served_);
 }
 
@@ -141,13 +155,13 @@ void Recorder::answer(Asked& asked) {
 // --- Exchanges ---
 
 void Recorder::begin_exchange(const wire::Packet& command) {
-  const int thread = gettid();
+  const int thread = this_thread();
   tell_exchange(thread, nullptr);
   const bool is_served = served_ != nullptr && thread == control_thread_;
   exchanges_[thread] = {is_served ? served_->number : 0, now_us(), command};
 }
 
-void Recorder::end_exchange(const wire::Packet& reply) { tell_exchange(gettid(), &reply); }
+void Recorder::end_exchange(const wire::Packet& reply) { tell_exchange(this_thread(), &reply); }
 
 // Ends what is under way on this thread, if there is anything.
 void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
@@ -179,6 +193,7 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
 // --- Stored record and adjustment files ---
 
 void Recorder::tell_changes() {
+  const std::int64_t begin_us = now_us();
   const Contents stored = read_stored(config_);
   if (stored != stored_) {
     // All of it, if the last that was told is not there to compare with.
@@ -208,6 +223,8 @@ void Recorder::tell_changes() {
     }
     file = now;
   }
+  looked_us_ = now_us();
+  look_took_us_ = looked_us_ - begin_us;
 }
 
 // --- Lines ---
@@ -216,7 +233,7 @@ std::int64_t Recorder::now_us() const { return clock_us(CLOCK_MONOTONIC) - begin
 
 // Writes the line that has been put together. What cannot be written is counted.
 bool Recorder::write() {
-  const std::string& line = line_.end();
+  const std::string_view line = line_.end();
   if (has_start_ && !file_.has_room(line.size())) has_start_ = !file_.begin_anew() && has_start_;
   const bool is_written = write_start() && write_lost() && file_.append(line);
   if (!is_written) ++lost_;
@@ -231,9 +248,9 @@ bool Recorder::write_start() {
   line.begin("start", now_us());
   line.member("format", 1);
   line.member("version", std::string_view(CAMERA_CTRL_VERSION));
-  line.member("wall", wall_clock());
+  line.member("wall", std::string_view(wall_clock()));
   line.member("process", getpid());
-  line.member("program", program.native());
+  line.member("program", std::string_view(program.native()));
   line.member("word_bits", static_cast<int>(8 * sizeof(void*)));
   line.member("stored", stored_);
   line.open("files", '{');

@@ -79,10 +79,15 @@ class Recorder {
   Line line_in_front_;  // of the one that is being put together
 
   config::ConfigFile* const config_ = make_config_file();
+  const std::string stored_path_ = workstation_record();
+  struct stat stored_seen_ {};
   Contents stored_ = read_stored(config_);
   AdjustmentFile files_[3] = {look_at({.path = camera::kCameraFile}),
                               look_at({.path = camera::kAllPixelWbFile}),
                               look_at({.path = camera::kHalfPixelWbFile})};
+
+  std::int64_t looked_us_ = 0;  // at them
+  std::int64_t look_took_us_ = 0;
 
   std::vector<Asked*> under_way_;
   Asked* served_ = nullptr;

@@ -6,6 +6,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <bit>
+#include <cstdlib>
+#include <string>
 
 #include "recorder/line.h"
 #include "recorder/next_definition.h"
@@ -23,6 +26,13 @@ inline config::ConfigFile* make_config_file() {
   if (construct == nullptr) return nullptr;
   construct(storage, camera::g_settings_file);
   return reinterpret_cast<config::ConfigFile*>(storage);
+}
+
+// Where the record is on a workstation. A camera has no such file.
+inline std::string workstation_record() {
+  const char* const directory = std::getenv("IPCAM_CONFIG_DIR");
+  const bool is_named = directory != nullptr && *directory != '\0';
+  return std::string(is_named ? directory : ".") + '/' + camera::g_settings_file;
 }
 
 inline Contents read_stored(config::ConfigFile* config) {
