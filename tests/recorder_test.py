@@ -94,7 +94,7 @@ class RecorderTest(unittest.TestCase):
         self.assertEqual([event['event'] for event in lines], ['request', 'exchange', 'exchange', 'answer'])
         self.assertEqual([entry for event in lines[1:3] for entry in event['entries']], [
             {'access': access, 'category': 10, 'byte': 9, 'name': 'saturation', 'values': [value], 'status': 1}
-            for access, value in (('read', 0x80), ('write', 0xa0))])
+            for access, value in (('read', 0), ('write', 0xa0))])
         self.assertEqual([event.get('value') for event in of_kind(found, 'answer') if event['number'] ==
                           requests[1]['number']], [0])
 
