@@ -15,7 +15,7 @@ namespace ipcam::recorder {
 namespace {
 
 // To look whether record and files have changed may take this part of the time.
-constexpr std::int64_t kLookPart = 50;
+constexpr std::int64_t kLookPart = 20;
 
 std::int64_t clock_us(clockid_t clock) {
   timespec now{};
@@ -224,7 +224,9 @@ void Recorder::tell_changes() {
     file = now;
   }
   looked_us_ = now_us();
-  look_took_us_ = looked_us_ - begin_us;
+  const std::int64_t took_us = looked_us_ - begin_us;
+  // The least, since other programs may have had the CPU meanwhile.
+  look_took_us_ = look_took_us_ == 0 ? took_us : std::min(look_took_us_, took_us);
 }
 
 // --- Lines ---
