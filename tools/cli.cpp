@@ -79,6 +79,8 @@ class CommandLine {
   WatchLimits watch_;
   bool yes_ = false;
   bool force_ = false;
+  std::string file_ = "recording.jsonl";
+  int limit_ = 8 << 20;
   int bench_count_ = 1000;
   bool bench_requests_ = false;
 };
@@ -210,12 +212,21 @@ void CommandLine::add_service_commands() {
   bench_command->callback([this] { bench(context_, bench_count_, bench_requests_); });
 }
 
-// A shell in a shell would need a second control thread; the
-// document commands serve the project itself.
+// A shell in a shell would need a second control thread, a recorded program takes the place of
+// camctl, and the document commands serve the project itself.
 void CommandLine::add_commands_outside_shell() {
   CLI::App* shell = add(&app_, "shell", "Run commands, one a line, with one control thread",
                         "shell < session.txt");
   shell->callback([this] { code_ = run_shell(context_); });
+
+  CLI::App* record_command = add(&app_, "record", "Record a program that uses the library",
+                                 "record -o fault.jsonl -- server --port 80");
+  record_command->add_option("-o,--output", file_, "File to create")->capture_default_str();
+  record_command->add_option("--limit", limit_, "Bytes, after which the file begins anew")
+      ->capture_default_str()
+      ->check(CLI::Range(64 << 10, 1 << 30));
+  record_command->add_option("COMMAND", names_, "Program and its arguments, behind --")->required();
+  record_command->callback([this] { record(context_, file_, limit_, names_); });
 
   CLI::App* document = app_.add_subcommand("document", "Generated parts of the documentation");
   document->group("")->fallthrough()->require_subcommand(1);

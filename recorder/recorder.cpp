@@ -1,0 +1,274 @@
+// What a program asks of the library, and what comes of it, as lines of a file.
+#include "recorder/recorder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <utility>
+
+#include "registers/register_names.h"
+#include "registers/request_names.h"
+
+namespace ipcam::recorder {
+
+namespace {
+
+// To look whether record and files have changed may take this part of the time.
+constexpr std::int64_t kLookPart = 20;
+
+std::int64_t clock_us(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
+}
+
+int this_thread() {
+  thread_local const int id = gettid();
+  return id;
+}
+
+std::string wall_clock() {
+  const std::int64_t wall_us = clock_us(CLOCK_REALTIME);
+  const auto seconds = static_cast<std::time_t>(wall_us / 1'000'000);
+  std::tm date{};
+  gmtime_r(&seconds, &date);
+  char text[48] = "";
+  const std::size_t size = std::strftime(text, sizeof text, "%FT%T", &date);
+  std::snprintf(text + size, sizeof text - size, ".%06dZ", static_cast<int>(wall_us % 1'000'000));
+  return text;
+}
+
+void put_entry(Line& line, wire::Access access, const wire::CommandEntry& entry,
+               const wire::ReplyEntry* reply) {
+  constexpr std::string_view kAccesses[] = {"read", "write", "block", "other"};
+  line.open("", '{');
+  line.member("access", kAccesses[static_cast<std::size_t>(access)]);
+  line.member("category", entry.category);
+  line.member("byte", entry.byte);
+  const std::string name = registers::register_name({entry.category, entry.byte});
+  line.member("name", std::string_view(name));
+  line.open("values", '[');
+  if (entry.type == wire::kWriteEntry) {
+    for (const std::uint8_t value : entry.values) line.member("", value);
+  } else if (reply != nullptr && reply->value) {
+    line.member("", *reply->value);
+  }
+  line.close(']');
+  if (reply != nullptr) {
+    line.member("status", reply->status);
+  } else {
+    line.member("status", nullptr);
+  }
+  line.close('}');
+}
+
+}  // namespace
+
+Recorder::Recorder(const std::string& path, int limit)
+    : file_(path, static_cast<rlim_t>(limit)),
+      begin_us_(clock_us(CLOCK_MONOTONIC)),
+      error_(file_.create() ? 0 : errno) {}
+
+void Recorder::end() {
+  while (!exchanges_.empty()) tell_exchange(exchanges_.begin()->first, nullptr);
+  tell_changes();
+  line_.begin("end", now_us());
+  write();
+}
+
+// --- Requests ---
+
+void Recorder::queue(Asked& asked) {
+  asked.thread = this_thread();
+  asked.queued_us = now_us();
+  under_way_.push_back(&asked);
+}
+
+void Recorder::forget(const Asked& asked) {
+  std::erase(under_way_, &asked);
+  if (served_ == &asked) served_ = nullptr;
+}
+
+void Recorder::take(const void* record) {
+  const auto asked = std::ranges::find(under_way_, record, &Asked::record);
+  if (asked == under_way_.end()) return;
+  control_thread_ = this_thread();
+  served_ = *asked;
+  // A workstation's record shows a change in no time. To change anything else takes longer.
+  struct stat now {};
+  stat(stored_path_.c_str(), &now);
+  const bool is_due = now_us() - looked_us_ >= kLookPart * look_took_us_;
+  if (is_due || !looks_same(now, std::exchange(stored_seen_, now))) tell_changes();
+  tell_request(**asked);
+}
+
+void Recorder::post(int semaphore) {
+  if (served_ == nullptr || this_thread() != control_thread_) return;
+  if (served_->semaphore() == semaphore) answer(*served_);
+}
+
+void Recorder::leave(Asked& asked) {
+  if (std::ranges::find(under_way_, &asked) != under_way_.end()) answer(asked);
+}
+
+// The queue gives requests out in the order in which they went in, so they get their numbers here.
+void Recorder::tell_request(Asked& asked) {
+  asked.number = ++last_number_;
+  line_.begin("request", asked.queued_us);
+  line_.member("number", asked.number);
+  line_.member("thread", asked.thread);
+  if (asked.setting != nullptr) {
+    line_.member("code", asked.setting->code);
+    line_.member("name", registers::request_name(asked.setting->code));
+    line_.member("value", asked.setting->value);
+  } else {
+    const auto& text = asked.raw->cmd;
+    line_.member("raw", std::string_view(text, strnlen(text, sizeof text)));
+    line_.member("raw_len", asked.raw->cmd_len);
+  }
+  write();
+}
+
+void Recorder::answer(Asked& asked) {
+  const bool is_served = served_ == &asked;
+  forget(asked);  // first of all: the frame in which it lies will be gone
+  if (is_served) tell_exchange(control_thread_, nullptr);
+  if (asked.number == 0) tell_request(asked);
+  line_.begin("answer", now_us());
+  line_.member("number", asked.number);
+  if (const auto* setting = asked.setting) {
+    line_.member("result", setting->result);
+    const bool is_query = setting->code == camera::REQUEST_GET_ICR ||
+                          setting->code == camera::REQUEST_HOLD_AUTO_IRIS_OPEN_INQ;
+    if (is_query && setting->result == 0) line_.member("value", setting->inq_value);
+  } else {
+    const auto& reply = asked.raw->reply;
+    const auto size = std::clamp<std::int32_t>(asked.raw->reply_len, 0, sizeof reply);
+    line_.member("result", asked.raw->result);
+    line_.member("reply", Bytes(reinterpret_cast<const std::uint8_t*>(reply),
+                                static_cast<std::size_t>(size)));
+  }
+  write();
+}
+
+// --- Exchanges ---
+
+void Recorder::begin_exchange(const wire::Packet& command) {
+  const int thread = this_thread();
+  tell_exchange(thread, nullptr);
+  const bool is_served = served_ != nullptr && thread == control_thread_;
+  exchanges_[thread] = {is_served ? served_->number : 0, now_us(), command};
+}
+
+void Recorder::end_exchange(const wire::Packet& reply) { tell_exchange(this_thread(), &reply); }
+
+// Ends what is under way on this thread, if there is anything.
+void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
+  const auto found = exchanges_.extract(thread);
+  if (found.empty()) return;
+  const Exchange& exchange = found.mapped();
+  const wire::Command command = wire::decode_command(exchange.command);
+  std::vector<wire::ReplyEntry> replies;
+  line_.begin("exchange", exchange.begin_us);
+  line_.member("thread", thread);
+  if (exchange.request != 0) line_.member("request", exchange.request);
+  line_.member("command", wire::used_bytes(exchange.command));
+  if (reply != nullptr) {
+    replies = wire::decode_reply(*reply);
+    line_.member("reply", wire::used_bytes(*reply));
+    line_.member("reply_count", reply->count);
+  } else {
+    line_.member("reply", nullptr);
+  }
+  line_.open("entries", '[');
+  for (std::size_t i = 0; i < command.entries.size(); ++i)
+    put_entry(line_, command.access, command.entries[i],
+              i < replies.size() ? &replies[i] : nullptr);
+  line_.close(']');
+  line_.member("took", now_us() - exchange.begin_us);
+  write();
+}
+
+// --- Stored record and adjustment files ---
+
+void Recorder::tell_changes() {
+  const std::int64_t begin_us = now_us();
+  const Contents stored = read_stored(config_);
+  if (stored != stored_) {
+    // All of it, if the last that was told is not there to compare with.
+    Bytes changed = stored ? Bytes(*stored) : Bytes();
+    Bytes told = stored_ ? Bytes(*stored_) : Bytes();
+    std::int64_t offset = 0;
+    for (; !told.empty() && !changed.empty() && changed[0] == told[0]; ++offset) {
+      changed = changed.subspan(1);
+      told = told.subspan(1);
+    }
+    while (!told.empty() && !changed.empty() && changed.back() == told.back()) {
+      changed = changed.first(changed.size() - 1);
+      told = told.first(told.size() - 1);
+    }
+    line_.begin("stored", now_us());
+    line_.member("offset", offset);
+    line_.member("bytes", stored ? Contents({changed.begin(), changed.end()}) : std::nullopt);
+    if (write()) stored_ = stored;
+  }
+  for (AdjustmentFile& file : files_) {
+    const AdjustmentFile now = look_at(file);
+    if (now.bytes != file.bytes) {
+      line_.begin("file", now_us());
+      line_.member("path", std::string_view(now.path));
+      line_.member("bytes", now.bytes);
+      if (!write()) continue;
+    }
+    file = now;
+  }
+  looked_us_ = now_us();
+  const std::int64_t took_us = looked_us_ - begin_us;
+  // The least, since other programs may have had the CPU meanwhile.
+  look_took_us_ = look_took_us_ == 0 ? took_us : std::min(look_took_us_, took_us);
+}
+
+// --- Lines ---
+
+std::int64_t Recorder::now_us() const { return clock_us(CLOCK_MONOTONIC) - begin_us_; }
+
+// Writes the line that has been put together. What cannot be written is counted.
+bool Recorder::write() {
+  const std::string_view line = line_.end();
+  if (has_start_ && !file_.has_room(line.size())) has_start_ = !file_.begin_anew() && has_start_;
+  const bool is_written = write_start() && write_lost() && file_.append(line);
+  if (!is_written) ++lost_;
+  return is_written;
+}
+
+bool Recorder::write_start() {
+  if (has_start_) return true;
+  std::error_code error;
+  const auto program = std::filesystem::read_symlink("/proc/self/exe", error).filename();
+  Line& line = line_in_front_;
+  line.begin("start", now_us());
+  line.member("format", 1);
+  line.member("version", std::string_view(CAMERA_CTRL_VERSION));
+  line.member("wall", std::string_view(wall_clock()));
+  line.member("process", getpid());
+  line.member("program", std::string_view(program.native()));
+  line.member("word_bits", static_cast<int>(8 * sizeof(void*)));
+  line.member("stored", stored_);
+  line.open("files", '{');
+  for (const AdjustmentFile& file : files_) line.member(file.path, file.bytes);
+  line.close('}');
+  has_start_ = file_.append(line.end());
+  return has_start_;
+}
+
+bool Recorder::write_lost() {
+  if (lost_ == 0) return true;
+  line_in_front_.begin("lost", now_us());
+  line_in_front_.member("lines", lost_);
+  if (!file_.append(line_in_front_.end())) return false;
+  lost_ = 0;
+  return true;
+}
+
+}  // namespace ipcam::recorder
