@@ -281,7 +281,7 @@ std::optional<Place::Kind> worker_of(const wire::Packet& first_command) {
   return std::nullopt;
 }
 
-void apply(const StoredChange& change, MaybeBytes& stored) {
+void apply_change(const StoredChange& change, MaybeBytes& stored) {
   if (!change.bytes) {
     stored.reset();
     return;

@@ -98,6 +98,6 @@ Recording read_recording(std::string_view text);
 std::optional<Place::Kind> worker_of(const wire::Packet& first_command);
 
 // Puts a change into a copy of the stored record.
-void apply(const StoredChange& change, MaybeBytes& stored);
+void apply_change(const StoredChange& change, MaybeBytes& stored);
 
 }  // namespace ipcam::tools

@@ -80,7 +80,7 @@ void cut(Recording& recording, int until) {
 }
 
 MaybeBytes stored_now() {
-  const auto record = read_stored_record();
+  const auto record = workstation::read_stored_record();
   if (!record) return std::nullopt;
   const auto* first = reinterpret_cast<const std::uint8_t*>(&*record);
   return FileBytes(first, first + sizeof *record);
@@ -89,9 +89,8 @@ MaybeBytes stored_now() {
 void store(const MaybeBytes& bytes) {
   camera::SettingsRecord record;
   if (bytes) std::memcpy(&record, bytes->data(), sizeof record);
-  if (bytes ? workstation::write_stored_record(record)
-            : (std::filesystem::remove(workstation::stored_record_path()), true))
-    return;
+  if (!bytes) std::filesystem::remove(workstation::stored_record_path());
+  if (!bytes || workstation::write_stored_record(record)) return;
   throw CommandError(kUsage, "replay: the stored settings cannot be written");
 }
 
@@ -107,7 +106,9 @@ void write_factory_file(const std::string& path, const MaybeBytes& bytes) {
 
 RecordedAnswer ask_library(const RecordedRequest& request) {
   if (!request.raw) {
-    camera::s_cam_cgi_cmd command{.code = request.code, .value = request.value};
+    camera::s_cam_cgi_cmd command = {};
+    command.code = request.code;
+    command.value = request.value;
     camera::cam_cgi_command(&command);
     return {.number = request.number, .result = command.result, .value = command.inq_value};
   }
@@ -115,8 +116,7 @@ RecordedAnswer ask_library(const RecordedRequest& request) {
   request.raw->copy(command.cmd, sizeof command.cmd);
   command.cmd_len = request.raw_length;
   camera::cam_ccd_debug(&command);
-  const auto length =
-      std::clamp<std::size_t>(static_cast<std::size_t>(command.reply_len), 0, sizeof command.reply);
+  const auto length = std::min(static_cast<std::size_t>(command.reply_len), sizeof command.reply);
   return {.number = request.number,
           .result = command.result,
           .reply = FileBytes(command.reply, command.reply + length)};
@@ -344,7 +344,7 @@ bool Replay::is_librarys_own(std::size_t offset) const {
 
 // What the library changed then it has to change again; the rest others have changed.
 void Replay::change_stored(const StoredChange& change) {
-  apply(change, stored_);
+  apply_change(change, stored_);
   MaybeBytes now = stored_now();
   StoredChange others = change;
   bool has_own = false;
@@ -353,7 +353,7 @@ void Replay::change_stored(const StoredChange& change) {
     has_own = true;
     (*others.bytes)[i] = (*now)[change.offset + i];
   }
-  apply(others, now);
+  apply_change(others, now);
   if (now != stored_now()) store(now);
   if (!has_own) return;
   asked_.clear();

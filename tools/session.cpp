@@ -110,7 +110,7 @@ Session session_of(const Recording& recording) {
     }
     if (const auto* request = event.as<RecordedRequest>()) add(session, *request);
     if (const auto* answer = event.as<RecordedAnswer>()) add(session, *answer);
-    if (const auto* change = event.as<StoredChange>()) apply(*change, stored);
+    if (const auto* change = event.as<StoredChange>()) apply_change(*change, stored);
     const auto* exchange = event.as<RecordedExchange>();
     if (exchange != nullptr && exchange->place)
       add(session, *exchange->place, *exchange, exchange->is_loose);
