@@ -15,7 +15,6 @@ namespace ipcam::camera {
 
 namespace {
 
-constexpr char kCameraFile[] = "/var/tmp/AdjCamera.txt";
 constexpr std::size_t kCameraBytesRead = 48;
 constexpr std::size_t kCameraBytesUsed = 40;
 constexpr std::size_t kWbBytesRead = 12;

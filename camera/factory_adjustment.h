@@ -1,10 +1,11 @@
-// The factory white-balance adjustment files, one for each sensor readout.
+// The factory adjustment files: of the camera, and of white balance for each sensor readout.
 #pragma once
 
 #include "ipcam/camera/dsp_command.h"
 
 namespace ipcam::camera {
 
+inline constexpr char kCameraFile[] = "/var/tmp/AdjCamera.txt";
 inline constexpr char kHalfPixelWbFile[] = "/var/tmp/AdjWbHalfPixels.txt";
 inline constexpr char kAllPixelWbFile[] = "/var/tmp/AdjWbAllPixels.txt";
 

@@ -82,6 +82,8 @@ class CommandLine {
   WatchLimits watch_;
   bool yes_ = false;
   bool force_ = false;
+  std::string file_ = "recording.jsonl";
+  int limit_ = 8 << 20;
   int bench_count_ = 1000;
   bool bench_requests_ = false;
   std::string other_;
@@ -247,8 +249,9 @@ void CommandLine::add_recording_commands() {
   chrome->callback([this] { code_ = recording_chrome(context_, name_); });
 }
 
-// A shell in a shell would need a second control thread, a replay a process with one thread; the
-// document commands serve the project itself.
+// A shell in a shell would need a second control thread, a recorded program takes the place of
+// camctl, a replay wants a process with one thread, and the document commands serve the project
+// itself.
 void CommandLine::add_commands_outside_shell() {
   CLI::App* shell = add(&app_, "shell", "Run commands, one a line, with one control thread",
                         "shell < session.txt");

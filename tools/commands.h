@@ -126,6 +126,11 @@ void config_save(Context& context, const std::string& file);
 void config_restore(Context& context, const std::string& file);
 void config_diff(Context& context, const std::string& file);
 
+// A program that is recorded, in this process: commands_record.cpp. Returns only by a failure.
+
+[[noreturn]] void record(Context& context, const std::string& file, int limit,
+                         const Words& command);
+
 // Service: commands_service.cpp, commands_bench.cpp, shell.cpp.
 
 void doctor(Context& context);

@@ -2,6 +2,7 @@
 // empty one, and what its packets say.
 #include "tools/exchange_log.h"
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -107,9 +108,13 @@ namespace ipcam::camera {
 
 // The library calls its hook through the dynamic linker, which finds this definition in the
 // program before the library's own, which does nothing. So exchanges can be watched in any library
-// that exports the hook, on a camera too.
+// that exports the hook, on a camera too. It goes on to the next one: a recorder may be preloaded.
 void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
+  using Hook = void (*)(DspCommand*, int, packet_info*);
+  static const auto next = reinterpret_cast<Hook>(
+      dlsym(RTLD_NEXT, "_ZN5ipcam6camera10DspCommand11prt_gcmdbufEiPNS0_11packet_infoE"));
   tools::log_packet(direction, std::bit_cast<wire::Packet>(*packet));
+  next(this, direction, packet);
 }
 
 }  // namespace ipcam::camera

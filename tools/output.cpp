@@ -120,7 +120,12 @@ LibraryMute::~LibraryMute() { redirect_stdout(STDERR_FILENO); }
 void watch_for_stop_signals() {
   struct sigaction action = {};
   action.sa_handler = note_stop_signal;  // without SA_RESTART: a read from the terminal ends too
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction before = {};
+    // Under nohup the hang-up is to be ignored, by a recorded program as well.
+    sigaction(signal, nullptr, &before);
+    if (before.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
+  }
 }
 
 bool stop_requested() { return g_stop_signal != 0; }

@@ -24,7 +24,7 @@ enum class Kind {
 };
 
 struct Setting {
-  std::string_view name;
+  std::string_view name = {};  // of its code
   camera::e_request_code code;
   Kind kind;
   Values values = {};  // of a stored setting: those of its field

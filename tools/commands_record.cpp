@@ -1,0 +1,69 @@
+// camctl record: a program in this one's place, with the recorder preloaded.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "ipcam/camera/camera_request.h"
+#include "tools/commands.h"
+
+namespace ipcam::tools {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void fail(const std::string& what, const std::string& reason) {
+  throw CommandError(kUsage, "record: " + what + ": " + reason);
+}
+
+// Lies beside the library.
+std::string recorder_path() {
+  Dl_info library = {};
+  if (dladdr(reinterpret_cast<const void*>(&camera::cam_cgi_command), &library) == 0)
+    fail("recorder", "the library cannot be found");
+  const std::string path =
+      fs::canonical(library.dli_fname).replace_filename("libcamera_ctrl_recorder.so");
+  if (access(path.c_str(), R_OK) != 0) fail(path, std::strerror(errno));
+  // The dynamic linker takes them for the end of a name.
+  if (path.find_first_of(" :") != std::string::npos) fail(path, "a path with a blank or a colon");
+  return path;
+}
+
+// Tries what the recorder will do at the program's first request.
+void check_file(const std::string& file) {
+  const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd < 0) fail(file, errno == EEXIST ? "there already" : std::strerror(errno));
+  close(fd);
+  unlink(file.c_str());
+}
+
+}  // namespace
+
+void record(Context& context, const std::string& file, int limit, const Words& command) {
+  const std::string path = fs::absolute(file);
+  const char* const preloaded = std::getenv("LD_PRELOAD");
+  const std::string others = preloaded == nullptr ? "" : std::string(":") + preloaded;
+  const std::string recorder = recorder_path();
+  check_file(path);
+  setenv("LD_PRELOAD", (recorder + others).c_str(), 1);
+  setenv("CAMERA_CTRL_RECORD_FILE", path.c_str(), 1);
+  setenv("CAMERA_CTRL_RECORD_LIMIT", std::to_string(limit).c_str(), 1);
+
+  Words words = command;
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  const int errors = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  dup2(context.out.results_fd(), STDOUT_FILENO);
+  execvp(arguments[0], arguments.data());
+  const int error = errno;
+  dup2(errors, STDOUT_FILENO);
+  fail(command[0], std::strerror(error));
+}
+
+}  // namespace ipcam::tools
