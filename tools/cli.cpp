@@ -257,6 +257,14 @@ void CommandLine::add_commands_outside_shell() {
                         "shell < session.txt");
   shell->callback([this] { code_ = run_shell(context_); });
 
+  CLI::App* record_command = add(&app_, "record", "Record a program that uses the library",
+                                 "record -o fault.jsonl -- server --port 80");
+  record_command->add_option("-o,--output", file_, "File to create")->capture_default_str();
+  record_command->add_option("--limit", limit_, "Bytes, after which the file begins anew")
+      ->check(CLI::Range(64 << 10, 1 << 30));
+  record_command->add_option("COMMAND", names_, "Program and its arguments, behind --")->required();
+  record_command->callback([this] { record(context_, file_, limit_, names_); });
+
   CLI::App* replay_command =
       add(&app_, "replay", "Play a recording again and compare what the library does",
           "replay session.rec --speed real");
