@@ -197,34 +197,31 @@ int recording_show(Context& context, const std::string& file, const RecordingRow
 int recording_stats(Context& context, const std::string& file) {
   const Recording recording = load_recording(context, file);
   struct Figures {
-    std::string name;
     std::vector<std::int64_t> times;
     int count = 0;
     int failed = 0;
   };
-  std::map<std::int32_t, Figures> by_code;
+  std::map<std::string, Figures> by_name;
   for (const auto& [place, row] : rows_of(recording)) {
     if (row.request == nullptr) continue;
-    Figures& figures = by_code[row.request->raw ? 0 : row.request->code];
     const std::string text = request_text(*row.request);
-    figures.name = row.request->raw ? "raw" : text.substr(0, text.find('='));
+    Figures& figures = by_name[row.request->raw ? "raw command" : text.substr(0, text.find('='))];
     if (row.answer != nullptr) figures.times.push_back(row.end_us - row.t_us);
     if (row.has_failed()) ++figures.failed;
     ++figures.count;
   }
-  for (auto& [code, figures] : by_code) {
+  for (auto& [name, figures] : by_name) {
     std::ranges::sort(figures.times);
     const std::size_t count = figures.times.size();
     const std::int64_t median = count == 0 ? 0 : figures.times[count / 2];
     const std::int64_t worst = count == 0 ? 0 : figures.times.back();
-    context.out.result({{"code", code},
-                        {"name", figures.name},
+    context.out.result({{"name", name},
                         {"count", figures.count},
                         {"median_us", median},
                         {"worst_us", worst},
                         {"failed", figures.failed}},
-                       padded(figures.name, 24) + padded(std::to_string(figures.count), 7) +
-                           "  median " + padded(milliseconds(median), 11) + "worst " +
+                       padded(name, 24) + padded(std::to_string(figures.count), 7) + "  median " +
+                           padded(milliseconds(median), 11) + "worst " +
                            padded(milliseconds(worst), 11) + "failed " +
                            std::to_string(figures.failed));
   }

@@ -22,6 +22,7 @@ using Json = nlohmann::json;
 constexpr std::size_t kMaxText = 4096;
 constexpr std::size_t kMaxFileBytes = 65536;
 constexpr std::size_t kRecordBytes = sizeof(camera::SettingsRecord);
+constexpr std::int64_t kMaxTime = std::int64_t{1} << 52;  // a hundred years: no sum overflows
 constexpr std::string_view kFactoryFolder = "/var/tmp/";
 
 // Ends the reading of a line; the text says what is wrong with it.
@@ -156,7 +157,7 @@ RecordedExchange exchange(const Json& line, std::int64_t t_us) {
        .start = Clock::time_point(std::chrono::microseconds(t_us)),
        .thread = number(line, "thread")},
       line.contains("request") ? number(line, "request", 1) : 0,
-      number<std::int64_t>(line, "took", 0)};
+      std::min(number<std::int64_t>(line, "took", 0), kMaxTime)};
   exchange.command.count =
       static_cast<std::int32_t>(wire::decode_command(exchange.command).entries.size());
   if (const auto reply = maybe_bytes(member(line, "reply"), "reply", wire::kDataBytes)) {
@@ -176,23 +177,39 @@ StoredChange stored(const Json& line) {
   return {offset, bytes};
 }
 
+FileChange file(const Json& line) {
+  return {factory_file(text(line, "path")),
+          maybe_bytes(member(line, "bytes"), "bytes", kMaxFileBytes)};
+}
+
 Event event(const Json& line) {
   if (!line.is_object()) throw BadLine("not JSON");
   const std::string kind = text(line, "event");
-  // Times of a hundred years cannot overflow a sum.
   const auto t = number<std::int64_t>(line, "t", 0);
-  if (t > std::int64_t{1} << 52) fail("t");
-  if (kind == "start") return {t, start(line)};
-  if (kind == "request") return {t, request(line)};
-  if (kind == "answer") return {t, answer(line)};
-  if (kind == "exchange") return {t, exchange(line, t)};
-  if (kind == "stored") return {t, stored(line)};
-  if (kind == "file")
-    return {t, FileChange{factory_file(text(line, "path")),
-                          maybe_bytes(member(line, "bytes"), "bytes", kMaxFileBytes)}};
-  if (kind == "lost") return {t, LostLines{number<std::int64_t>(line, "lines", 0)}};
-  if (kind == "end") return {t, RecordedEnd{}};
+  if (t > kMaxTime) fail("t");
+  const auto made = [t](auto what) { return Event{t, t, std::move(what)}; };
+  if (kind == "start") return made(start(line));
+  if (kind == "request") return made(request(line));
+  if (kind == "answer") return made(answer(line));
+  if (kind == "exchange") return made(exchange(line, t));
+  if (kind == "stored") return made(stored(line));
+  if (kind == "file") return made(file(line));
+  if (kind == "lost") return made(LostLines{number<std::int64_t>(line, "lines", 0)});
+  if (kind == "end") return made(RecordedEnd{});
   throw BadLine("no such event");
+}
+
+// An exchange without a reply is written when its thread's next one begins, perhaps never: it goes
+// where it began. All else stays in the order in which it was written.
+void put_in_order(std::vector<Event>& events) {
+  std::int64_t latest = 0;
+  for (Event& event : events) {
+    const auto* exchange = event.as<RecordedExchange>();
+    if (exchange != nullptr && !exchange->reply) continue;
+    latest = std::max(latest, event.t_us + (exchange == nullptr ? 0 : exchange->took_us));
+    event.order_us = latest;
+  }
+  std::ranges::stable_sort(events, {}, &Event::order_us);
 }
 
 // A measurement goes on until one of these is served; what it did then came a moment too late.
@@ -253,6 +270,13 @@ void find_places(Recording& recording) {
 
 }  // namespace
 
+const RecordedStart* Recording::start() const {
+  for (const Event& event : events) {
+    if (const auto* start = event.as<RecordedStart>()) return start;
+  }
+  return nullptr;
+}
+
 Recording read_recording(std::string_view text) {
   Recording recording;
   for (int number = 1; !text.empty(); ++number) {
@@ -268,6 +292,7 @@ Recording read_recording(std::string_view text) {
       recording.faults.push_back("line " + std::to_string(number) + ": " + bad.what());
     }
   }
+  put_in_order(recording.events);
   find_places(recording);
   return recording;
 }

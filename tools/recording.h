@@ -71,6 +71,7 @@ struct RecordedEnd {};
 
 struct Event {
   std::int64_t t_us;
+  std::int64_t order_us;  // never less than that of the event before
   std::variant<RecordedStart, RecordedRequest, RecordedAnswer, RecordedExchange, StoredChange,
                FileChange, LostLines, RecordedEnd>
       what;
@@ -85,10 +86,8 @@ struct Recording {
   std::vector<Event> events;
   std::vector<std::string> faults;  // "line 7: not JSON": those that could not be used
 
-  // Null when the first line is none.
-  const RecordedStart* start() const {
-    return events.empty() ? nullptr : events.front().as<RecordedStart>();
-  }
+  // Null without one.
+  const RecordedStart* start() const;
 };
 
 // What can be used of any text.

@@ -50,7 +50,7 @@ std::string request_text(const RecordedRequest& request) {
 }
 
 std::string exchange_text(const LoggedExchange& exchange) {
-  if (!exchange.reply) return sim::trace_line({exchange.command, {}, {}}) + "no reply";
+  if (!exchange.reply) return sim::command_text({exchange.command, {}, {}}) + " -> no reply";
   return sim::trace_line({exchange.command, *exchange.reply, {}});
 }
 
