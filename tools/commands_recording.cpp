@@ -1,5 +1,6 @@
 // camctl recording: what is in recordings, for readers, for trace viewers, and compared.
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -111,6 +112,16 @@ void show_row(Output& out, const Place& place, const Row& row) {
   if (row.request != nullptr) json["number"] = place.number;
   if (row.answer != nullptr && row.answer->value) json["answer"] = *row.answer->value;
   out.result(json, text);
+}
+
+// What fits beside another column, from the word on that holds the character `at`.
+std::string clipped(const std::string& text, std::size_t at) {
+  constexpr std::size_t kWidth = 72;
+  if (text.size() <= kWidth) return text;
+  const std::size_t blank = at < kWidth / 2 ? text.npos : text.rfind(' ', at);
+  const std::size_t begin = blank == text.npos ? 0 : blank + 1;
+  return (begin == 0 ? "" : "... ") + text.substr(begin, kWidth - 8) +
+         (text.size() - begin > kWidth - 8 ? " ..." : "");
 }
 
 // One event of the trace viewers' format; `extra` is for its arguments.
@@ -232,37 +243,43 @@ void show_difference(Output& out, const Difference& difference, const std::strin
                      const std::string& right) {
   constexpr std::size_t kBefore = 3;
   constexpr std::size_t kBehind = 2;
-  const auto& [a, b] = difference.lines;
-  const auto text_at = [](const std::vector<SessionLine>& lines, std::size_t i) {
-    return i < lines.size() ? lines[i].text : std::string("-");
+  const std::size_t first = difference.first;
+  const std::size_t size = std::max(difference.lines[0].size(), difference.lines[1].size());
+  // Packets can differ in what their text does not show.
+  const auto is_hidden = [&](std::size_t i) {
+    return i == first && i < std::min(difference.lines[0].size(), difference.lines[1].size()) &&
+           difference.lines[0][i].text == difference.lines[1][i].text;
   };
-  std::vector<std::size_t> shown;
-  if (difference.place.kind == Place::Kind::kRequest && difference.first > kBefore)
-    shown.push_back(0);  // the request itself
-  const std::size_t first = difference.first - std::min(difference.first, kBefore);
-  const std::size_t size = std::max(a.size(), b.size());
-  for (std::size_t i = first; i < std::min(size, difference.first + kBehind); ++i)
-    shown.push_back(i);
-  std::size_t width = left.size();
-  for (const std::size_t i : shown) width = std::max(width, text_at(a, i).size());
+  const auto text_of = [&](int side, std::size_t i) {
+    const std::vector<SessionLine>& lines = difference.lines[side];
+    if (i >= lines.size()) return std::string("-");
+    return is_hidden(i) ? lines[i].identity : lines[i].text;
+  };
 
-  std::string text = place_text(difference.place) + ", line " +
-                     std::to_string(difference.first + 1) + ": different\n  " +
-                     padded(left, width) + " | " + right;
-  Json lines = Json::array();
-  for (const std::size_t i : shown) {
-    const bool is_first = i == difference.first;
-    // Packets can differ in what their text does not show.
-    const bool is_hidden = is_first && text_at(a, i) == text_at(b, i);
-    const std::string before = is_hidden ? a[i].identity : text_at(a, i);
-    const std::string now = is_hidden ? b[i].identity : text_at(b, i);
-    text += "\n" + std::string(is_first ? "! " : "  ") + padded(before, width) + " | " + now;
-    lines.push_back({{"line", i + 1}, {left, before}, {right, now}});
+  std::vector<std::array<std::string, 3>> rows = {{"  ", left, right}};
+  Json around = Json::array();
+  for (std::size_t i = 0; i < std::min(size, first + kBehind); ++i) {
+    // The first line of a request says which one it is.
+    const bool is_title = i == 0 && difference.place.kind == Place::Kind::kRequest;
+    if (i + kBefore < first && !is_title) continue;
+    const std::string before = text_of(0, i);
+    const std::string now = text_of(1, i);
+    const auto at =
+        static_cast<std::size_t>(std::ranges::mismatch(before, now).in1 - before.begin());
+    rows.push_back({i == first ? "! " : "  ", clipped(before, at % before.size()),
+                    clipped(now, at % before.size())});
+    around.push_back({{"line", i + 1}, {left, before}, {right, now}});
   }
+  std::size_t width = 0;
+  for (const auto& row : rows) width = std::max(width, row[1].size());
+  std::string text =
+      place_text(difference.place) + ", line " + std::to_string(first + 1) + ": different";
+  for (const auto& [mark, before, now] : rows)
+    text.append("\n").append(mark).append(padded(before, width)).append(" | ").append(now);
   out.result({{"same", false},
               {"place", place_text(difference.place)},
-              {"line", difference.first + 1},
-              {"around", lines}},
+              {"line", first + 1},
+              {"around", around}},
              text);
 }
 
