@@ -181,8 +181,7 @@ int recording_show(Context& context, const std::string& file, const RecordingRow
     if (!address) throw CommandError(kUsage, "recording show: no register " + wanted.register_name);
   }
   if (const RecordedStart* start = recording.start())
-    context.out.note(start->program + ", process " + std::to_string(start->process) + ", " +
-                     std::to_string(start->word_bits) + " bits, since " + start->wall);
+    context.out.note(start->program + ", since " + start->wall);
   std::multimap<std::int64_t, std::pair<Place, Row>> by_time;
   for (const auto& [place, row] : rows_of(recording)) by_time.insert({row.t_us, {place, row}});
   for (const auto& [t_us, entry] : by_time) {

@@ -69,24 +69,18 @@ std::string raw_text(const std::string& text) {
   return raw;
 }
 
-FileBytes bytes(const Json& value, const std::string& name, std::size_t max) {
+MaybeBytes maybe_bytes(const Json& line, const std::string& name, std::size_t max) {
   constexpr std::string_view kDigits = "0123456789abcdef";
-  if (!value.is_string()) fail(name);
-  const auto& digits = value.get_ref<const std::string&>();
-  if (digits.size() % 2 != 0 || digits.size() / 2 > max) fail(name);
-  FileBytes bytes;
-  for (std::size_t i = 0; i < digits.size(); i += 2) {
-    const std::size_t high = kDigits.find(digits[i]);
-    const std::size_t low = kDigits.find(digits[i + 1]);
-    if (high == kDigits.npos || low == kDigits.npos) fail(name);
-    bytes.push_back(static_cast<std::uint8_t>(high << 4 | low));
-  }
-  return bytes;
-}
-
-MaybeBytes maybe_bytes(const Json& value, const std::string& name, std::size_t max) {
+  const Json& value = member(line, name.c_str());
   if (value.is_null()) return std::nullopt;
-  return bytes(value, name, max);
+  const std::string digits = value.is_string() ? value.get<std::string>() : "odd";
+  if (digits.size() % 2 != 0 || digits.size() / 2 > max) fail(name);
+  if (digits.find_first_not_of(kDigits) != digits.npos) fail(name);
+  FileBytes bytes;
+  for (std::size_t i = 0; i < digits.size(); i += 2)
+    bytes.push_back(
+        static_cast<std::uint8_t>(kDigits.find(digits[i]) << 4 | kDigits.find(digits[i + 1])));
+  return bytes;
 }
 
 // A replay writes them where its own /var/tmp is, and nowhere else.
@@ -108,78 +102,58 @@ wire::Packet packet(const FileBytes& bytes) {
 
 RecordedStart start(const Json& line) {
   if (number(line, "format") != 1) fail("format");
-  RecordedStart start{.version = text(line, "version"),
-                      .wall = text(line, "wall"),
-                      .program = text(line, "program"),
-                      .process = number(line, "process"),
-                      .word_bits = number(line, "word_bits"),
-                      .stored = maybe_bytes(member(line, "stored"), "stored", kRecordBytes),
-                      .files = {}};
-  if (start.stored && start.stored->size() != kRecordBytes) fail("stored");
   const Json& files = member(line, "files");
   if (!files.is_object()) fail("files");
+  RecordedStart start{
+      text(line, "program"), text(line, "wall"), maybe_bytes(line, "stored", kRecordBytes), {}};
+  if (start.stored && start.stored->size() != kRecordBytes) fail("stored");
   for (const auto& [path, content] : files.items())
-    start.files[factory_file(path)] = maybe_bytes(content, "files", kMaxFileBytes);
+    start.files[factory_file(path)] = maybe_bytes(files, path, kMaxFileBytes);
   return start;
 }
 
 RecordedRequest request(const Json& line) {
-  RecordedRequest request{.number = number(line, "number", 1),
-                          .thread = number(line, "thread"),
-                          .code = 0,
-                          .name = "",
-                          .value = 0,
-                          .raw = {},
-                          .raw_length = 0};
-  if (line.contains("raw")) {
-    request.raw = raw_text(text(line, "raw"));
-    request.raw_length = number(line, "raw_len");
-  } else {
-    request.code = number(line, "code");
-    request.name = text(line, "name");
-    request.value = number(line, "value");
-  }
-  return request;
+  const int id = number(line, "number", 1);
+  const int thread = number(line, "thread");
+  if (!line.contains("raw")) return {id, thread, number(line, "code"), number(line, "value")};
+  return {id, thread, 0, 0, raw_text(text(line, "raw")), number(line, "raw_len")};
 }
 
 RecordedAnswer answer(const Json& line) {
-  RecordedAnswer answer{.number = number(line, "number", 1), .result = number(line, "result")};
+  RecordedAnswer answer{number(line, "number", 1), number(line, "result")};
   if (line.contains("value")) answer.value = number(line, "value");
   if (line.contains("reply"))
-    answer.reply = bytes(line["reply"], "reply", sizeof(camera::s_ccdlsi_dbg::reply));
+    answer.reply = maybe_bytes(line, "reply", sizeof(camera::s_ccdlsi_dbg::reply));
   return answer;
 }
 
 RecordedExchange exchange(const Json& line, std::int64_t t_us) {
-  RecordedExchange exchange{
-      {.command = packet(bytes(member(line, "command"), "command", wire::kDataBytes)),
-       .reply = {},
-       .start = Clock::time_point(std::chrono::microseconds(t_us)),
-       .thread = number(line, "thread")},
-      line.contains("request") ? number(line, "request", 1) : 0,
-      std::min(number<std::int64_t>(line, "took", 0), kMaxTime)};
-  exchange.command.count =
-      static_cast<std::int32_t>(wire::decode_command(exchange.command).entries.size());
-  if (const auto reply = maybe_bytes(member(line, "reply"), "reply", wire::kDataBytes)) {
-    exchange.reply = packet(*reply);
-    exchange.reply->count =
-        line.contains("reply_count")
-            ? number(line, "reply_count")
-            : static_cast<std::int32_t>(wire::decode_reply(*exchange.reply).size());
-  }
+  const auto command = maybe_bytes(line, "command", wire::kDataBytes);
+  const auto reply = maybe_bytes(line, "reply", wire::kDataBytes);
+  if (!command) fail("command");
+  RecordedExchange exchange{{packet(*command),
+                             {},
+                             Clock::time_point(std::chrono::microseconds(t_us)),
+                             number(line, "thread")},
+                            line.contains("request") ? number(line, "request", 1) : 0,
+                            std::min(number<std::int64_t>(line, "took", 0), kMaxTime)};
+  const auto entries = wire::decode_command(exchange.command).entries;
+  exchange.command.count = static_cast<std::int32_t>(entries.size());
+  if (!reply) return exchange;
+  exchange.reply = packet(*reply);
+  exchange.reply->count = number(line, "reply_count");
   return exchange;
 }
 
 StoredChange stored(const Json& line) {
-  const MaybeBytes bytes = maybe_bytes(member(line, "bytes"), "bytes", kRecordBytes);
-  const auto offset = static_cast<std::size_t>(number(line, "offset", 0));
-  if (bytes && offset + bytes->size() > kRecordBytes) fail("offset");
-  return {offset, bytes};
+  StoredChange change{static_cast<std::size_t>(number(line, "offset", 0)),
+                      maybe_bytes(line, "bytes", kRecordBytes)};
+  if (change.bytes && change.offset + change.bytes->size() > kRecordBytes) fail("offset");
+  return change;
 }
 
 FileChange file(const Json& line) {
-  return {factory_file(text(line, "path")),
-          maybe_bytes(member(line, "bytes"), "bytes", kMaxFileBytes)};
+  return {factory_file(text(line, "path")), maybe_bytes(line, "bytes", kMaxFileBytes)};
 }
 
 Event event(const Json& line) {

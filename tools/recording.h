@@ -27,22 +27,18 @@ struct Place {
 };
 
 struct RecordedStart {
-  std::string version;
-  std::string wall;
   std::string program;
-  int process;
-  int word_bits;
+  std::string wall;
   MaybeBytes stored;
   std::map<std::string, MaybeBytes> files;
 };
 struct RecordedRequest {
   int number;
   int thread;
-  std::int32_t code;  // 0 of a raw register command
-  std::string name;
-  std::int32_t value;
-  std::optional<std::string> raw;
-  std::int32_t raw_length;
+  std::int32_t code = 0;
+  std::int32_t value = 0;
+  std::optional<std::string> raw = {};  // register command; then there is no code
+  std::int32_t raw_length = 0;
 };
 struct RecordedAnswer {
   int number;

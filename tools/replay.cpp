@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -32,37 +33,21 @@ ipcam::comm::s_port_inf g_port = {};
 // The library's own limits are below it: 5 s for a worker to arrive, one of a reading below 2 s.
 constexpr auto kPatience = 10s;
 
-// Keeps the start-ups and requests that have begun and not ended.
-void follow_open(std::set<Place>& open, const Event& event) {
-  if (const auto* request = event.as<RecordedRequest>()) {
-    std::erase_if(open, [](const Place& place) { return place.kind == Place::Kind::kStartUp; });
-    open.insert({Place::Kind::kRequest, request->number});
-  }
-  if (const auto* answer = event.as<RecordedAnswer>())
-    open.erase({Place::Kind::kRequest, answer->number});
-  const auto* exchange = event.as<RecordedExchange>();
-  if (exchange != nullptr && exchange->place && exchange->place->kind == Place::Kind::kStartUp)
-    open.insert(*exchange->place);
-}
-
 bool is_awaited(const RecordedExchange& exchange) {
   return exchange.place && exchange.place->kind == Place::Kind::kOnepush && !exchange.is_loose;
 }
 
-// Without the waits between requests: what the library itself took.
-microseconds duration_of(const Recording& recording, bool in_real_time) {
-  std::set<Place> open;
-  microseconds busy{0};
-  std::int64_t last = recording.events.front().t_us;
+// The library's own pauses are in it, the waits between requests only in real time.
+double seconds_of(const Recording& recording, bool in_real_time) {
+  std::int64_t idle_us = 0;
+  std::int64_t busy_until_us = std::numeric_limits<std::int64_t>::max();  // the start-up
   for (const Event& event : recording.events) {
-    const auto* exchange = event.as<RecordedExchange>();
-    const std::int64_t end = event.t_us + (exchange != nullptr ? exchange->took_us : 0);
-    const bool is_busy = !open.empty() || (exchange != nullptr && is_awaited(*exchange));
-    if (is_busy || in_real_time) busy += microseconds(std::max<std::int64_t>(end - last, 0));
-    last = std::max(last, end);
-    follow_open(open, event);
+    if (event.as<RecordedRequest>() != nullptr)
+      idle_us += std::max<std::int64_t>(event.t_us - busy_until_us, 0);
+    if (event.as<RecordedAnswer>() != nullptr) busy_until_us = event.t_us;
   }
-  return busy;
+  const std::int64_t all_us = recording.events.back().order_us - recording.events.front().order_us;
+  return static_cast<double>(in_real_time ? all_us : all_us - idle_us) / 1e6;
 }
 
 // What stands behind the last request, or behind lines that are lost, cannot be compared.
@@ -191,12 +176,16 @@ Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
       stored_(recording.start()->stored),
       log_([this](const wire::Packet& command) { answer_exchange(command); }) {
   for (const Event& event : recording.events) {
-    follow_open(unfinished_, event);
-    if (const auto* request = event.as<RecordedRequest>())
+    if (const auto* request = event.as<RecordedRequest>()) {
       requests_[request->thread].push_back(request);
+      unfinished_.insert({Place::Kind::kRequest, request->number});
+    }
+    if (const auto* answer = event.as<RecordedAnswer>())
+      unfinished_.erase({Place::Kind::kRequest, answer->number});
     const auto* exchange = event.as<RecordedExchange>();
     if (exchange != nullptr && exchange->place) expected_[*exchange->place].push_back(exchange);
   }
+  if (requests_.empty()) unfinished_.insert({Place::Kind::kStartUp, 0});
   enter_private_world({"/tmp", "/var/tmp"});
   store(stored_);
   for (const auto& [path, bytes] : recording.start()->files) write_factory_file(path, bytes);
@@ -409,8 +398,7 @@ std::optional<Place> Replay::place_of(const wire::Packet& command) {
 // As far as the recording goes.
 Session Replay::replayed() const {
   Session session;
-  if (recorded_.contains({Place::Kind::kBefore, 0}))
-    session.insert(*recorded_.find({Place::Kind::kBefore, 0}));
+  session.insert(*recorded_.find({Place::Kind::kBefore, 0}));
   for (const auto& [thread, list] : requests_) {
     for (const RecordedRequest* request : list) {
       if (turn_ == 0 && answers_.contains(request->number)) add(session, *request);
@@ -439,8 +427,8 @@ int replay(Context& context, const std::string& file, const ReplayOptions& optio
   if (recording.start() == nullptr)
     throw CommandError(kUsage, "replay " + file + ": no recording, it has no start");
   cut(recording, options.until);
-  const auto seconds = std::chrono::duration<double>(duration_of(recording, options.in_real_time));
-  context.out.note("replay: takes about " + std::to_string(std::lround(seconds.count())) + " s");
+  const double seconds = seconds_of(recording, options.in_real_time);
+  context.out.note("replay: takes about " + std::to_string(std::lround(seconds)) + " s");
   const LibraryMute mute;
   Replay session(context, recording, options.in_real_time);
   const std::optional<Difference> difference = session.run();
