@@ -1,61 +1,173 @@
 // The operations at which requests, answers and packets pass. Each goes on to the next definition
-// of its name, whose result and exceptions are the caller's as before.
-#include <bit>
+// of its name, whose results and exceptions are the caller's as before.
+#include <pthread.h>
 
-#include "ipcam/camera/camera_request.h"
+#include <atomic>
+#include <bit>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+
 #include "ipcam/camera/dsp_command.h"
 #include "ipcam/comm/thd_if.h"
 #include "ipcam/comm/wit_end.h"
 #include "recorder/next_definition.h"
 #include "recorder/recorder.h"
+#include "registers/words.h"
 
 #define INTERPOSED __attribute__((visibility("default")))
 
-namespace recorder = ipcam::recorder;
+namespace ipcam::recorder {
 
 namespace {
 
-// A message that is not queued, for whatever reason, is forgotten.
+constexpr int kLeastLimit = 64 << 10;
+constexpr int kUsualLimit = 8 << 20;
+constexpr int kMostLimit = 1 << 30;
+constexpr auto kEndLimit = std::chrono::milliseconds(100);
+
+// What the environment says when the program starts, which may change it, and its directory.
+std::string* g_path = nullptr;
+std::optional<int> g_limit = kUsualLimit;
+
+// Nothing is asked before the first event: programs that do not use the library leave no file.
+enum State : int { kOff, kReady, kRecording };
+std::atomic<int> g_state{kOff};
+std::timed_mutex g_mutex;
+Recorder* g_recorder = nullptr;  // never destroyed: threads may be inside while the process exits
+thread_local Asked* t_asked = nullptr;
+
+__attribute__((constructor)) void read_environment() {
+  const char* const path = std::getenv("CAMERA_CTRL_RECORD_FILE");
+  const char* const limit = std::getenv("CAMERA_CTRL_RECORD_LIMIT");
+  if (path == nullptr || *path == '\0') return;
+  std::error_code error;
+  g_path = new std::string(std::filesystem::absolute(path, error));
+  if (limit != nullptr) g_limit = registers::parse_number(limit);
+  // After a fork only the process goes on that the recording is of. It may hold the lock just then.
+  const auto leave_recording = [] {
+    int recording = kRecording;
+    g_state.compare_exchange_strong(recording, kOff);
+  };
+  if (pthread_atfork(nullptr, nullptr, leave_recording) == 0) g_state.store(kReady);
+}
+
+// A signal handler may end the program while its thread is inside.
+__attribute__((destructor)) void end_recording() {
+  if (g_state.load() != kRecording) return;
+  const std::unique_lock lock(g_mutex, kEndLimit);
+  try {
+    if (lock.owns_lock() && g_recorder != nullptr) g_recorder->end();
+  } catch (...) {  // what is missing then is the last line
+  }
+  g_state.store(kOff);
+}
+
+bool begin_recording() {
+  const bool has_limit = g_limit && *g_limit >= kLeastLimit && *g_limit <= kMostLimit;
+  if (has_limit) g_recorder = new Recorder(*g_path, *g_limit);
+  if (has_limit && g_recorder->error() == 0) return true;
+  std::fprintf(stderr, "camera_ctrl_recorder: %s is not recorded to: %s\n", g_path->c_str(),
+               has_limit ? std::strerror(g_recorder->error())
+                         : "CAMERA_CTRL_RECORD_LIMIT is no number from 65536 to 1073741824");
+  g_state.store(kOff);
+  return false;
+}
+
+// Lets the recorder take a step, which waits for nothing but another thread's and changes nothing
+// for the program. The first step of some kinds begins the recording.
+template <class Step>
+void record(Step step, bool begins = false) {
+  const int error = errno;
+  int cancel_state = PTHREAD_CANCEL_ENABLE;
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state);
+  int ready = kReady;
+  if (begins) g_state.compare_exchange_strong(ready, kRecording);
+  if (g_state.load() == kRecording) {
+    const std::lock_guard lock(g_mutex);
+    try {
+      const bool is_on = g_state.load() == kRecording;
+      if (is_on && (g_recorder != nullptr || begin_recording())) step(*g_recorder);
+    } catch (...) {
+      if (g_recorder != nullptr) g_recorder->lose();
+    }
+  }
+  pthread_setcancelstate(cancel_state, nullptr);
+  errno = error;
+}
+
+// A call of the library's: what this thread queues meanwhile with the call's record is its request.
+// Other programs' queues hold messages of the same types, whose records are none of ours.
+class Call {
+ public:
+  explicit Call(const Asked& asked) : asked_(asked) { t_asked = &asked_; }
+  ~Call() {
+    t_asked = nullptr;
+    record([&](Recorder& recorder) { recorder.leave(asked_); });
+  }
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+
+ private:
+  Asked asked_;
+};
+
+// A message that is not queued, for whatever reason, is no request.
 class Sending {
  public:
-  explicit Sending(const void* message) : message_(message) { recorder::note_send(message); }
+  explicit Sending(const void* message)
+      : asked_(t_asked != nullptr && t_asked->record() == message ? t_asked : nullptr) {
+    if (asked_ != nullptr) record([&](Recorder& recorder) { recorder.queue(*asked_); }, true);
+  }
   ~Sending() {
-    if (!is_queued_) recorder::note_failed_send(message_);
+    if (asked_ != nullptr) record([&](Recorder& recorder) { recorder.forget(*asked_); });
   }
   Sending(const Sending&) = delete;
   Sending& operator=(const Sending&) = delete;
   int end(int result) {
-    is_queued_ = result == 0;
+    if (result == 0) asked_ = nullptr;
     return result;
   }
 
  private:
-  const void* const message_;
-  bool is_queued_ = false;
+  Asked* asked_;
 };
 
 }  // namespace
 
+}  // namespace ipcam::recorder
+
+using ipcam::recorder::next_definition;
+using ipcam::recorder::record;
+using ipcam::recorder::Recorder;
+
 namespace ipcam::camera {
 
 INTERPOSED int cam_cgi_command(s_cam_cgi_cmd* cmd) {
-  static const auto next = recorder::next_definition<decltype(&cam_cgi_command)>(
+  static const auto next = next_definition<decltype(&cam_cgi_command)>(
       "_ZN5ipcam6camera15cam_cgi_commandEPNS0_13s_cam_cgi_cmdE");
-  const recorder::Asked asked(cmd);
+  const recorder::Call call({.setting = cmd, .raw = nullptr});
   return next(cmd);
 }
 
 INTERPOSED int cam_ccd_debug(s_ccdlsi_dbg* dbg) {
-  static const auto next = recorder::next_definition<decltype(&cam_ccd_debug)>(
+  static const auto next = next_definition<decltype(&cam_ccd_debug)>(
       "_ZN5ipcam6camera13cam_ccd_debugEPNS0_12s_ccdlsi_dbgE");
-  const recorder::Asked asked(dbg);
+  const recorder::Call call({.setting = nullptr, .raw = dbg});
   return next(dbg);
 }
 
 INTERPOSED void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
-  static const auto next = recorder::next_definition<void (*)(DspCommand*, int, packet_info*)>(
+  static const auto next = next_definition<void (*)(DspCommand*, int, packet_info*)>(
       "_ZN5ipcam6camera10DspCommand11prt_gcmdbufEiPNS0_11packet_infoE");
-  recorder::note_packet(direction, std::bit_cast<wire::Packet>(*packet));
+  const auto copy = std::bit_cast<wire::Packet>(*packet);
+  if (direction == 0) {
+    record([&](Recorder& recorder) { recorder.begin_exchange(copy); }, true);
+  } else {
+    record([&](Recorder& recorder) { recorder.end_exchange(copy); });
+  }
   next(this, direction, packet);
 }
 
@@ -64,25 +176,26 @@ INTERPOSED void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
 namespace ipcam::comm {
 
 INTERPOSED int ThdIf_send(int type, void* message, s_thdIf_ctl* ctl) {
-  static const auto next = recorder::next_definition<decltype(&ThdIf_send)>(
-      "_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE");
-  Sending sending(message);
+  static const auto next =
+      next_definition<decltype(&ThdIf_send)>("_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE");
+  recorder::Sending sending(message);
   return sending.end(next(type, message, ctl));
 }
 
 INTERPOSED int ThdIf_timed_receive(int* type, void* message, unsigned int* timeout_ms,
                                    s_thdIf_ctl* ctl) {
-  static const auto next = recorder::next_definition<decltype(&ThdIf_timed_receive)>(
+  static const auto next = next_definition<decltype(&ThdIf_timed_receive)>(
       "_ZN5ipcam4comm19ThdIf_timed_receiveEPiPvPjPNS0_11s_thdIf_ctlE");
   const int result = next(type, message, timeout_ms, ctl);
-  if (result == 0) recorder::note_receive(*static_cast<void**>(message));
+  const void* const received = result == 0 ? *static_cast<void**>(message) : nullptr;
+  if (received != nullptr) record([&](Recorder& recorder) { recorder.take(received); });
   return result;
 }
 
 INTERPOSED int WitEnd_post(int number, s_witEnd_ctl* ctl) {
-  static const auto next = recorder::next_definition<decltype(&WitEnd_post)>(
-      "_ZN5ipcam4comm11WitEnd_postEiPNS0_12s_witEnd_ctlE");
-  recorder::note_post(number);
+  static const auto next =
+      next_definition<decltype(&WitEnd_post)>("_ZN5ipcam4comm11WitEnd_postEiPNS0_12s_witEnd_ctlE");
+  record([&](Recorder& recorder) { recorder.post(number); });
   return next(number, ctl);
 }
 

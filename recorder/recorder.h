@@ -2,55 +2,98 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <vector>
 
+#include "camera/factory_adjustment.h"
 #include "ipcam/camera/camera_request.h"
-#include "wire/wire_format.h"
+#include "recorder/line.h"
+#include "recorder/recording_file.h"
+#include "recorder/stored_state.h"
+#include "wire/packet_entries.h"
 
 namespace ipcam::recorder {
 
-// All of these: any thread. They wait for nothing but another thread's line, throw nothing, leave
-// errno alone, and do nothing while nothing is recorded.
-
-// A request from its caller's point of view. It exists in the caller's frame, from the call to its
-// return: what is on the list of requests under way has a record that is still there.
-class Asked {
- public:
-  explicit Asked(const camera::s_cam_cgi_cmd* setting) : Asked(setting, nullptr) {}
-  explicit Asked(const camera::s_ccdlsi_dbg* raw) : Asked(nullptr, raw) {}
-  // A request that was queued, and not answered by the control thread, was not served.
-  ~Asked();
-  Asked(const Asked&) = delete;
-  Asked& operator=(const Asked&) = delete;
+// A request that has been queued. It lies in its caller's frame and is known to the recorder up to
+// its return: as long as that, the caller's record is there.
+struct Asked {
+  const camera::s_cam_cgi_cmd* setting;  // or else
+  const camera::s_ccdlsi_dbg* raw;
+  int thread = 0;
+  std::int64_t queued_us = 0;
+  std::int64_t number = 0;  // once the control thread has taken it
 
   const void* record() const {
-    return setting_ != nullptr ? static_cast<const void*>(setting_) : raw_;
+    return setting != nullptr ? static_cast<const void*>(setting) : raw;
   }
-
- private:
-  friend class Recorder;
-  friend void note_failed_send(const void* message);
-  Asked(const camera::s_cam_cgi_cmd* setting, const camera::s_ccdlsi_dbg* raw);
-
-  const camera::s_cam_cgi_cmd* const setting_;  // or else
-  const camera::s_ccdlsi_dbg* const raw_;
-  int semaphore() const { return setting_ != nullptr ? setting_->reply_slot : raw_->reply_slot; }
-
-  int thread_ = 0;
-  std::int64_t queued_us_ = 0;
-  std::int64_t number_ = 0;  // of those that the control thread has taken
-  bool is_under_way_ = false;
-  Asked* next_ = nullptr;
+  int semaphore() const { return setting != nullptr ? setting->reply_slot : raw->reply_slot; }
 };
 
-// A message is about to be queued. It is this thread's request, or none of the library's.
-void note_send(const void* message);
-// It could not be queued.
-void note_failed_send(const void* message);
-// This thread has taken a message from a queue.
-void note_receive(const void* message);
-// This thread is about to post a reply semaphore.
-void note_post(int semaphore);
-// This thread begins an exchange (direction 0), or has its reply (1).
-void note_packet(int direction, const wire::Packet& packet);
+// One thread at a time.
+class Recorder {
+ public:
+  Recorder(const std::string& path, int limit);
+  // Why there is no file; 0 when there is one.
+  int error() const { return error_; }
+  // The last lines.
+  void end();
+
+  // A line has come to nothing for want of memory.
+  void lose() { ++lost_; }
+
+  void queue(Asked& asked);
+  // It has not been queued after all.
+  void forget(const Asked& asked);
+  // The calling thread, which is the control thread, has taken a message with this record.
+  void take(const void* record);
+  // It posts a reply semaphore.
+  void post(int semaphore);
+  // The caller goes on. A request without an answer has not been served.
+  void leave(Asked& asked);
+
+  void begin_exchange(const wire::Packet& command);
+  void end_exchange(const wire::Packet& reply);
+
+ private:
+  struct Exchange {
+    std::int64_t request;
+    std::int64_t begin_us;
+    wire::Packet command;
+  };
+
+  std::int64_t now_us() const;
+  void tell_request(Asked& asked);
+  void answer(Asked& asked);
+  void tell_exchange(int thread, const wire::Packet* reply);
+  void tell_changes();
+  bool write();
+  bool write_start();
+  bool write_lost();
+
+  RecordingFile file_;
+  const std::int64_t begin_us_;
+  const int error_;
+  bool has_start_ = false;  // the file that is open now
+  std::int64_t lost_ = 0;
+  Line line_;
+  Line line_in_front_;  // of the one that is being put together
+
+  config::ConfigFile* const config_ = make_config_file();
+  const std::string stored_path_ = workstation_record();
+  struct stat stored_seen_ {};
+  Contents stored_ = read_stored(config_);
+  AdjustmentFile files_[3] = {look_at({.path = camera::kCameraFile}),
+                              look_at({.path = camera::kAllPixelWbFile}),
+                              look_at({.path = camera::kHalfPixelWbFile})};
+
+  std::int64_t looked_us_ = 0;  // at them
+  std::int64_t look_took_us_ = 0;
+
+  std::vector<Asked*> under_way_;
+  Asked* served_ = nullptr;
+  int control_thread_ = 0;
+  std::int64_t last_number_ = 0;
+  std::map<int, Exchange> exchanges_;  // under way, by their threads
+};
 
 }  // namespace ipcam::recorder

@@ -248,8 +248,8 @@ class CamctlTest(unittest.TestCase):
                     under = [CAMSIM, 'exec'] if '--yes' in line else []
                     answer = json.loads(self.check(camctl(*line.split(), '--json', under=under), 0).stdout)
                     self.assertEqual(answer['results'] == [], line == 'config diff a.txt')
-        # These print one object a line, and have tests of their own.
-        seen = {' '.join(line.split()[:words]) for line in lines for words in (1, 2)} | {'shell', 'reg watch'}
+        # These print one object a line, or what a program does, and have tests of their own.
+        seen = {' '.join(line.split()[:words]) for line in lines for words in (1, 2)} | {'shell', 'reg watch', 'record'}
         self.assertLessEqual({' '.join(path) for path in self.commands()}, seen)
 
     def test_config_files_carry_the_whole_record(self):

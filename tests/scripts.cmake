@@ -44,9 +44,11 @@ if(NOT CAMERA_CTRL_SANITIZE AND NOT CMAKE_CROSSCOMPILING AND CAMERA_CTRL_TOOLS)
     "  if (gamma(snapshot_.gamma) != 0) return false;\n  if (expcomp(snapshot_.expcomp) != 0) return false;"
     "  if (expcomp(snapshot_.expcomp) != 0) return false;\n  if (gamma(snapshot_.gamma) != 0) return false;")
   changed_library(table dsp/exposure_tables.cpp "{0x0000, 0x2606," "{0x0000, 0x2607,")
+  add_test(NAME recorder_test COMMAND
+    ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/recorder_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
   add_test(NAME replay_test COMMAND
     ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/replay_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
-  set_tests_properties(camctl_test camsim_test replay_test PROPERTIES TIMEOUT 180 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
+  set_tests_properties(camctl_test camsim_test recorder_test replay_test PROPERTIES TIMEOUT 180 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
 endif()
 if(NOT CAMERA_CTRL_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release")
   add_test(NAME exported_symbols_test COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-symbols $<TARGET_FILE:camera_ctrl>)

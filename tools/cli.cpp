@@ -17,7 +17,7 @@ namespace {
 constexpr char kExitCodes[] =
     "Exit codes:\n"
     "  0  done\n"
-    "  1  refused by the camera\n"
+    "  1  refused by the camera; two recordings differ\n"
     "  2  wrong usage: arguments, files or rights\n"
     "  3  timed out\n"
     "  4  no comm application\n"

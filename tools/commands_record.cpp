@@ -26,7 +26,7 @@ std::string recorder_path() {
   Dl_info library = {};
   if (dladdr(reinterpret_cast<const void*>(&camera::cam_cgi_command), &library) == 0)
     fail("recorder", "the library cannot be found");
-  const std::string path =
+  std::string path =
       fs::canonical(library.dli_fname).replace_filename("libcamera_ctrl_recorder.so");
   if (access(path.c_str(), R_OK) != 0) fail(path, std::strerror(errno));
   // The dynamic linker takes them for the end of a name.
@@ -58,12 +58,9 @@ void record(Context& context, const std::string& file, int limit, const Words& c
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
-  const int errors = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   dup2(context.out.results_fd(), STDOUT_FILENO);
   execvp(arguments[0], arguments.data());
-  const int error = errno;
-  dup2(errors, STDOUT_FILENO);
-  fail(command[0], std::strerror(error));
+  fail(command[0], std::strerror(errno));
 }
 
 }  // namespace ipcam::tools
