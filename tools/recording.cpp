@@ -253,6 +253,7 @@ const RecordedStart* Recording::start() const {
 
 Recording read_recording(std::string_view text) {
   Recording recording;
+  int last_request = 0;
   for (int number = 1; !text.empty(); ++number) {
     const std::size_t length = text.find('\n');
     const std::string_view line = text.substr(0, length);
@@ -261,6 +262,10 @@ Recording read_recording(std::string_view text) {
       if (length == line.npos) throw BadLine("cut off");
       Event found = event(Json::parse(line, nullptr, /*allow_exceptions=*/false));
       if (found.as<RecordedStart>() != nullptr && number > 1) throw BadLine("another start");
+      if (const auto* request = found.as<RecordedRequest>()) {
+        if (request->number <= last_request) throw BadLine("number is none of the next request");
+        last_request = request->number;
+      }
       recording.events.push_back(std::move(found));
     } catch (const BadLine& bad) {
       recording.faults.push_back("line " + std::to_string(number) + ": " + bad.what());

@@ -51,17 +51,13 @@ double seconds_of(const Recording& recording, bool in_real_time) {
 }
 
 // What stands behind the last request, or behind lines that are lost, cannot be compared.
-void cut(Recording& recording, int until) {
-  const auto is_last = [&](const Event& event) {
-    const auto* answer = event.as<RecordedAnswer>();
-    return event.as<LostLines>() != nullptr || (answer != nullptr && answer->number == until);
-  };
-  const auto last = std::ranges::find_if(recording.events, is_last);
-  if (last != recording.events.end()) recording.events.erase(last + 1, recording.events.end());
-  std::erase_if(recording.events, [&](const Event& event) {
+void cut(std::vector<Event>& events, int until) {
+  const auto is_behind = [&](const Event& event) {
     const auto* request = event.as<RecordedRequest>();
-    return until != 0 && request != nullptr && request->number > until;
-  });
+    return event.as<LostLines>() != nullptr ||
+           (until != 0 && request != nullptr && request->number > until);
+  };
+  events.erase(std::ranges::find_if(events, is_behind), events.end());
 }
 
 MaybeBytes stored_now() {
@@ -120,13 +116,14 @@ class Replay {
   std::size_t exchanges() const { return places_.size(); }
 
  private:
+  void differ(const Place& place);
   void play(const Event& event);
   void follow(const RecordedExchange& exchange);
   void start();
   void stop();
   void ask(const RecordedRequest& request);
   void await_answer();
-  void compare_answer(RecordedAnswer recorded);
+  void compare_answer(const RecordedAnswer& recorded);
   void change_stored(const StoredChange& change);
   bool is_librarys_own(std::size_t offset) const;
   void call(const std::vector<const RecordedRequest*>& requests);
@@ -191,7 +188,7 @@ Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
   for (const auto& [path, bytes] : recording.start()->files) write_factory_file(path, bytes);
   camera_.start();
   camera_.board().sensor_off = 1;
-  zero_ = Clock::now();
+  zero_ = Clock::now() - microseconds(recording.events.front().t_us);
 }
 
 Replay::~Replay() {
@@ -229,6 +226,11 @@ std::optional<Difference> Replay::run() {
                        : first_difference(recorded_, now);
 }
 
+void Replay::differ(const Place& place) {
+  const std::lock_guard lock(mutex_);
+  if (!different_at_) different_at_ = place;
+}
+
 void Replay::play(const Event& event) {
   if (const auto* exchange = event.as<RecordedExchange>()) return follow(*exchange);
   if (in_real_time_) wait_until(zero_ + microseconds(event.t_us), [] { return false; });
@@ -248,8 +250,7 @@ void Replay::follow(const RecordedExchange& exchange) {
     start();
   }
   if (!is_awaited(exchange)) return;
-  if (!wait_until(Clock::now() + kPatience, [&] { return counts_[place] > index; }))
-    different_at_ = place;
+  if (!wait_until(Clock::now() + kPatience, [&] { return counts_[place] > index; })) differ(place);
 }
 
 void Replay::start() {
@@ -307,7 +308,7 @@ void Replay::call(const std::vector<const RecordedRequest*>& requests) {
   }
 }
 
-void Replay::compare_answer(RecordedAnswer recorded) {
+void Replay::compare_answer(const RecordedAnswer& recorded) {
   await_answer();
   const Place place = {Place::Kind::kRequest, recorded.number};
   const std::lock_guard lock(mutex_);
@@ -347,9 +348,9 @@ void Replay::change_stored(const StoredChange& change) {
   if (!has_own) return;
   asked_.clear();
   if (wait_until(Clock::now() + kPatience, [this] { return stored_now() == stored_; })) return;
-  different_at_ = {Place::Kind::kAfter, 0};
-  recorded_.erase(*different_at_);
+  recorded_.erase({Place::Kind::kAfter, 0});
   add_stored(recorded_, Place::Kind::kAfter, stored_);
+  differ({Place::Kind::kAfter, 0});
 }
 
 // On the thread that is about to exchange; of all threads, one at a time.
@@ -401,7 +402,7 @@ Session Replay::replayed() const {
   session.insert(*recorded_.find({Place::Kind::kBefore, 0}));
   for (const auto& [thread, list] : requests_) {
     for (const RecordedRequest* request : list) {
-      if (turn_ == 0 && answers_.contains(request->number)) add(session, *request);
+      if (answers_.contains(request->number)) add(session, *request);
     }
   }
   const std::vector<LoggedExchange> exchanges = log_.exchanges();
@@ -424,9 +425,9 @@ Session Replay::replayed() const {
 
 int replay(Context& context, const std::string& file, const ReplayOptions& options) {
   Recording recording = load_recording(context, file);
+  cut(recording.events, options.until);
   if (recording.start() == nullptr)
     throw CommandError(kUsage, "replay " + file + ": no recording, it has no start");
-  cut(recording, options.until);
   const double seconds = seconds_of(recording, options.in_real_time);
   context.out.note("replay: takes about " + std::to_string(std::lround(seconds)) + " s");
   const LibraryMute mute;
