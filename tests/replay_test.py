@@ -129,5 +129,6 @@ if __name__ == '__main__':
     enter_world()
     if os.environ.get('CAMERA_RECORD_SESSION'):
         subprocess.run([CAMSIM, '--factory'], check=True, capture_output=True)
-        sys.exit(pathlib.Path(os.environ['CAMERA_RECORD_SESSION']).write_bytes(pathlib.Path(record('s.rec', ALL)).read_bytes()) * 0)
+        pathlib.Path(os.environ['CAMERA_RECORD_SESSION']).write_bytes(pathlib.Path(record('s.rec', ALL)).read_bytes())
+        sys.exit()
     unittest.main(argv=sys.argv[:1], verbosity=2)

@@ -48,7 +48,8 @@ if(NOT CAMERA_CTRL_SANITIZE AND NOT CMAKE_CROSSCOMPILING AND CAMERA_CTRL_TOOLS)
     ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/recorder_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
   add_test(NAME replay_test COMMAND
     ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/replay_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
-  set_tests_properties(camctl_test camsim_test recorder_test replay_test PROPERTIES TIMEOUT 180 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
+  set_tests_properties(camctl_test camsim_test recorder_test replay_test PROPERTIES TIMEOUT 180
+    ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
 endif()
 if(NOT CAMERA_CTRL_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release")
   add_test(NAME exported_symbols_test COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-symbols $<TARGET_FILE:camera_ctrl>)
