@@ -190,6 +190,8 @@ void CommApplication::serve_doorbell() {
     Packet reply{};
     if (executes(request.fault) && !execute(command, request, reply))
       request.fault = Fault::reply_255;
+    if (executes(request.fault) && board_.reply_is_given.exchange(0) != 0)
+      reply = board_.given_reply;
     spoil(reply, request.fault, request.plan.entry);
     trace(command, reply, request.fault);
     deliver(request, reply);

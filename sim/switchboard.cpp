@@ -55,6 +55,11 @@ void Switchboard::clear_scripts() {
   for (Script& slot : scripts) slot.length = 0;
 }
 
+void Switchboard::give_reply(const Packet& reply) {
+  given_reply = reply;
+  reply_is_given = 1;  // last: the reply is whole by then
+}
+
 bool Switchboard::arm(Fault fault, const FaultPlan& plan) {
   for (FaultSlot& slot : faults) {
     const std::uint32_t taken = requests_taken;

@@ -112,6 +112,9 @@ struct Switchboard {
   Counter trace_begin;  // exchanges before this one have been seen or dropped
   FaultSlot faults[kFaultSlots];
   Script scripts[kScriptSlots];
+  Counter
+      reply_is_given;  // 1: the next exchange that is carried out is answered with `given_reply`
+  Packet given_reply;
 
   // --- Sensor behaviour ---
   Counter sensor_off;         // 1: registers are plain memory
@@ -144,6 +147,9 @@ struct Switchboard {
   // Returns false when all slots are in use.
   bool script(std::uint32_t category, std::uint32_t byte, std::span<const std::uint8_t> values);
   void clear_scripts();
+
+  // The reply to the next exchange as a whole, whatever the registers hold.
+  void give_reply(const Packet& reply);
 
   // Arms one fault beside those that are armed already; the first one that covers an exchange
   // counts. Returns false when all slots are in use.

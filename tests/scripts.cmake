@@ -19,9 +19,37 @@ if(NOT CAMERA_CTRL_SANITIZE AND NOT CMAKE_CROSSCOMPILING AND CAMERA_CTRL_TOOLS)
     ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/camctl_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
   add_test(NAME camsim_test COMMAND
     ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/camsim_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+
+  # changed_library(<name> <source> <text> <other>): the library with one text of one source file replaced, which a replay
+  # must notice.
+  function(changed_library name source text other)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${source})
+    file(READ ${PROJECT_SOURCE_DIR}/${source} content)
+    string(REPLACE "${text}" "${other}" changed "${content}")
+    if(changed STREQUAL content)
+      message(FATAL_ERROR "${source} no longer holds: ${text}")
+    endif()
+    file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/changed/${name}/${source} CONTENT "${changed}" @ONLY)
+    get_target_property(objects camera_ctrl SOURCES)
+    cmake_path(GET source FILENAME file)
+    add_library(changed_${name} SHARED
+      ${PROJECT_BINARY_DIR}/changed/${name}/${source} "$<FILTER:${objects},EXCLUDE,/${file}>")
+    target_include_directories(changed_${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+    target_link_libraries(changed_${name} PRIVATE ipcam_platform Threads::Threads)
+    target_link_options(changed_${name} PRIVATE -Wl,-z,nodelete)
+    set_target_properties(changed_${name} PROPERTIES OUTPUT_NAME camera_ctrl SOVERSION ${PROJECT_VERSION_MAJOR}
+      LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/changed/${name})
+  endfunction()
+  changed_library(order camera/start_up.cpp
+    "  if (gamma(snapshot_.gamma) != 0) return false;\n  if (expcomp(snapshot_.expcomp) != 0) return false;"
+    "  if (expcomp(snapshot_.expcomp) != 0) return false;\n  if (gamma(snapshot_.gamma) != 0) return false;")
+  changed_library(table dsp/exposure_tables.cpp "{0x0000, 0x2606," "{0x0000, 0x2607,")
   add_test(NAME recorder_test COMMAND
     ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/recorder_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
-  set_tests_properties(camctl_test camsim_test recorder_test PROPERTIES TIMEOUT 400 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
+  add_test(NAME replay_test COMMAND
+    ${DEBIAN_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/replay_test.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+  set_tests_properties(camctl_test camsim_test recorder_test replay_test PROPERTIES TIMEOUT 400
+    ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
 endif()
 if(NOT CAMERA_CTRL_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release")
   add_test(NAME exported_symbols_test COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-symbols $<TARGET_FILE:camera_ctrl>)

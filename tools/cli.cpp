@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <climits>
 #include <optional>
 
 #include "tools/completion.h"
@@ -16,7 +17,7 @@ namespace {
 constexpr char kExitCodes[] =
     "Exit codes:\n"
     "  0  done\n"
-    "  1  refused by the camera\n"
+    "  1  refused by the camera; two recordings differ\n"
     "  2  wrong usage: arguments, files or rights\n"
     "  3  timed out\n"
     "  4  no comm application\n"
@@ -34,6 +35,7 @@ class CommandLine {
     add_reg_commands();
     add_config_commands();
     add_service_commands();
+    add_recording_commands();
     if (context_.session == nullptr) add_commands_outside_shell();
   }
 
@@ -56,6 +58,7 @@ class CommandLine {
   void add_reg_commands();
   void add_config_commands();
   void add_service_commands();
+  void add_recording_commands();
   void add_commands_outside_shell();
 
   void run_or_show(const std::vector<Request>& requests) {
@@ -83,6 +86,11 @@ class CommandLine {
   int limit_ = 8 << 20;
   int bench_count_ = 1000;
   bool bench_requests_ = false;
+  std::string other_;
+  RecordingRows rows_;
+  bool stats_ = false;
+  ReplayOptions replay_;
+  std::string speed_ = "fast";
 };
 
 void CommandLine::add_settings_commands() {
@@ -212,8 +220,38 @@ void CommandLine::add_service_commands() {
   bench_command->callback([this] { bench(context_, bench_count_, bench_requests_); });
 }
 
+void CommandLine::add_recording_commands() {
+  CLI::App* recording = add_family("recording", "Look at the recordings of server programs");
+
+  CLI::App* show = add(recording, "show", "Show what was asked, written and refused",
+                       "recording show session.rec --register wb_mode");
+  show->add_option("FILE", name_, "Recording")->required();
+  show->add_option("--request", rows_.request, "Only this request, with its exchanges")
+      ->check(CLI::Range(1, INT_MAX));
+  show->add_option("--register", rows_.register_name, "Only what uses this register");
+  show->add_option("--since", rows_.since_s, "Only from this second on")
+      ->check(CLI::NonNegativeNumber);
+  show->add_option("--until", rows_.until_s, "Only up to this second")->check(CLI::PositiveNumber);
+  show->add_flag("--stats", stats_, "Per request: count, median and worst time, failures");
+  show->callback([this] {
+    code_ = stats_ ? recording_stats(context_, name_) : recording_show(context_, name_, rows_);
+  });
+
+  CLI::App* diff = add(recording, "diff", "Compare two recordings, but for times and threads",
+                       "recording diff before.rec after.rec");
+  diff->add_option("A", name_, "Recording")->required();
+  diff->add_option("B", other_, "Recording of the same session")->required();
+  diff->callback([this] { code_ = recording_diff(context_, name_, other_); });
+
+  CLI::App* chrome = add(recording, "chrome", "Write a trace for chrome://tracing or Perfetto",
+                         "recording chrome session.rec > trace.json");
+  chrome->add_option("FILE", name_, "Recording")->required();
+  chrome->callback([this] { code_ = recording_chrome(context_, name_); });
+}
+
 // A shell in a shell would need a second control thread, a recorded program takes the place of
-// camctl, and the document commands serve the project itself.
+// camctl, a replay wants a process with one thread, and the document commands serve the project
+// itself.
 void CommandLine::add_commands_outside_shell() {
   CLI::App* shell = add(&app_, "shell", "Run commands, one a line, with one control thread",
                         "shell < session.txt");
@@ -223,10 +261,24 @@ void CommandLine::add_commands_outside_shell() {
                                  "record -o fault.jsonl -- server --port 80");
   record_command->add_option("-o,--output", file_, "File to create")->capture_default_str();
   record_command->add_option("--limit", limit_, "Bytes, after which the file begins anew")
-      ->capture_default_str()
       ->check(CLI::Range(64 << 10, 1 << 30));
   record_command->add_option("COMMAND", names_, "Program and its arguments, behind --")->required();
   record_command->callback([this] { record(context_, file_, limit_, names_); });
+
+  CLI::App* replay_command =
+      add(&app_, "replay", "Play a recording again and compare what the library does",
+          "replay session.rec --speed real");
+  replay_command->add_option("FILE", name_, "Recording")->required();
+  replay_command->add_option("--until", replay_.until, "Number of the last request")
+      ->check(CLI::Range(1, INT_MAX));
+  replay_command
+      ->add_option("--speed", speed_, "With the waits between requests (real), or without (fast)")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"real", "fast"}));
+  replay_command->callback([this] {
+    replay_.in_real_time = speed_ == "real";
+    code_ = replay(context_, name_, replay_);
+  });
 
   CLI::App* document = app_.add_subcommand("document", "Generated parts of the documentation");
   document->group("")->fallthrough()->require_subcommand(1);

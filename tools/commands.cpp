@@ -2,7 +2,9 @@
 #include "tools/commands.h"
 
 #include <algorithm>
+#include <cstdlib>
 
+#include "sim/devices.h"
 #include "tools/link_state.h"
 
 namespace ipcam::tools {
@@ -22,6 +24,13 @@ bool is_wanted(std::string_view name, const Words& names) {
 
 std::string register_columns(Address address) {
   return padded(address_text(address), 9) + padded(register_name(address), 24);
+}
+
+void enter_private_world(const workstation::Paths& covered) {
+  workstation::enter_own_namespaces(covered);
+  for (const sim::DeviceFile& device : sim::kDeviceFiles) workstation::hide(device.path);
+  unsetenv("CAMSIM_DEVICES_DIR");
+  setenv("IPCAM_CONFIG_DIR", "/tmp", 1);
 }
 
 BorrowedPort::BorrowedPort(Context& context, const std::string& tried)

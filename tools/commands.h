@@ -10,6 +10,7 @@
 #include "tools/camera_session.h"
 #include "tools/output.h"
 #include "tools/register_port.h"
+#include "workstation/namespaces.h"
 
 namespace ipcam::tools {
 
@@ -53,6 +54,11 @@ bool is_wanted(std::string_view name, const Words& names);
 // Address and name of a register, as columns.
 std::string register_columns(Address address);
 
+// System V objects, the folders `covered` (/tmp among them) and the stored settings of this
+// process's own, and the camera's devices out of reach: nothing that is done then gets to the real
+// camera. For a process with one thread.
+void enter_private_world(const workstation::Paths& covered);
+
 // Settings: commands_settings.cpp.
 
 struct Request {
@@ -71,6 +77,25 @@ std::string man_settings();
 // What the requests would send: dry_run.cpp. Returns the exit code of the process that tried them.
 
 int run_dry(Context& context, const std::vector<Request>& requests, const Words& command_line);
+
+// Recordings: commands_recording.cpp, replay.cpp. Return the exit code.
+
+struct RecordingRows {
+  int request = 0;            // its number; 0: all
+  std::string register_name;  // empty: all
+  double since_s = 0;
+  double until_s = 0;  // 0: the end
+};
+int recording_show(Context& context, const std::string& file, const RecordingRows& wanted);
+int recording_stats(Context& context, const std::string& file);
+int recording_diff(Context& context, const std::string& file, const std::string& other);
+int recording_chrome(Context& context, const std::string& file);
+
+struct ReplayOptions {
+  int until = 0;  // number of the last request; 0: all
+  bool in_real_time = false;
+};
+int replay(Context& context, const std::string& file, const ReplayOptions& options);
 
 // Raw registers: commands_reg.cpp.
 

@@ -4,15 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <map>
 
-#include "sim/devices.h"
 #include "sim/simulated_camera.h"
 #include "tools/commands.h"
 #include "tools/link_state.h"
 #include "tools/record_text.h"
-#include "workstation/namespaces.h"
 
 namespace ipcam::tools {
 
@@ -36,18 +33,6 @@ Registers read_named_registers(Context& context) {
   Registers registers;
   for (std::size_t i = 0; i < addresses.size(); ++i) registers[addresses[i]] = values[i];
   return registers;
-}
-
-// System V objects, /tmp and the stored settings of this process's own, and the camera's devices
-// out of reach: nothing that the requests do gets to the real camera. The factory's adjustment
-// files in /var/tmp are the real ones.
-void enter_private_world(const camera::SettingsRecord& record) {
-  workstation::enter_own_namespaces({"/tmp"});
-  for (const sim::DeviceFile& device : sim::kDeviceFiles) workstation::hide(device.path);
-  unsetenv("CAMSIM_DEVICES_DIR");
-  setenv("IPCAM_CONFIG_DIR", "/tmp", 1);
-  if (workstation::write_stored_record(record)) return;
-  throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be copied");
 }
 
 // Namespaces are for a process with one thread, so beside a control thread a
@@ -79,7 +64,9 @@ int run_dry(Context& context, const std::vector<Request>& requests, const Words&
   if (!record)
     throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be read");
   const Registers registers = read_named_registers(context);
-  enter_private_world(*record);
+  enter_private_world({"/tmp"});  // the factory's adjustment files in /var/tmp are the real ones
+  if (!workstation::write_stored_record(*record))
+    throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be copied");
   sim::SimulatedCamera camera;
   camera.start();
   for (const auto& [address, value] : registers)

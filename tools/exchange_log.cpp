@@ -10,6 +10,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include "ipcam/camera/dsp_command.h"
 
@@ -19,6 +20,7 @@ namespace {
 
 std::mutex g_mutex;
 std::vector<LoggedExchange> g_exchanges;
+std::function<void(const wire::Packet&)> g_before;
 bool g_is_logging = false;
 
 // A process has one DspCommand at work, so its exchanges do not overlap:
@@ -27,6 +29,7 @@ void log_packet(int direction, const wire::Packet& packet) {
   const std::lock_guard lock(g_mutex);
   if (!g_is_logging) return;
   if (direction == 0) {
+    if (g_before) g_before(packet);
     g_exchanges.push_back(
         {.command = packet, .reply = {}, .start = Clock::now(), .thread = gettid()});
   } else if (!g_exchanges.empty()) {
@@ -34,17 +37,11 @@ void log_packet(int direction, const wire::Packet& packet) {
   }
 }
 
-bool reports_failure(const LoggedExchange& exchange) {
-  if (!exchange.reply || exchange.reply->count != exchange.command.count) return true;
-  const std::vector<wire::ReplyEntry> entries = wire::decode_reply(*exchange.reply);
-  const auto succeeded = std::ranges::count(entries, wire::kSuccess, &wire::ReplyEntry::status);
-  return succeeded != exchange.command.count;
-}
-
 }  // namespace
 
-ExchangeLog::ExchangeLog() {
+ExchangeLog::ExchangeLog(std::function<void(const wire::Packet&)> before) {
   const std::lock_guard lock(g_mutex);
+  g_before = std::move(before);
   g_exchanges.clear();
   g_is_logging = true;
 }
@@ -57,6 +54,13 @@ ExchangeLog::~ExchangeLog() {
 std::vector<LoggedExchange> ExchangeLog::exchanges() const {
   const std::lock_guard lock(g_mutex);
   return g_exchanges;
+}
+
+bool reports_failure(const LoggedExchange& exchange) {
+  if (!exchange.reply || exchange.reply->count != exchange.command.count) return true;
+  const std::vector<wire::ReplyEntry> entries = wire::decode_reply(*exchange.reply);
+  const auto succeeded = std::ranges::count(entries, wire::kSuccess, &wire::ReplyEntry::status);
+  return succeeded != exchange.command.count;
 }
 
 std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges) {

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -39,13 +40,17 @@ inline Address address_in(const wire::CommandEntry& entry, std::size_t index) {
 // Takes exchanges down while it exists, of all threads. One at a time.
 class ExchangeLog {
  public:
-  ExchangeLog();
+  // `before`, if any, is called with each command before it is sent, on the thread that sends it.
+  explicit ExchangeLog(std::function<void(const wire::Packet&)> before = {});
   ~ExchangeLog();
   ExchangeLog(const ExchangeLog&) = delete;
   ExchangeLog& operator=(const ExchangeLog&) = delete;
 
   std::vector<LoggedExchange> exchanges() const;
 };
+
+// True without a reply, and with one that does not report success for every entry.
+bool reports_failure(const LoggedExchange& exchange);
 
 // The writes among `exchanges` that were carried out, in the order sent.
 std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges);

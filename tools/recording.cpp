@@ -1,0 +1,297 @@
+// Recordings: reading their lines, whatever is in them, and finding out where exchanges belong.
+#include "tools/recording.h"
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
+#include <utility>
+
+#include "ipcam/camera/camera_request.h"
+#include "settings/settings_record.h"
+
+namespace ipcam::tools {
+
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr std::size_t kMaxText = 4096;
+constexpr std::size_t kMaxFileBytes = 65536;
+constexpr std::size_t kRecordBytes = sizeof(camera::SettingsRecord);
+constexpr std::int64_t kMaxTime = std::int64_t{1} << 52;  // a hundred years: no sum overflows
+constexpr std::string_view kFactoryFolder = "/var/tmp/";
+
+// Ends the reading of a line; the text says what is wrong with it.
+struct BadLine : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+[[noreturn]] void fail(const std::string& name) {
+  throw BadLine(name + " is missing or no such value");
+}
+
+const Json& member(const Json& line, const char* name) {
+  const auto found = line.find(name);
+  if (found == line.end()) fail(name);
+  return *found;
+}
+
+template <class Number = std::int32_t>
+Number number(const Json& line, const char* name, Number min = std::numeric_limits<Number>::min()) {
+  const Json& value = member(line, name);
+  const bool fits =
+      value.is_number_unsigned()
+          ? std::in_range<Number>(value.get<std::uint64_t>())
+          : value.is_number_integer() && std::in_range<Number>(value.get<std::int64_t>());
+  if (!fits || value.get<Number>() < min) fail(name);
+  return value.get<Number>();
+}
+
+std::string text(const Json& line, const char* name) {
+  const Json& value = member(line, name);
+  if (!value.is_string() || value.get_ref<const std::string&>().size() > kMaxText) fail(name);
+  return value.get<std::string>();
+}
+
+// A byte above 127 is the character of that number, of two bytes in JSON.
+std::string raw_text(const std::string& text) {
+  std::string raw;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<std::uint8_t>(text[i]);
+    const bool is_pair = (byte & 0xfe) == 0xc2 && i + 1 < text.size();
+    if (byte > 0x7f && !is_pair) fail("raw");
+    raw += is_pair ? static_cast<char>(byte << 6 | (text[++i] & 0x3f)) : text[i];
+  }
+  return raw;
+}
+
+MaybeBytes maybe_bytes(const Json& line, const std::string& name, std::size_t max) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  const Json& value = member(line, name.c_str());
+  if (value.is_null()) return std::nullopt;
+  const std::string digits = value.is_string() ? value.get<std::string>() : "odd";
+  if (digits.size() % 2 != 0 || digits.size() / 2 > max) fail(name);
+  if (digits.find_first_not_of(kDigits) != digits.npos) fail(name);
+  FileBytes bytes;
+  for (std::size_t i = 0; i < digits.size(); i += 2)
+    bytes.push_back(
+        static_cast<std::uint8_t>(kDigits.find(digits[i]) << 4 | kDigits.find(digits[i + 1])));
+  return bytes;
+}
+
+// A replay writes them where its own /var/tmp is, and nowhere else.
+std::string factory_file(const std::string& path) {
+  const std::string_view name =
+      std::string_view(path).substr(std::min(path.size(), kFactoryFolder.size()));
+  const bool is_plain = !name.empty() && name[0] != '.' && name.find('/') == name.npos &&
+                        name.find('\0') == name.npos && name.size() <= NAME_MAX;
+  if (!path.starts_with(kFactoryFolder) || !is_plain) fail("path");
+  return path;
+}
+
+wire::Packet packet(const FileBytes& bytes) {
+  wire::Packet packet{};
+  packet.length = static_cast<std::int32_t>(bytes.size());
+  std::ranges::copy(bytes, packet.data);
+  return packet;
+}
+
+RecordedStart start(const Json& line) {
+  if (number(line, "format") != 1) fail("format");
+  const Json& files = member(line, "files");
+  if (!files.is_object()) fail("files");
+  RecordedStart start{
+      text(line, "program"), text(line, "wall"), maybe_bytes(line, "stored", kRecordBytes), {}};
+  if (start.stored && start.stored->size() != kRecordBytes) fail("stored");
+  for (const auto& [path, content] : files.items())
+    start.files[factory_file(path)] = maybe_bytes(files, path, kMaxFileBytes);
+  return start;
+}
+
+RecordedRequest request(const Json& line) {
+  const int id = number(line, "number", 1);
+  const int thread = number(line, "thread");
+  if (!line.contains("raw")) return {id, thread, number(line, "code"), number(line, "value")};
+  return {id, thread, 0, 0, raw_text(text(line, "raw")), number(line, "raw_len")};
+}
+
+RecordedAnswer answer(const Json& line) {
+  RecordedAnswer answer{number(line, "number", 1), number(line, "result")};
+  if (line.contains("value")) answer.value = number(line, "value");
+  if (line.contains("reply"))
+    answer.reply = maybe_bytes(line, "reply", sizeof(camera::s_ccdlsi_dbg::reply));
+  return answer;
+}
+
+RecordedExchange exchange(const Json& line, std::int64_t t_us) {
+  const auto command = maybe_bytes(line, "command", wire::kDataBytes);
+  const auto reply = maybe_bytes(line, "reply", wire::kDataBytes);
+  if (!command) fail("command");
+  RecordedExchange exchange{{packet(*command),
+                             {},
+                             Clock::time_point(std::chrono::microseconds(t_us)),
+                             number(line, "thread")},
+                            line.contains("request") ? number(line, "request", 1) : 0,
+                            std::min(number<std::int64_t>(line, "took", 0), kMaxTime)};
+  const auto entries = wire::decode_command(exchange.command).entries;
+  exchange.command.count = static_cast<std::int32_t>(entries.size());
+  if (!reply) return exchange;
+  exchange.reply = packet(*reply);
+  exchange.reply->count = number(line, "reply_count");
+  return exchange;
+}
+
+StoredChange stored(const Json& line) {
+  StoredChange change{static_cast<std::size_t>(number(line, "offset", 0)),
+                      maybe_bytes(line, "bytes", kRecordBytes)};
+  if (change.bytes && change.offset + change.bytes->size() > kRecordBytes) fail("offset");
+  return change;
+}
+
+FileChange file(const Json& line) {
+  return {factory_file(text(line, "path")), maybe_bytes(line, "bytes", kMaxFileBytes)};
+}
+
+Event event(const Json& line) {
+  if (!line.is_object()) throw BadLine("not JSON");
+  const std::string kind = text(line, "event");
+  const auto t = number<std::int64_t>(line, "t", 0);
+  if (t > kMaxTime) fail("t");
+  const auto made = [t](auto what) { return Event{t, t, std::move(what)}; };
+  if (kind == "start") return made(start(line));
+  if (kind == "request") return made(request(line));
+  if (kind == "answer") return made(answer(line));
+  if (kind == "exchange") return made(exchange(line, t));
+  if (kind == "stored") return made(stored(line));
+  if (kind == "file") return made(file(line));
+  if (kind == "lost") return made(LostLines{number<std::int64_t>(line, "lines", 0)});
+  if (kind == "end") return made(RecordedEnd{});
+  throw BadLine("no such event");
+}
+
+// An exchange without a reply is written when its thread's next one begins, perhaps never: it goes
+// where it began. All else stays in the order in which it was written.
+void put_in_order(std::vector<Event>& events) {
+  std::int64_t latest = 0;
+  for (Event& event : events) {
+    const auto* exchange = event.as<RecordedExchange>();
+    if (exchange != nullptr && !exchange->reply) continue;
+    latest = std::max(latest, event.t_us + (exchange == nullptr ? 0 : exchange->took_us));
+    event.order_us = latest;
+  }
+  std::ranges::stable_sort(events, {}, &Event::order_us);
+}
+
+// A measurement goes on until one of these is served; what it did then came a moment too late.
+bool ends_measurement(std::int32_t code) {
+  return code == camera::REQUEST_COLOR || code == camera::REQUEST_WB_MODE ||
+         code == camera::REQUEST_ONE_PUSH_TRG;
+}
+
+// The control threads are those that serve requests, or, when none was, the first that exchanged.
+std::set<int> control_threads(const Recording& recording) {
+  std::set<int> threads;
+  int first = 0;
+  for (const Event& event : recording.events) {
+    const auto* exchange = event.as<RecordedExchange>();
+    if (exchange == nullptr) continue;
+    if (first == 0) first = exchange->thread;
+    if (exchange->request != 0) threads.insert(exchange->thread);
+  }
+  return threads.empty() ? std::set{first} : threads;
+}
+
+void find_places(Recording& recording) {
+  struct Run {
+    std::optional<Place> place;
+    bool is_loose;
+  };
+  const std::set<int> control = control_threads(recording);
+  std::map<int, Run> runs;  // by their threads
+  std::map<Place::Kind, int> counts;
+  int control_thread = 0;
+  for (Event& event : recording.events) {
+    if (const auto* request = event.as<RecordedRequest>()) {
+      runs[request->thread] = {};  // a caller may use registers as it likes
+      for (auto& [thread, run] : runs)
+        run.is_loose = run.is_loose || ends_measurement(request->code);
+    }
+    auto* exchange = std::get_if<RecordedExchange>(&event.what);
+    if (exchange == nullptr) continue;
+    if (control.contains(exchange->thread)) {
+      if (exchange->request == 0 && exchange->thread != control_thread)
+        ++counts[Place::Kind::kStartUp];
+      control_thread = exchange->thread;
+      exchange->place =
+          exchange->request != 0
+              ? Place{Place::Kind::kRequest, exchange->request}
+              : Place{Place::Kind::kStartUp, std::max(counts[Place::Kind::kStartUp] - 1, 0)};
+      continue;
+    }
+    if (!runs.contains(exchange->thread)) {
+      const auto kind = worker_of(exchange->command);
+      runs[exchange->thread] = {kind ? std::optional(Place{*kind, counts[*kind]++}) : std::nullopt,
+                                kind == Place::Kind::kEvr};
+    }
+    exchange->place = runs[exchange->thread].place;
+    exchange->is_loose = runs[exchange->thread].is_loose;
+  }
+}
+
+}  // namespace
+
+const RecordedStart* Recording::start() const {
+  for (const Event& event : events) {
+    if (const auto* start = event.as<RecordedStart>()) return start;
+  }
+  return nullptr;
+}
+
+Recording read_recording(std::string_view text) {
+  Recording recording;
+  int last_request = 0;
+  for (int number = 1; !text.empty(); ++number) {
+    const std::size_t length = text.find('\n');
+    const std::string_view line = text.substr(0, length);
+    text.remove_prefix(length == text.npos ? text.size() : length + 1);
+    try {
+      if (length == line.npos) throw BadLine("cut off");
+      Event found = event(Json::parse(line, nullptr, /*allow_exceptions=*/false));
+      if (found.as<RecordedStart>() != nullptr && number > 1) throw BadLine("another start");
+      if (const auto* request = found.as<RecordedRequest>()) {
+        if (request->number <= last_request) throw BadLine("number is none of the next request");
+        last_request = request->number;
+      }
+      recording.events.push_back(std::move(found));
+    } catch (const BadLine& bad) {
+      recording.faults.push_back("line " + std::to_string(number) + ": " + bad.what());
+    }
+  }
+  put_in_order(recording.events);
+  find_places(recording);
+  return recording;
+}
+
+std::optional<Place::Kind> worker_of(const wire::Packet& first_command) {
+  const std::vector<wire::CommandEntry> entries = wire::decode_command(first_command).entries;
+  if (entries.empty()) return std::nullopt;
+  const Address first = address_in(entries[0], 0);
+  if (first == registers::address("wb_mode")) return Place::Kind::kOnepush;
+  if (first == registers::address("adjust_mode")) return Place::Kind::kEvr;
+  return std::nullopt;
+}
+
+void apply_change(const StoredChange& change, MaybeBytes& stored) {
+  if (!change.bytes) {
+    stored.reset();
+    return;
+  }
+  if (!stored) stored.emplace(kRecordBytes);
+  std::ranges::copy(*change.bytes, stored->begin() + static_cast<std::ptrdiff_t>(change.offset));
+}
+
+}  // namespace ipcam::tools

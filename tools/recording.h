@@ -1,0 +1,98 @@
+// A recording of a server program's session, as docs/recording.md has it: its lines, and where each
+// exchange in them belongs.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "tools/exchange_log.h"
+
+namespace ipcam::tools {
+
+using FileBytes = std::vector<std::uint8_t>;
+using MaybeBytes = std::optional<FileBytes>;  // none: could not be read
+
+// Start-ups, requests and runs of the library's own workers, each with exchanges of its own.
+// In this order they are compared; the stored record has its places at both ends.
+struct Place {
+  enum class Kind { kBefore, kStartUp, kRequest, kOnepush, kEvr, kAfter };
+  Kind kind;
+  int number;  // of the request; start-ups and runs are counted from 0
+  auto operator<=>(const Place&) const = default;
+};
+
+struct RecordedStart {
+  std::string program;
+  std::string wall;
+  MaybeBytes stored;
+  std::map<std::string, MaybeBytes> files;
+};
+struct RecordedRequest {
+  int number;
+  int thread;
+  std::int32_t code = 0;
+  std::int32_t value = 0;
+  std::optional<std::string> raw = {};  // register command; then there is no code
+  std::int32_t raw_length = 0;
+};
+struct RecordedAnswer {
+  int number;
+  std::int32_t result;
+  std::optional<std::int32_t> value = {};  // of a query
+  MaybeBytes reply = {};                   // of a raw register command
+};
+struct RecordedExchange : LoggedExchange {
+  int request;  // that the thread served; 0: none
+  std::int64_t took_us;
+  std::optional<Place> place = {};  // none: of a thread that is not the library's
+  bool is_loose = false;            // whether it happens is a matter of time
+};
+struct StoredChange {
+  std::size_t offset;
+  MaybeBytes bytes;
+};
+struct FileChange {
+  std::string path;
+  MaybeBytes bytes;
+};
+struct LostLines {
+  std::int64_t count;
+};
+struct RecordedEnd {};
+
+struct Event {
+  std::int64_t t_us;
+  std::int64_t order_us;  // never less than that of the event before
+  std::variant<RecordedStart, RecordedRequest, RecordedAnswer, RecordedExchange, StoredChange,
+               FileChange, LostLines, RecordedEnd>
+      what;
+
+  template <class Kind>
+  const Kind* as() const {
+    return std::get_if<Kind>(&what);
+  }
+};
+
+struct Recording {
+  std::vector<Event> events;
+  std::vector<std::string> faults;  // "line 7: not JSON": those that could not be used
+
+  // Null without one.
+  const RecordedStart* start() const;
+};
+
+// What can be used of any text.
+Recording read_recording(std::string_view text);
+
+// The worker that begins with this command; none: another thread.
+std::optional<Place::Kind> worker_of(const wire::Packet& first_command);
+
+// Puts a change into a copy of the stored record.
+void apply_change(const StoredChange& change, MaybeBytes& stored);
+
+}  // namespace ipcam::tools
