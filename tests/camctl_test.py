@@ -164,7 +164,7 @@ class CamctlTest(unittest.TestCase):
         with Camera() as camera:
             camera.send(signal.SIGSTOP)
             victim = subprocess.Popen([CAMCTL, 'reg', 'read', 'saturation'], stderr=subprocess.DEVNULL)
-            time.sleep(0.3)
+            time.sleep(0.6)
             victim.kill()
             victim.wait()
             self.check(camctl('reg', 'read', 'saturation'), 5, f'held by process {victim.pid}, which is gone')
