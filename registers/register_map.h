@@ -150,6 +150,17 @@ constexpr Address address_of(const Register& row, int index) {
   return {row.first.category, static_cast<std::uint16_t>(row.first.byte + index)};
 }
 
+// Whether writes leave the register as it is.
+constexpr bool is_read_only(Address address) {
+  for (const Register& row : kRegisters) {
+    const bool holds_it = row.first.category == address.category &&
+                          row.first.byte <= address.byte &&
+                          address.byte < row.first.byte + row.count;
+    if (holds_it && row.kind == Kind::kReadOnly) return true;
+  }
+  return false;
+}
+
 // The register of a row that has this name, or -1. The name of a row of
 // several registers is none of theirs.
 constexpr int index_of(const Register& row, std::string_view name) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <fstream>
 #include <optional>
 
 #include "sim/comm_application.h"
@@ -29,6 +30,25 @@ constexpr std::chrono::milliseconds kPictureDelay{200};
 // without it, whether a requester was killed, which would leave the record busy for everyone.
 constexpr int kInputLook_ms = 20;
 constexpr int kRecordLook_ms = 200;
+
+// Every register that is not 0, or not as a new switchboard has it: with --registers the file gives
+// the same registers again.
+void save_registers(const Switchboard& board, const std::string& path) {
+  const SharedSwitchboard fresh;
+  RegisterMap registers;
+  for (std::uint32_t category = 0; category < std::size(board.registers); ++category) {
+    for (std::uint32_t byte = 0; byte < std::size(board.registers[0]); ++byte) {
+      const Address address{static_cast<std::uint8_t>(category), static_cast<std::uint16_t>(byte)};
+      const std::uint8_t value = board.reg(address);
+      if (value != 0 || fresh->reg(address) != 0) registers[address] = value;
+    }
+  }
+  replace_file(path, [&](const std::string& temporary) {
+    std::ofstream file(temporary);
+    file << register_file_text(registers) << std::flush;
+    if (!file) throw std::runtime_error(path + ": cannot be written");
+  });
+}
 
 class Run {
  public:
@@ -64,7 +84,10 @@ class Run {
 };
 
 Run::Run(const RunOptions& options) : options_(options), input_is_open_(options.steps_from_input) {
-  if (!options.registers.empty()) load_registers(*board_, options.registers);
+  if (!options.registers.empty()) {
+    for (const auto& [address, value] : read_register_file(options.registers))
+      board_->set_reg(address, value);
+  }
   for (const std::string& text : options.settings) {
     const RegisterValues row = parse_register_value("--set", text);
     board_->set_reg(row.address.category, row.address.byte, row.values[0]);

@@ -68,7 +68,6 @@ std::vector<ScenarioStep> load_scenario(const std::string& path) {
                      std::to_string(steps.back().exchanges) + ", from " + std::to_string(before) +
                      ")");
   });
-  if (steps.empty()) throw UsageError(path + ": holds no step");
   return steps;
 }
 

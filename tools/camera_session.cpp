@@ -44,10 +44,12 @@ bool selects_preset(const std::vector<RegisterWrite>& writes) {
 
 }  // namespace
 
-CameraSession::CameraSession(const std::string& tried) {
+CameraSession::CameraSession(Output& out, const std::string& tried) : port_(out) {
   if (!read_stored_record())
     throw CommandError(kUsage, tried + ": the stored settings cannot be read");
   require_link(tried);
+  // Start-up would wait for each of a dozen replies of a camera that does not answer.
+  OwnPort(out).read(registers::address("sensor_mode"), tried);
   const ExchangeLog log;
   if (camera::new_camera_ctrl(&g_port) != 0)
     throw CommandError(kRefused, tried + ": the control thread did not start");
@@ -102,7 +104,7 @@ std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int va
   });
 
   if (const auto elapsed = unrepaired_failure(exchanges, Clock::now()))
-    fail_exchange(tried, *elapsed);
+    throw exchange_failure(tried, *elapsed);
   if (result != 0) {
     const std::string reason =
         setting.depends.empty() ? "" : " (" + std::string(setting.depends) + ")";

@@ -16,7 +16,7 @@ namespace ipcam::tools {
 class CameraSession {
  public:
   // Starts the control thread and waits until it serves requests. Throws CommandError.
-  explicit CameraSession(const std::string& tried);
+  CameraSession(Output& out, const std::string& tried);
   ~CameraSession();
   CameraSession(const CameraSession&) = delete;
   CameraSession& operator=(const CameraSession&) = delete;

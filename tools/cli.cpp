@@ -16,7 +16,7 @@ namespace {
 constexpr char kExitCodes[] =
     "Exit codes:\n"
     "  0  done\n"
-    "  1  refused by the camera\n"
+    "  1  refused by the camera; diff: there are differences\n"
     "  2  wrong usage: arguments, files or rights\n"
     "  3  timed out\n"
     "  4  no comm application\n"
@@ -27,7 +27,10 @@ class CommandLine {
  public:
   explicit CommandLine(Context& context) : context_(context) {
     app_.set_version_flag("--version", CAMCTL_VERSION);
-    app_.add_flag("--json", json_, "Results as JSON");
+    // Read before the rest, so that they hold for errors of the command line too.
+    app_.add_flag("--json", is_mode_, "Results as JSON");
+    app_.add_flag("-v,--verbose", is_mode_, "Show the library's own lines too, on standard error");
+    app_.add_flag("--no-retry", is_mode_, "Do not repeat a register exchange that failed");
     app_.require_subcommand(1);
     app_.footer(std::string("Example:\n  camctl set saturation=3 wb=outdoor\n\n") + kExitCodes);
     add_settings_commands();
@@ -71,10 +74,11 @@ class CommandLine {
   std::optional<int> code_;  // of a command that has ended its results by itself
   Words words_;
 
-  bool json_ = false;
+  bool is_mode_ = false;  // what the parser makes of the modes; nobody looks at it
   bool dry_run_ = false;
   Words names_;
   std::string name_;
+  std::string other_;
   DumpRange dump_;
   WatchLimits watch_;
   bool yes_ = false;
@@ -118,7 +122,8 @@ void CommandLine::add_reg_commands() {
       ->add_option("REGISTER=VALUE[:MASK]", names_,
                    "What to write; by default under the register's own mask")
       ->required();
-  write->callback([this] { reg_write(context_, names_); });
+  write->add_flag("--force", force_, "Registers that can only be read too");
+  write->callback([this] { reg_write(context_, names_, force_); });
 
   CLI::App* dump =
       add(reg, "dump", "Show a category's registers in a grid", "reg dump 12 0x70 0x8f");
@@ -145,6 +150,24 @@ void CommandLine::add_reg_commands() {
     reg_watch(context_, names_, watch_);
     code_ = kDone;
   });
+
+  CLI::App* save =
+      add(reg, "save", "Save all named registers as a text file", "reg save before.txt");
+  save->add_option("FILE", name_, "File to write, as camsim takes it; - for standard output")
+      ->required();
+  save->callback([this] { reg_save(context_, name_); });
+
+  CLI::App* diff = add(reg, "diff", "Compare a file with the camera's registers, or another file",
+                       "reg diff before.txt");
+  diff->add_option("FILE", name_, "File of camctl reg save or camsim")->required();
+  diff->add_option("OTHER", other_, "Another one; by default the camera");
+  diff->callback([this] { code_ = reg_diff(context_, name_, other_); });
+
+  CLI::App* restore =
+      add(reg, "restore", "Write the registers that a file says", "reg restore before.txt");
+  restore->add_option("FILE", name_, "File of camctl reg save; lines may be left out")->required();
+  restore->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  restore->callback([this] { reg_restore(context_, name_, dry_run_); });
 
   add(reg, "list", "Show the names of registers", "reg list")->callback([this] {
     reg_list(context_);
@@ -181,7 +204,7 @@ void CommandLine::add_config_commands() {
   CLI::App* diff = add(config, "diff", "Compare the stored settings with a saved file",
                        "config diff before.txt");
   diff->add_option("FILE", name_, "File of camctl config save")->required();
-  diff->callback([this] { config_diff(context_, name_); });
+  diff->callback([this] { code_ = config_diff(context_, name_); });
 }
 
 void CommandLine::add_service_commands() {
@@ -287,19 +310,29 @@ int CommandLine::run(const Words& words) {
   return kDone;
 }
 
-}  // namespace
-
-int run_command_line(Context& context, const Words& words) {
-  if (std::find(words.begin(), words.end(), "--json") != words.end()) context.out.use_json(true);
+int run_or_report(Context& context, const Words& words) {
   try {
     return CommandLine(context).run(words);
   } catch (const CommandError& error) {
-    context.out.fail(error);
+    context.out.fail(CommandError(error.code(), context.place + error.what()));
     return error.code();
   } catch (const std::exception& error) {
-    context.out.fail(CommandError(kUsage, joined(words) + ": " + error.what()));
+    context.out.fail(CommandError(kUsage, context.place + joined(words) + ": " + error.what()));
     return kUsage;
   }
+}
+
+}  // namespace
+
+int run_command_line(Context& context, const Words& words) {
+  const auto has = [&](const char* word) { return std::ranges::count(words, word) > 0; };
+  const Output::Modes before = context.out.modes();
+  context.out.use({.json = before.json || has("--json"),
+                   .verbose = before.verbose || has("-v") || has("--verbose"),
+                   .retry = before.retry && !has("--no-retry")});
+  const int code = run_or_report(context, words);
+  context.out.use(before);
+  return code;
 }
 
 }  // namespace ipcam::tools

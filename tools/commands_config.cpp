@@ -1,9 +1,5 @@
 // camctl config: the stored settings record.
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "tools/commands.h"
@@ -33,14 +29,6 @@ const Field& known_field(const std::string& name, const std::string& tried) {
 
 std::string stored_text(const Field& field, int value) {
   return value_text(field.values, Form::kStored, value);
-}
-
-std::string read_file(const std::string& file, const std::string& tried) {
-  std::ifstream stream(file);
-  std::string text(std::istreambuf_iterator<char>(stream), {});
-  if (!stream.is_open() || stream.bad())
-    throw CommandError(kUsage, tried + ": " + std::strerror(errno));
-  return text;
 }
 
 }  // namespace
@@ -101,19 +89,11 @@ void config_set(Context& context, const Words& assignments) {
 
 void config_save(Context& context, const std::string& file) {
   const std::string tried = "config save " + file;
-  const std::string text = record_text(stored_record(tried));
-  if (file == "-") {
-    return context.out.result({{"text", text}}, text);
-  }
-  std::ofstream stream(file);
-  stream << text << std::flush;
-  if (!stream) throw CommandError(kUsage, tried + ": " + std::strerror(errno));
-  context.out.result({{"file", file}}, "saved in " + file);
+  save_text(context, tried, file, record_text(stored_record(tried)));
 }
 
 void config_restore(Context& context, const std::string& file) {
   const std::string tried = "config restore " + file;
-  const std::string text = read_file(file, tried);
   camera::SettingsRecord record{};
   if (const auto stored = read_stored_record()) {
     record = *stored;
@@ -121,25 +101,31 @@ void config_restore(Context& context, const std::string& file) {
     context.out.note(tried +
                      ": no stored settings could be read, what the file leaves out becomes 0");
   }
-  apply_record_text(text, file, record);
+  apply_record_file(file, record);
   store(record, tried);
   context.out.result({{"file", file}}, "restored from " + file);
 }
 
-void config_diff(Context& context, const std::string& file) {
+int config_diff(Context& context, const std::string& file) {
   const std::string tried = "config diff " + file;
   const camera::SettingsRecord stored = stored_record(tried);
   camera::SettingsRecord other = stored;
-  apply_record_text(read_file(file, tried), file, other);
+  apply_record_file(file, other);
+  int code = kDone;
   // Line by line: both texts have the same lines in the same order.
   std::istringstream ours(record_text(stored));
   std::istringstream theirs(record_text(other));
   for (std::string our, their; std::getline(ours, our) && std::getline(theirs, their);) {
     if (our == their) continue;
+    if (code == kDone && !context.out.modes().json)
+      context.out.line("# - stored settings, + " + file);
+    code = kDiffer;
     context.out.result({{"stored", our}, {"file", their}},
                        context.out.styled(Output::Style::kBad, "- " + our) + "\n" +
                            context.out.styled(Output::Style::kGood, "+ " + their));
   }
+  context.out.finish();
+  return code;
 }
 
 }  // namespace ipcam::tools

@@ -100,7 +100,9 @@ std::vector<std::string> candidates(const CLI::App& app, const std::vector<std::
   if (all.empty()) all = arguments(family, command, typed);
   if (typed.starts_with('-')) {
     all = options(*level);
-    if (level != &app) all.push_back("--json");
+    for (const char* mode : {"--json", "--verbose", "--no-retry"}) {
+      if (level != &app) all.push_back(mode);
+    }
   }
   std::erase_if(all, [&](const std::string& word) { return !word.starts_with(typed); });
   return all;

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <map>
 
 #include "sim/devices.h"
 #include "sim/simulated_camera.h"
@@ -19,24 +18,6 @@ namespace ipcam::tools {
 namespace {
 
 constexpr char kTried[] = "dry run";
-
-using Registers = std::map<Address, std::uint8_t>;
-
-Registers read_named_registers(Context& context) {
-  std::vector<Address> addresses;
-  for (const registers::RegisterGroup& group : registers::register_groups()) {
-    for (int i = 0; i < group.count; ++i) {
-      addresses.push_back({group.first.category, static_cast<std::uint16_t>(group.first.byte + i)});
-    }
-  }
-  context.out.progress("dry run: reading registers");
-  const LibraryMute mute;
-  const std::vector<std::uint8_t> values = BorrowedPort(context, kTried)->read(addresses, kTried);
-  context.out.progress("");
-  Registers registers;
-  for (std::size_t i = 0; i < addresses.size(); ++i) registers[addresses[i]] = values[i];
-  return registers;
-}
 
 // System V objects, /tmp and the stored settings of this process's own, and the camera's devices
 // out of reach: nothing that the requests do gets to the real camera. The factory's adjustment
@@ -54,13 +35,12 @@ void enter_private_world(const camera::SettingsRecord& record) {
 // dry run needs a process of its own.
 int run_own_program(Context& context, Words command_line) {
   command_line.insert(command_line.begin(), "camctl");
-  if (context.out.is_json()) command_line.push_back("--json");
+  if (context.out.modes().json) command_line.push_back("--json");
   std::vector<char*> arguments;
   for (std::string& word : command_line) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   const pid_t child = fork();
   if (child == 0) {
-    dup2(context.out.results_fd(), STDOUT_FILENO);
     execv("/proc/self/exe", arguments.data());
     _exit(kUsage);
   }
@@ -78,13 +58,13 @@ int run_dry(Context& context, const std::vector<Request>& requests, const Words&
   const auto record = read_stored_record();
   if (!record)
     throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be read");
-  const Registers registers = read_named_registers(context);
+  const sim::RegisterMap registers = read_registers(context, kTried, named_registers());
   enter_private_world(*record);
   sim::SimulatedCamera camera;
   camera.start();
   for (const auto& [address, value] : registers)
     camera.set_reg(address.category, address.byte, value);
-  CameraSession session(kTried);
+  CameraSession session(context.out, kTried);
   Context inner{context.out, &session};
   run_requests(inner, requests);
   context.out.finish();

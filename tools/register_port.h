@@ -9,6 +9,7 @@
 
 #include "ipcam/camera/dsp_command.h"
 #include "registers/register_names.h"
+#include "tools/output.h"
 
 namespace ipcam::tools {
 
@@ -17,6 +18,7 @@ using registers::Address;
 // Failures throw CommandError; `tried` leads their text. One thread at a time.
 class RegisterPort {
  public:
+  explicit RegisterPort(Output& out) : out_(out) {}
   virtual ~RegisterPort() = default;
 
   std::vector<std::uint8_t> read(std::span<const Address> addresses, const std::string& tried);
@@ -35,10 +37,15 @@ class RegisterPort {
   // Runs a register command text and returns what DspCommand::do_debug() does: -1 on failure.
   virtual int run(const std::string& text, unsigned char* result) = 0;
   void run_or_fail(const std::string& text, unsigned char* result, const std::string& tried);
+
+  Output& out_;  // where repeats are announced
 };
 
 // Never starts a control thread.
 class OwnPort : public RegisterPort {
+ public:
+  using RegisterPort::RegisterPort;
+
  private:
   int run(const std::string& text, unsigned char* result) override;
 
@@ -48,6 +55,9 @@ class OwnPort : public RegisterPort {
 // For a process that runs the control thread: two objects would
 // refuse each other's exchanges as busy.
 class ControlThreadPort : public RegisterPort {
+ public:
+  using RegisterPort::RegisterPort;
+
  private:
   int run(const std::string& text, unsigned char* result) override;
 };
