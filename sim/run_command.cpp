@@ -13,6 +13,7 @@
 #include "sim/comm_application.h"
 #include "sim/input_text.h"
 #include "sim/picture.h"
+#include "sim/private_camera.h"
 #include "sim/register_file.h"
 #include "sim/replace_file.h"
 #include "sim/scenario.h"
@@ -114,6 +115,7 @@ void Run::begin_to_serve() {
     });
   }
   quiet_since_ = Clock::now();
+  if (options_.on_serving) return options_.on_serving();
   std::fprintf(stderr, "camsim: serving requests, process %d\n", static_cast<int>(getpid()));
 }
 
@@ -215,6 +217,27 @@ void Run::serve() {
 
 }  // namespace
 
-void run(const RunOptions& options) { Run(options).serve(); }
+// Validity mark 1 first, then plausible register values.
+void write_factory_files(const std::filesystem::path& directory) {
+  using namespace std::string_literals;
+  // The third byte starts the EVR worker; from the ninth on hue, then gain coefficients.
+  const std::string camera =
+      "\1\0\1\x80\x0c\xc8\0\0"s + std::string(16, '\x80') + std::string(16, '\x40');
+  for (const auto& [name, bytes] :
+       {std::pair("AdjCamera.txt", camera + std::string(8, '\0')),
+        std::pair("AdjWbHalfPixels.txt", "\1\0\x40\x0e\0\x10\xed\7\0\0\0\0"s),
+        std::pair("AdjWbAllPixels.txt", "\1\0\x42\x0e\0\x10\xf0\7\0\0\0\0"s)}) {
+    std::ofstream file(directory / name, std::ios::binary);
+    file << bytes << std::flush;
+    if (!file) throw std::runtime_error((directory / name).string() + ": cannot be written");
+  }
+}
+
+void run(const RunOptions& options) {
+  Run run(options);  // its files are looked for where the caller is
+  if (options.is_private) enter_private_world();
+  if (options.with_factory_files) write_factory_files("/var/tmp");
+  run.serve();
+}
 
 }  // namespace ipcam::sim

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <map>
+#include <set>
 #include <thread>
 
 #include "ipcam/camera/camera_interface.h"
@@ -81,7 +82,7 @@ int CameraSession::wait_for_measurement(const ExchangeLog& log, const std::strin
   };
   int worker = 0;
   while (worker == 0 || tgkill(getpid(), worker, 0) == 0) {
-    check_for_stop();
+    if (stop_requested()) break;
     if (Clock::now() > deadline) throw CommandError(kTimedOut, tried + ": does not end");
     std::this_thread::sleep_for(20ms);
     const std::vector<LoggedExchange> exchanges = log.exchanges();
@@ -103,6 +104,8 @@ std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int va
     return exchange.thread != control_thread_ && exchange.thread != worker;
   });
 
+  std::vector<RegisterWrite> writes = carried_out_writes(exchanges);
+  check_for_stop(writes, tried);
   if (const auto elapsed = unrepaired_failure(exchanges, Clock::now()))
     throw exchange_failure(tried, *elapsed);
   if (result != 0) {
@@ -110,11 +113,22 @@ std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int va
         setting.depends.empty() ? "" : " (" + std::string(setting.depends) + ")";
     throw CommandError(kRefused, tried + ": refused" + reason);
   }
-  std::vector<RegisterWrite> writes = carried_out_writes(exchanges);
   if (measures && !selects_preset(writes))
     throw CommandError(kTimedOut, tried + ": the measurement found no gains");
   check_registers(writes, tried);
   return writes;
+}
+
+// What is asked for is known to be set only when it has been read back.
+void CameraSession::check_for_stop(const std::vector<RegisterWrite>& writes,
+                                   const std::string& tried) {
+  if (!stop_requested()) return;
+  std::set<Address> addresses;
+  for (const RegisterWrite& write : writes) addresses.insert(write.address);
+  std::string text;
+  for (const Address& address : addresses)
+    text += (text.empty() ? "; may be half set: " : ", ") + register_text(address);
+  throw CommandError(kRefused, tried + ": stopped by a signal" + text);
 }
 
 int CameraSession::query(const Setting& setting, const std::string& tried) {

@@ -34,6 +34,7 @@ class CameraSession {
 
  private:
   int wait_for_measurement(const ExchangeLog& log, const std::string& tried) const;
+  static void check_for_stop(const std::vector<RegisterWrite>& writes, const std::string& tried);
   void check_registers(const std::vector<RegisterWrite>& writes, const std::string& tried);
 
   ControlThreadPort port_;

@@ -63,9 +63,9 @@ class CommandLine {
 
   void run_or_show(const std::vector<Request>& requests) {
     if (dry_run_) {
-      code_ = run_dry(context_, requests, words_);
+      code_ = run_dry(context_, requests, strict_, words_);
     } else {
-      run_requests(context_, requests);
+      run_requests(context_, requests, strict_);
     }
   }
 
@@ -81,6 +81,8 @@ class CommandLine {
   std::string other_;
   DumpRange dump_;
   WatchLimits watch_;
+  bool strict_ = false;
+  bool all_ = false;
   bool yes_ = false;
   bool force_ = false;
   int bench_count_ = 1000;
@@ -88,24 +90,30 @@ class CommandLine {
 };
 
 void CommandLine::add_settings_commands() {
-  CLI::App* list =
-      add(&app_, "list", "Show the settings, their values and what they do", "list saturation wb");
-  list->add_option("NAME", names_, "Settings to show; all by default");
+  CLI::App* list = add(&app_, "list", "Show settings, actions and queries, values and meaning",
+                       "list saturation wb");
+  list->add_option("NAME", names_, "Those to show; all by default");
   list->callback([this] { list_settings(context_, names_); });
 
   CLI::App* set = add(&app_, "set", "Change settings", "set saturation=3 wb=outdoor");
   set->add_option("NAME=VALUE", names_, "Settings and values of camctl list")->required();
   set->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  set->add_flag("--strict", strict_, "Fail when a setting has no effect now");
   set->callback([this] { run_or_show(parse_assignments(names_)); });
 
-  CLI::App* trigger = add(&app_, "do", "Start an action", "do exposure");
-  trigger->add_option("NAME", name_, "Trigger of camctl list")->required();
-  trigger->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
-  trigger->callback([this] { run_or_show({parse_trigger(name_)}); });
+  CLI::App* action = add(&app_, "do", "Start an action", "do exposure");
+  action->add_option("NAME", name_, "Action of camctl list")->required();
+  action->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  action->callback([this] { run_or_show({parse_action(name_)}); });
 
-  CLI::App* get = add(&app_, "get", "Ask the camera for a state", "get icr");
-  get->add_option("NAME", name_, "Query of camctl list")->required();
-  get->callback([this] { get_query(context_, name_); });
+  CLI::App* get = add(&app_, "get", "Show settings as stored and as the registers hold them",
+                      "get saturation icr");
+  get->add_option("NAME", names_, "Settings and queries of camctl list");
+  get->add_flag("--all", all_, "All of them");
+  get->callback([this] {
+    if (names_.empty() != all_) throw CommandError(kUsage, "get: either names or --all");
+    get_settings(context_, names_);
+  });
 }
 
 void CommandLine::add_reg_commands() {

@@ -47,7 +47,8 @@ BorrowedSession::BorrowedSession(Context& context) : session_(context.session) {
   if (session_ != nullptr) return;
   const std::string tried = "start the control thread";
   require_link(tried);
-  context.out.detail("starting a control thread for this call; it applies the stored settings first");
+  context.out.detail(
+      "starting a control thread for this call; it applies the stored settings first");
   session_ = &own_.emplace(context.out, tried);
 }
 

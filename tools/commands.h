@@ -30,6 +30,7 @@ class BorrowedPort {
  public:
   BorrowedPort(Context& context, const std::string& tried);
   RegisterPort* operator->() { return port_; }
+  RegisterPort& operator*() { return *port_; }
 
  private:
   std::optional<OwnPort> own_;
@@ -68,15 +69,19 @@ struct Request {
 };
 void list_settings(Context& context, const Words& names);
 std::vector<Request> parse_assignments(const Words& assignments);
-Request parse_trigger(const std::string& name);
-void run_requests(Context& context, const std::vector<Request>& requests);
-void get_query(Context& context, const std::string& name);
+Request parse_action(const std::string& name);
+// Those that change nothing now fail if `strict`; else that is only said.
+void run_requests(Context& context, const std::vector<Request>& requests, bool strict);
+// What settings are stored as and what the registers hold, and answers to queries; of all by
+// default.
+void get_settings(Context& context, const Words& names);
 // The table as a section of the man page.
 std::string man_settings();
 
 // What the requests would send: dry_run.cpp. Returns the exit code of the process that tried them.
 
-int run_dry(Context& context, const std::vector<Request>& requests, const Words& command_line);
+int run_dry(Context& context, const std::vector<Request>& requests, bool strict,
+            const Words& command_line);
 
 // Raw registers: commands_reg.cpp.
 

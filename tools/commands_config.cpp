@@ -1,4 +1,5 @@
 // camctl config: the stored settings record.
+#include <algorithm>
 #include <filesystem>
 #include <sstream>
 
@@ -31,6 +32,14 @@ std::string stored_text(const Field& field, int value) {
   return value_text(field.values, Form::kStored, value);
 }
 
+// What makes the camera take a stored value at once.
+std::string applied_by(const Field& field) {
+  const Setting* setting = find_setting_of(field.name);
+  if (setting == nullptr) return "";
+  if (setting->kind == Kind::kStored) return "; do exposure applies it";
+  return "; set " + std::string(setting->name) + "=... changes it now";
+}
+
 }  // namespace
 
 void config_init(Context& context, bool over_what_is_there) {
@@ -48,7 +57,8 @@ void config_show(Context& context, const Words& names) {
   for (const std::string& name : names) known_field(name, "config show " + name);
   const camera::SettingsRecord record = stored_record("config show");
   for (const Field& field : stored_fields()) {
-    if (!is_wanted(field.name, names)) continue;
+    const auto is_it = [&](const std::string& name) { return find_field(name) == &field; };
+    if (!names.empty() && std::ranges::none_of(names, is_it)) continue;
     const int value = field_value(record, field);
     context.out.result({{"name", field.name},
                         {"offset", field.offset},
@@ -57,7 +67,7 @@ void config_show(Context& context, const Words& names) {
                         {"text", stored_text(field, value)},
                         {"meaning", field.meaning}},
                        padded(std::string(field.name) + " = " + stored_text(field, value), 36) +
-                           "# " + std::string(field.meaning));
+                           "# " + std::string(field.meaning) + applied_by(field));
   }
 }
 
@@ -68,10 +78,8 @@ void config_set(Context& context, const Words& assignments) {
     const auto [name, value] = split_assignment(text, tried, "FIELD=VALUE");
     const Field& field = known_field(name, tried);
     const auto number = parse_value(field.values, Form::kStored, value);
-    if (!number) {
-      throw CommandError(kUsage, tried + ": no value " + value + " (" +
-                                     describe(field.values, Form::kStored) + ")");
-    }
+    if (!number)
+      throw CommandError(kUsage, tried + ": " + refusal(field.values, Form::kStored, value));
     changes.emplace_back(&field, *number);
   }
 
@@ -83,7 +91,7 @@ void config_set(Context& context, const Words& assignments) {
     const int old_value = field_value(before, *field);
     context.out.result({{"name", field->name}, {"old", old_value}, {"new", value}},
                        std::string(field->name) + ": " + stored_text(*field, old_value) + " -> " +
-                           stored_text(*field, value));
+                           stored_text(*field, value) + applied_by(*field));
   }
 }
 

@@ -34,7 +34,7 @@ std::uint8_t parse_byte(const std::string& text, const std::string& what,
                         const std::string& tried) {
   const auto value = parse_number(text);
   if (value && *value >= 0 && *value <= 0xff) return static_cast<std::uint8_t>(*value);
-  throw CommandError(kUsage, tried + ": no " + what + " " + text + " (0 to 0xff)");
+  throw CommandError(kUsage, tried + ": " + what + " " + text + " is not 0 to 0xff");
 }
 
 // REGISTER=VALUE or REGISTER=VALUE:MASK.
@@ -53,11 +53,6 @@ camera::param_info parse_write(const std::string& text, bool force) {
   entry.mask = colon == std::string::npos ? register_mask(address)
                                           : parse_byte(value.substr(colon + 1), "mask", tried);
   return entry;
-}
-
-std::string register_text(Address address) {
-  const std::string name = register_name(address);
-  return address_text(address) + (name.empty() ? "" : " " + name);
 }
 
 void print_value(Output& out, Address address, std::uint8_t value) {

@@ -78,11 +78,11 @@ void reg_restore(Context& context, const std::string& file, bool dry_run) {
   for (const auto& [address, value] : read_registers(context, tried, addresses)) {
     const std::uint8_t mask = register_mask(address);
     if (((wanted.at(address) ^ value) & mask) == 0) continue;
-    entries.push_back({.category = address.category,
-                       .byte = address.byte,
-                       .mask = mask,
-                       .data = static_cast<std::uint8_t>((value & ~mask) |
-                                                         (wanted.at(address) & mask))});
+    entries.push_back(
+        {.category = address.category,
+         .byte = address.byte,
+         .mask = mask,
+         .data = static_cast<std::uint8_t>((value & ~mask) | (wanted.at(address) & mask))});
     before.push_back(value);
   }
   if (!dry_run) return write_and_show(context, entries, tried);

@@ -53,7 +53,8 @@ int run_own_program(Context& context, Words command_line) {
 
 }  // namespace
 
-int run_dry(Context& context, const std::vector<Request>& requests, const Words& command_line) {
+int run_dry(Context& context, const std::vector<Request>& requests, bool strict,
+            const Words& command_line) {
   if (context.session != nullptr) return run_own_program(context, command_line);
   const auto record = read_stored_record();
   if (!record)
@@ -66,7 +67,7 @@ int run_dry(Context& context, const std::vector<Request>& requests, const Words&
     camera.set_reg(address.category, address.byte, value);
   CameraSession session(context.out, kTried);
   Context inner{context.out, &session};
-  run_requests(inner, requests);
+  run_requests(inner, requests, strict);
   context.out.finish();
   return kDone;
 }

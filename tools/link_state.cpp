@@ -92,8 +92,8 @@ void require_link(const std::string& tried) {
                        tried + ": no comm application is running, see camctl doctor");
   }
   if (!link.may_use_semaphore || !link.may_use_segment) {
-    throw CommandError(kUsage,
-                       tried + ": no right to use the comm application's record, see camctl doctor");
+    throw CommandError(
+        kUsage, tried + ": no right to use the comm application's record, see camctl doctor");
   }
   if (!link.record)
     throw CommandError(kNoCommApplication, tried + ": the record is too small, see camctl doctor");

@@ -34,8 +34,8 @@ std::string process_text(int pid, bool is_alive);
 // 4 or 5, when the link cannot carry a request; `tried` leads the text.
 void require_link(const std::string& tried);
 
-// What an exchange was that failed after `elapsed`: 3, 5 or 1. Throws CommandError, 4, when the comm
-// application is gone.
+// What an exchange was that failed after `elapsed`: 3, 5 or 1. Throws CommandError, 4, when the
+// comm application is gone.
 CommandError exchange_failure(const std::string& tried,
                               std::chrono::steady_clock::duration elapsed);
 

@@ -42,8 +42,10 @@ void write_all(int descriptor, std::string_view text) {
 
 // Beginnings of the lines on standard error that report no error.
 constexpr std::string_view kPlainLines[] = {
-    "Pattern ",    "Flickerless",  "AutoBN :", "Saved RGain:",           "Loaded ",
-    "do_binning r", "Retry to set", "Retrying", "176@OnepushWB#setRBGain", "IrisModifier"};
+    "Pattern ",     "Flickerless", "AutoBN :",
+    "Saved RGain:", "Loaded ",     "do_binning r",
+    "Retry to set", "Retrying",    "176@OnepushWB#setRBGain",
+    "IrisModifier"};
 
 // Takes what the library prints in the place of one of its streams, line by line.
 template <bool kIsError>
@@ -61,7 +63,8 @@ ssize_t take_line(void* /*stream*/, const char* text, std::size_t size) {
 template <bool kIsError>
 std::FILE* library_stream() {
   std::FILE* stream = fopencookie(
-      nullptr, "w", {.read = nullptr, .write = take_line<kIsError>, .seek = nullptr, .close = nullptr});
+      nullptr, "w",
+      {.read = nullptr, .write = take_line<kIsError>, .seek = nullptr, .close = nullptr});
   if (stream != nullptr) std::setvbuf(stream, nullptr, _IOLBF, BUFSIZ);
   return stream;
 }

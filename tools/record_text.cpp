@@ -114,10 +114,8 @@ void apply_record_file(const std::string& file, camera::SettingsRecord& record) 
     // has left a value that is out of range.
     const auto accepted = parse_value(field->values, Form::kStored, value);
     const auto stored = accepted ? accepted : parse_number(value);
-    if (!stored || !fits(*field, *stored)) {
-      throw CommandError(kUsage, tried + ": " + value + " is not " +
-                                     describe(field->values, Form::kStored));
-    }
+    if (!stored || !fits(*field, *stored))
+      throw CommandError(kUsage, tried + ": " + refusal(field->values, Form::kStored, value));
     set_field(record, *field, *stored);
   });
 }

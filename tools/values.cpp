@@ -36,6 +36,12 @@ std::string value_text(const Values& values, Form form, int number) {
   return std::to_string(number);
 }
 
+std::string refusal(const Values& values, Form form, const std::string& text) {
+  std::vector<std::string> words;
+  for (const Word& word : values.words) words.emplace_back(word.word);
+  return text + " is not " + describe(values, form) + did_you_mean(text, words);
+}
+
 std::string describe(const Values& values, Form form) {
   if (values.words.empty() && values.min == INT_MIN) return "any number";
   std::string text;
