@@ -439,13 +439,13 @@ class DocumentTest(unittest.TestCase):
         folder = pathlib.Path('/tmp/readme')
         folder.mkdir()
         environment = {**os.environ, 'PATH': f"{BUILD}/bin:{os.environ['PATH']}"}
-        blocks = re.findall(r'(?ms)^```(\w*)\n(.*?)^```', (SOURCE / 'README.md').read_text())
-        for (kind, script), (next_kind, printed) in zip(blocks, [*blocks[1:], ('', '')]):
-            if kind == 'sh' and 'camsim' in script:
+        block = r'(?ms)^```sh\n(.*?)^```\n(?:\n```\n(.*?)^```)?'
+        for script, printed in re.findall(block, (SOURCE / 'README.md').read_text()):
+            if 'camsim' in script:
                 result = subprocess.run(['bash', '-ec', script.replace('$PWD/build/demo', str(BUILD))], cwd=folder,
                                         env=environment, capture_output=True, text=True, timeout=20)
                 self.assertEqual(result.returncode, 0, result.stderr)
-                if next_kind == '':
+                if printed:
                     self.assertEqual(result.stdout, printed)
         chart, shown = Image.open(folder / 'chart.png'), Image.open(SOURCE / 'docs/picture-after.png')
         self.assertIsNone(ImageChops.difference(chart, shown).getbbox())

@@ -186,6 +186,7 @@ void get_setting(Context& context, const Setting& setting) {
       text += "registers " + *value;
     }
   }
+  if (json.size() == 1) text += "no register shows it";
   text.erase(text.find_last_not_of(' ') + 1);
   context.out.result(json, text);
 }
