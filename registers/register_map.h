@@ -3,6 +3,7 @@
 // here; to add a register is to add a row.
 #pragma once
 
+#include <algorithm>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -152,13 +153,10 @@ constexpr Address address_of(const Register& row, int index) {
 
 // Whether writes leave the register as it is.
 constexpr bool is_read_only(Address address) {
-  for (const Register& row : kRegisters) {
-    const bool holds_it = row.first.category == address.category &&
-                          row.first.byte <= address.byte &&
-                          address.byte < row.first.byte + row.count;
-    if (holds_it && row.kind == Kind::kReadOnly) return true;
-  }
-  return false;
+  return std::ranges::any_of(kRegisters, [&](const Register& row) {
+    return row.kind == Kind::kReadOnly && row.first.category == address.category &&
+           row.first.byte <= address.byte && address.byte < row.first.byte + row.count;
+  });
 }
 
 // The register of a row that has this name, or -1. The name of a row of

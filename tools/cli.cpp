@@ -55,6 +55,12 @@ class CommandLine {
     family->fallthrough()->require_subcommand(1)->footer(kExitCodes);
     return family;
   }
+  void add_file(CLI::App* command, const std::string& purpose) {
+    command->add_option("FILE", name_, purpose)->required();
+  }
+  void add_dry_run(CLI::App* command) {
+    command->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  }
   void add_settings_commands();
   void add_reg_commands();
   void add_config_commands();
@@ -97,13 +103,13 @@ void CommandLine::add_settings_commands() {
 
   CLI::App* set = add(&app_, "set", "Change settings", "set saturation=3 wb=outdoor");
   set->add_option("NAME=VALUE", names_, "Settings and values of camctl list")->required();
-  set->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  add_dry_run(set);
   set->add_flag("--strict", strict_, "Fail when a setting has no effect now");
   set->callback([this] { run_or_show(parse_assignments(names_)); });
 
   CLI::App* action = add(&app_, "do", "Start an action", "do exposure");
   action->add_option("NAME", name_, "Action of camctl list")->required();
-  action->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  add_dry_run(action);
   action->callback([this] { run_or_show({parse_action(name_)}); });
 
   CLI::App* get = add(&app_, "get", "Show settings as stored and as the registers hold them",
@@ -161,20 +167,19 @@ void CommandLine::add_reg_commands() {
 
   CLI::App* save =
       add(reg, "save", "Save all named registers as a text file", "reg save before.txt");
-  save->add_option("FILE", name_, "File to write, as camsim takes it; - for standard output")
-      ->required();
+  add_file(save, "File to write, as camsim takes it; - for standard output");
   save->callback([this] { reg_save(context_, name_); });
 
   CLI::App* diff = add(reg, "diff", "Compare a file with the camera's registers, or another file",
                        "reg diff before.txt");
-  diff->add_option("FILE", name_, "File of camctl reg save or camsim")->required();
+  add_file(diff, "File of camctl reg save or camsim");
   diff->add_option("OTHER", other_, "Another one; by default the camera");
   diff->callback([this] { code_ = reg_diff(context_, name_, other_); });
 
   CLI::App* restore =
       add(reg, "restore", "Write the registers that a file says", "reg restore before.txt");
-  restore->add_option("FILE", name_, "File of camctl reg save; lines may be left out")->required();
-  restore->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  add_file(restore, "File of camctl reg save; lines may be left out");
+  add_dry_run(restore);
   restore->callback([this] { reg_restore(context_, name_, dry_run_); });
 
   add(reg, "list", "Show the names of registers", "reg list")->callback([this] {
@@ -200,18 +205,17 @@ void CommandLine::add_config_commands() {
 
   CLI::App* save =
       add(config, "save", "Save the stored settings as a text file", "config save before.txt");
-  save->add_option("FILE", name_, "File to write; - for standard output")->required();
+  add_file(save, "File to write; - for standard output");
   save->callback([this] { config_save(context_, name_); });
 
   CLI::App* restore =
       add(config, "restore", "Store what a saved file says", "config restore before.txt");
-  restore->add_option("FILE", name_, "File of camctl config save; lines may be left out")
-      ->required();
+  add_file(restore, "File of camctl config save; lines may be left out");
   restore->callback([this] { config_restore(context_, name_); });
 
   CLI::App* diff = add(config, "diff", "Compare the stored settings with a saved file",
                        "config diff before.txt");
-  diff->add_option("FILE", name_, "File of camctl config save")->required();
+  add_file(diff, "File of camctl config save");
   diff->callback([this] { code_ = config_diff(context_, name_); });
 }
 

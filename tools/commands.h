@@ -30,7 +30,6 @@ class BorrowedPort {
  public:
   BorrowedPort(Context& context, const std::string& tried);
   RegisterPort* operator->() { return port_; }
-  RegisterPort& operator*() { return *port_; }
 
  private:
   std::optional<OwnPort> own_;

@@ -30,8 +30,7 @@ Json setting_json(const Setting& setting) {
   if (takes_value(setting)) {
     if (values.words.empty()) json["range"] = {values.min, values.max};
     for (const Word& word : values.words) {
-      json["words"][std::string(word.word)] =
-          form_of(setting) == Form::kRequest ? word.request : word.stored;
+      json["words"][std::string(word.word)] = number_of(word, form_of(setting));
     }
     if (!values.unit.empty()) json["unit"] = values.unit;
   }
@@ -88,14 +87,6 @@ std::string write_text(const RegisterWrite& write) {
          (write.old ? hex(*write.old) : "block") + " -> " + hex(write.value);
 }
 
-sim::RegisterMap read_around(RegisterPort& port, const Setting& setting, const std::string& tried) {
-  const std::vector<Address> addresses = registers_around(setting);
-  const std::vector<std::uint8_t> values = port.read(addresses, tried);
-  sim::RegisterMap registers;
-  for (std::size_t i = 0; i < addresses.size(); ++i) registers[addresses[i]] = values[i];
-  return registers;
-}
-
 // The registers as they are, where a request had nothing to send.
 std::string unsent_text(const Setting& setting, const sim::RegisterMap& registers) {
   std::string text = "\n  nothing sent";
@@ -110,7 +101,7 @@ void run_request(Context& context, CameraSession& session, const Request& reques
   const bool is_setting = setting.kind == Kind::kSetting;
   const std::string tried = (is_setting ? "set " : "do ") + request.text;
   const std::string wanted = value_text(setting.values, Form::kRequest, request.value);
-  sim::RegisterMap held = read_around(session.port(), setting, tried);
+  sim::RegisterMap held = session.port().read_map(registers_around(setting), tried);
   const auto before = held_text(setting, held, wanted);
   const std::vector<RegisterWrite> writes = session.request(setting, request.value, tried);
   for (const RegisterWrite& write : writes) held[write.address] = write.value;
@@ -180,7 +171,8 @@ void get_setting(Context& context, const Setting& setting) {
     text += std::string(24, ' ');
   }
   if (!setting.tables[0].empty()) {
-    const sim::RegisterMap held = read_around(*BorrowedPort(context, tried), setting, tried);
+    const sim::RegisterMap held =
+        BorrowedPort(context, tried)->read_map(registers_around(setting), tried);
     if (const auto value = held_text(setting, held, stored)) {
       json["registers"] = *value;
       text += "registers " + *value;

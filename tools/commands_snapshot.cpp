@@ -19,10 +19,8 @@ int value_in(const RegisterMap& registers, Address address) {
 sim::RegisterMap read_registers(Context& context, const std::string& tried,
                                 const std::vector<Address>& addresses) {
   context.out.progress(tried + ": reading registers");
-  const std::vector<std::uint8_t> values = BorrowedPort(context, tried)->read(addresses, tried);
+  RegisterMap registers = BorrowedPort(context, tried)->read_map(addresses, tried);
   context.out.progress("");
-  RegisterMap registers;
-  for (std::size_t i = 0; i < addresses.size(); ++i) registers[addresses[i]] = values[i];
   return registers;
 }
 

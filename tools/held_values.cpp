@@ -2,7 +2,6 @@
 #include "tools/held_values.h"
 
 #include <algorithm>
-#include <climits>
 
 #include "ipcam/camera/parameter_tables.h"
 #include "registers/register_values.h"
@@ -141,16 +140,12 @@ std::optional<std::string> held_text(const Setting& setting, const sim::Register
   const Values& values = values_of(setting);
   const Form form = form_of(setting);
   const Held held(registers);
-  const auto first = parse_value(values, form, preferred);
-  if (first && decoder->holds(held, *first)) return value_text(values, form, *first);
-  if (!values.words.empty()) {
-    for (const Word& word : values.words) {
-      if (decoder->holds(held, form == Form::kRequest ? word.request : word.stored))
-        return std::string(word.word);
-    }
-  }
-  for (int value = values.min; values.words.empty() && value <= values.max; ++value) {
-    if (decoder->holds(held, value)) return std::to_string(value);
+  std::vector<int> numbers;
+  if (const auto first = parse_value(values, form, preferred)) numbers.push_back(*first);
+  for (const Word& word : values.words) numbers.push_back(number_of(word, form));
+  for (int n = values.min; values.words.empty() && n <= values.max; ++n) numbers.push_back(n);
+  for (const int number : numbers) {
+    if (decoder->holds(held, number)) return value_text(values, form, number);
   }
   std::string text = "raw";
   for (const Address& address : registers_of(setting)) text += " " + hex(registers.at(address));

@@ -28,6 +28,14 @@ std::vector<std::uint8_t> RegisterPort::read(std::span<const Address> addresses,
   return run_all('r', entries, tried);
 }
 
+sim::RegisterMap RegisterPort::read_map(std::span<const Address> addresses,
+                                        const std::string& tried) {
+  const std::vector<std::uint8_t> values = read(addresses, tried);
+  sim::RegisterMap registers;
+  for (std::size_t i = 0; i < addresses.size(); ++i) registers[addresses[i]] = values[i];
+  return registers;
+}
+
 std::vector<std::uint8_t> RegisterPort::run_all(char access,
                                                 std::span<const camera::param_info> entries,
                                                 const std::string& tried) {

@@ -9,6 +9,7 @@
 
 #include "ipcam/camera/dsp_command.h"
 #include "registers/register_names.h"
+#include "sim/register_file.h"
 #include "tools/output.h"
 
 namespace ipcam::tools {
@@ -25,6 +26,7 @@ class RegisterPort {
   std::uint8_t read(Address address, const std::string& tried) {
     return read(std::span(&address, 1), tried)[0];
   }
+  sim::RegisterMap read_map(std::span<const Address> addresses, const std::string& tried);
   // Returns the values before.
   std::vector<std::uint8_t> write(std::span<const camera::param_info> entries,
                                   const std::string& tried) {

@@ -8,10 +8,6 @@ namespace ipcam::tools {
 
 namespace {
 
-int number_of(const Word& word, Form form) {
-  return form == Form::kRequest ? word.request : word.stored;
-}
-
 bool is_accepted(const Values& values, Form form, int number) {
   if (values.words.empty()) return number >= values.min && number <= values.max;
   return std::any_of(values.words.begin(), values.words.end(),

@@ -27,6 +27,10 @@ struct Word {
   int stored;
 };
 
+constexpr int number_of(const Word& word, Form form) {
+  return form == Form::kRequest ? word.request : word.stored;
+}
+
 struct Values {
   int min = 0;
   int max = 0;
