@@ -1,4 +1,4 @@
-// The smallest server program: start, set the saturation, ask for the IR-cut filter, stop.
+// The smallest server program: starts, sets the saturation, asks for the IR-cut filter, stops.
 #include <ipcam/camera/camera_interface.h>
 #include <ipcam/camera/camera_request.h>
 #include <ipcam/comm/port_inf.h>

@@ -1,5 +1,5 @@
-// A server program in small: raw registers, the IR-cut filter and
-// requests from several threads at once.
+// A server program in small: raw registers, the IR-cut filter, a setting that is stored and
+// requested, and requests from several threads at once.
 #include <array>
 #include <atomic>
 #include <cstdio>
@@ -9,7 +9,9 @@
 
 #include "ipcam/camera/camera_interface.h"
 #include "ipcam/camera/camera_request.h"
+#include "ipcam/camera/settings_record.h"
 #include "ipcam/comm/port_inf.h"
+#include "ipcam/config/config_file.h"
 
 namespace {
 
@@ -47,6 +49,19 @@ void check_icr(CameraInterface& camera, int expected) {
   check("IR-cut filter -> " + std::to_string(state), result == 0 && state == expected);
 }
 
+// The next start takes what is stored; the request shows it at once.
+void change_saturation(CameraInterface& camera, int level) {
+  using ipcam::camera::kSettingsKind;
+  char name[] = "all.conf";
+  ipcam::config::ConfigFile file(name);
+  ipcam::camera::SettingsRecord record{};
+  bool is_stored = file.read_record(&record, kSettingsKind) == 0;
+  record.snapshot.saturation = level;
+  is_stored = is_stored && file.write_record(&record, kSettingsKind) == 0;
+  check("saturation " + std::to_string(level) + " is stored", is_stored);
+  check("and requested", camera.Saturation(level) == 0);
+}
+
 // Each thread writes a register of its own and reads it back, so that a mixed-up reply would show.
 void check_threads(CameraInterface& camera) {
   constexpr int kThreads = 4;
@@ -75,10 +90,9 @@ int main() {
   check_registers(*camera, "w,200,9,0x0f,5", {0xa0});
   check_registers(*camera, "r,200,9", {0xa5});
   check_registers(*camera, "r,200", {});
-  check_registers(*camera, "w,17,27,1,1", {0});
-  check_icr(*camera, 59);
-  check_registers(*camera, "w,17,27,1,0", {1});
   check_icr(*camera, 60);
+  change_saturation(*camera, 5);
+  check_registers(*camera, "r,10,9", {0xc0});
   check("saturation 7 is refused", camera->Saturation(7) == -1);
   check_threads(*camera);
 

@@ -3,6 +3,7 @@
 // here; to add a register is to add a row.
 #pragma once
 
+#include <algorithm>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -148,6 +149,14 @@ constexpr std::uint8_t mask_of(const Register& row, int index) {
 
 constexpr Address address_of(const Register& row, int index) {
   return {row.first.category, static_cast<std::uint16_t>(row.first.byte + index)};
+}
+
+// Whether writes leave the register as it is.
+constexpr bool is_read_only(Address address) {
+  return std::ranges::any_of(kRegisters, [&](const Register& row) {
+    return row.kind == Kind::kReadOnly && row.first.category == address.category &&
+           row.first.byte <= address.byte && address.byte < row.first.byte + row.count;
+  });
 }
 
 // The register of a row that has this name, or -1. The name of a row of

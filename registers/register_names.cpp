@@ -71,6 +71,11 @@ std::string address_text(Address address) {
   return text;
 }
 
+std::string register_text(Address address) {
+  const std::string name = register_name(address);
+  return address_text(address) + (name.empty() ? "" : " " + name);
+}
+
 std::optional<Address> parse_address(std::string_view text) {
   if (const auto address = parse_numbers(text)) return address;
   std::string name(text);

@@ -28,6 +28,8 @@ std::string meaning_of(const Register& row);
 std::uint8_t register_mask(Address address);
 // "10/0x09".
 std::string address_text(Address address);
+// "10/0x09 saturation", or the address alone.
+std::string register_text(Address address);
 
 // "10/0x09", "10/9" or a name. A group's name stands for its first register.
 std::optional<Address> parse_address(std::string_view text);

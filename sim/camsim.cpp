@@ -1,14 +1,17 @@
 // camsim: simulated camera for workstations.
+#include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -90,28 +93,60 @@ int execute(const std::string& directory, std::optional<int> camera,
   return error == ENOENT ? kNotFound : kNotExecutable;
 }
 
-// Sample adjustment files: validity mark 1 first, then plausible register values.
-void write_factory_files(const fs::path& directory) {
-  using namespace std::string_literals;
-  // The third byte starts the EVR worker; from the ninth on hue, then gain coefficients.
-  const std::string camera =
-      "\1\0\1\x80\x0c\xc8\0\0"s + std::string(16, '\x80') + std::string(16, '\x40');
-  for (const auto& [name, bytes] :
-       {std::pair("AdjCamera.txt", camera + std::string(8, '\0')),
-        std::pair("AdjWbHalfPixels.txt", "\1\0\x40\x0e\0\x10\xed\7\0\0\0\0"s),
-        std::pair("AdjWbAllPixels.txt", "\1\0\x42\x0e\0\x10\xf0\7\0\0\0\0"s)}) {
-    std::ofstream file(directory / name, std::ios::binary);
-    file << bytes << std::flush;
-    if (!file) throw std::runtime_error((directory / name).string() + ": cannot be written");
+pid_t g_command = 0;
+
+void pass_on(int signal) { kill(g_command, signal); }
+
+// Waits for a child process, and returns its exit code as a shell does.
+int exit_code_of(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) throw std::runtime_error(std::string("wait: ") + std::strerror(errno));
   }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-void add_run_options(CLI::App& app, RunOptions& options, bool& is_private) {
+// A child process that serves as a private camera. What it traces goes to standard error, beside
+// the command's own results. Its end without the caller's doing is that of an error.
+int serve_for(pid_t caller, RunOptions options, int ready) {
+  dup2(STDERR_FILENO, STDOUT_FILENO);
+  setpgid(0, 0);  // an interrupt from the terminal is for the command
+  options.is_private = true;
+  options.on_serving = [&] {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != caller || write(ready, "", 1) != 1) raise(SIGTERM);
+  };
+  run(options);
+  return kDone;
+}
+
+// A command beside a camera of its own, which ends with it.
+int execute_with_camera(const RunOptions& options, const std::string& directory,
+                        const std::vector<std::string>& command) {
+  int ready[2];
+  if (pipe2(ready, O_CLOEXEC) != 0)
+    throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
+  const pid_t caller = getpid();
+  const pid_t camera = fork();
+  if (camera == 0) return serve_for(caller, options, ready[1]);
+  close(ready[1]);
+  char byte = 0;
+  if (read(ready[0], &byte, 1) != 1) return exit_code_of(camera);
+
+  g_command = fork();
+  if (g_command == 0) return execute(directory, camera, command);
+  for (const int signal : {SIGINT, SIGQUIT}) std::signal(signal, SIG_IGN);  // the command has them
+  for (const int signal : {SIGTERM, SIGHUP}) std::signal(signal, pass_on);
+  const int code = exit_code_of(g_command);
+  kill(camera, SIGTERM);
+  exit_code_of(camera);
+  return code;
+}
+
+void add_camera_options(CLI::App& app, RunOptions& options) {
   app.add_flag("--trace", options.trace, "Print every exchange (default: off)");
   app.add_flag("--json", options.json,
                "Print every exchange as a JSON object, one a line (default: off)");
-  app.add_flag("--keep", options.keep,
-               "Leave key file, semaphore and segment behind (default: remove)");
   app.add_option("--set", options.settings, "Registers before the first request (default: 0)")
       ->type_name("REGISTER=VALUE");
   const auto add_file = [&](const char* name, std::string& file, const char* purpose) {
@@ -121,16 +156,22 @@ void add_run_options(CLI::App& app, RunOptions& options, bool& is_private) {
   add_file("--save-registers", options.save_registers,
            "Write such a file at the end (default: none)");
   add_file("--scenario", options.scenario, "File of what happens when (default: none)");
-  app.add_flag("--steps", options.steps_from_input,
-               "Take such steps, without their time, from the standard input (default: off)");
-  app.add_flag(
-      "--private", is_private,
-      "Serve in namespaces of its own: nobody but `camsim exec` reaches it (default: off)");
   add_file("--picture", options.picture,
            "Keep a PNG file of what the registers show (default: none)");
   app.add_option("--fault", options.faults,
                  "What goes wrong, and with which exchange (default: 0:1:0)")
       ->type_name("NAME[:EXCHANGE[:COUNT[:ENTRY]]]");
+}
+
+void add_run_options(CLI::App& app, RunOptions& options) {
+  add_camera_options(app, options);
+  app.add_flag("--keep", options.keep,
+               "Leave key file, semaphore and segment behind (default: remove)");
+  app.add_flag("--steps", options.steps_from_input,
+               "Take such steps, without their time, from the standard input (default: off)");
+  app.add_flag(
+      "--private", options.is_private,
+      "Serve in namespaces of its own: nobody but `camsim exec` reaches it (default: off)");
 }
 
 int dispatch(int argc, char** argv) {
@@ -141,9 +182,9 @@ int dispatch(int argc, char** argv) {
   app.footer(kFooter);
   app.require_subcommand(0, 1);
 
+  app.set_version_flag("--version", CAMSIM_VERSION);
   RunOptions options;
-  bool is_private = false;
-  add_run_options(app, options, is_private);
+  add_run_options(app, options);
   std::string factory;
   CLI::Option* factory_option =
       app.add_option("--factory", factory,
@@ -153,7 +194,7 @@ int dispatch(int argc, char** argv) {
 
   CLI::App* run_command =
       app.add_subcommand("run", "Serve register requests until SIGINT or SIGTERM; the default.");
-  add_run_options(*run_command, options, is_private);
+  add_run_options(*run_command, options);
 
   std::string devices = default_device_directory();
   std::optional<int> camera;
@@ -162,9 +203,20 @@ int dispatch(int argc, char** argv) {
       app.add_subcommand("exec",
                          "Run a command with stand-ins for the camera's devices, in the namespaces "
                          "of a simulator that has its own.");
+  bool starts = false;
+  CLI::Option* start_option = exec_command->add_flag(
+      "--start", starts, "Beside a private camera of the command's own, which ends with it");
+  exec_command->add_flag("--factory", options.with_factory_files,
+                         "Sample factory adjustment files (default: none)");
+  add_camera_options(*exec_command, options);
+  for (CLI::Option* option : exec_command->get_options()) {
+    const bool is_of_camera = option != start_option && option != exec_command->get_help_ptr();
+    if (is_of_camera) option->needs(start_option);
+  }
   exec_command
       ->add_option("--camera", camera, "Process of that simulator (default: the one that there is)")
-      ->type_name("PID");
+      ->type_name("PID")
+      ->excludes(start_option);
   exec_command->add_option("--devices", devices, "Directory of the stand-ins")
       ->type_name("DIR")
       ->capture_default_str();
@@ -200,9 +252,9 @@ int dispatch(int argc, char** argv) {
   if (writes_factory_files) {
     write_factory_files(factory.empty() ? "/var/tmp" : factory);
   } else if (exec_command->parsed()) {
+    if (starts) return execute_with_camera(options, devices, command);
     return execute(devices, camera, command);
   } else {
-    if (is_private) enter_private_world();
     run(options);
   }
   return kDone;

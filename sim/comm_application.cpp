@@ -303,6 +303,7 @@ void CommApplication::advance_gains() {
 }
 
 void CommApplication::write_register(Address address, std::uint8_t value) {
+  if (board_.sensor_off == 0 && registers::is_read_only(address)) return;
   if (address == kReadout.address && ((board_.reg(address) ^ value) & kReadout.mask) != 0) {
     readout_lag_ = board_.readout_lag_reads;
   }

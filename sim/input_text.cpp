@@ -2,6 +2,7 @@
 #include "sim/input_text.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <optional>
 
@@ -25,15 +26,26 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 void for_each_line(
     const std::string& path,
     const std::function<void(const std::string& where, const std::string& line)>& use) {
+  constexpr std::streamsize kMaxLine = 4096;
   std::ifstream file(path);
+  std::error_code ignored;
+  if (!file.is_open() || std::filesystem::is_directory(path, ignored))
+    throw UsageError(path + ": cannot be read");
+  char bytes[kMaxLine + 1];
   int number = 0;
-  for (std::string line; std::getline(file, line);) {
+  bool is_empty = true;
+  while (file.getline(bytes, sizeof bytes)) {
     ++number;
+    std::string line(bytes);
     line.erase(std::min(line.find('#'), line.size()));
-    if (line.find_first_not_of(" \t\r") != line.npos)
-      use(path + " line " + std::to_string(number), line);
+    if (line.find_first_not_of(" \t\r") == line.npos) continue;
+    is_empty = false;
+    use(path + " line " + std::to_string(number), line);
   }
-  if (!file.is_open() || file.bad()) throw UsageError(path + ": cannot be read");
+  if (file.gcount() == kMaxLine)
+    throw UsageError(path + " line " + std::to_string(number + 1) + ": longer than 4096 bytes");
+  if (file.bad()) throw UsageError(path + ": cannot be read");
+  if (is_empty) throw UsageError(path + ": is empty");
 }
 
 std::uint32_t parse_number(const std::string& tried, std::string_view text, std::uint32_t maximum) {

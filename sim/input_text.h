@@ -20,9 +20,8 @@ struct UsageError : std::runtime_error {
 
 // All of them throw UsageError; `tried` leads its text.
 
-// Calls `use` with the lines of a file and their places, "FILE line 7". Blank lines
-// are skipped, and so is what follows a
-// '#'.
+// Calls `use` with the lines of a file and their places, "FILE line 7". Blank lines and what
+// follows a '#' are skipped; a file without any other line is an error.
 void for_each_line(
     const std::string& path,
     const std::function<void(const std::string& where, const std::string& line)>& use);

@@ -3,44 +3,30 @@
 
 #include <cctype>
 #include <cstdio>
-#include <fstream>
-#include <vector>
 
 #include "sim/input_text.h"
-#include "sim/replace_file.h"
 
 namespace ipcam::sim {
 
-void load_registers(Switchboard& board, const std::string& path) {
-  std::vector<RegisterValues> registers;
+RegisterMap read_register_file(const std::string& path) {
+  RegisterMap registers;
   for_each_line(path, [&](const std::string& where, std::string line) {
     std::erase_if(line, [](unsigned char c) { return std::isspace(c) != 0; });
-    registers.push_back(parse_register_value(where, line));
+    const RegisterValues row = parse_register_value(where, line);
+    registers[row.address] = row.values[0];
   });
-  for (const RegisterValues& row : registers)
-    board.set_reg(row.address.category, row.address.byte, row.values[0]);
+  return registers;
 }
 
-void save_registers(const Switchboard& board, const std::string& path) {
-  const SharedSwitchboard fresh;
-  replace_file(path, [&](const std::string& temporary) {
-    std::ofstream file(temporary);
-    for (std::uint32_t category = 0; category < std::size(board.registers); ++category) {
-      for (std::uint32_t byte = 0; byte < std::size(board.registers[0]); ++byte) {
-        const std::uint8_t value = board.reg(category, byte);
-        if (value == 0 && fresh->reg(category, byte) == 0) continue;
-        const registers::Address address{static_cast<std::uint8_t>(category),
-                                         static_cast<std::uint16_t>(byte)};
-        const std::string name = registers::register_name(address);
-        char text[8];
-        std::snprintf(text, sizeof(text), "=0x%02x", value);
-        file << registers::address_text(address) << text << (name.empty() ? "" : "  # ") << name
-             << '\n';
-      }
-    }
-    file.close();
-    if (!file) throw std::runtime_error(path + ": cannot be written");
-  });
+std::string register_file_text(const RegisterMap& registers) {
+  std::string text;
+  for (const auto& [address, value] : registers) {
+    const std::string name = registers::register_name(address);
+    char number[8];
+    std::snprintf(number, sizeof number, "=0x%02x", value);
+    text += registers::address_text(address) + number + (name.empty() ? "" : "  # ") + name + "\n";
+  }
+  return text;
 }
 
 }  // namespace ipcam::sim

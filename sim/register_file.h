@@ -1,19 +1,21 @@
 // Files of registers: one REGISTER=VALUE a line.
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <string>
 
-#include "sim/switchboard.h"
+#include "registers/register_names.h"
 
 namespace ipcam::sim {
 
-// Registers are addresses or names; blank lines and what follows a '#' are skipped. A bad line
-// throws UsageError, and no register is changed.
-void load_registers(Switchboard& board, const std::string& path);
+using RegisterMap = std::map<registers::Address, std::uint8_t>;
 
-// Writes every register that is not 0, or not as a new switchboard has it, in ascending order and
-// with its name behind it: "10/0x09=0x80  # saturation". Loaded into a new switchboard, the file
-// gives the same registers. Throws std::runtime_error.
-void save_registers(const Switchboard& board, const std::string& path);
+// Registers are addresses or names; blank lines and what follows a '#' are skipped. Throws
+// UsageError.
+RegisterMap read_register_file(const std::string& path);
+
+// In ascending order, with the name behind it: "10/0x09=0x80  # saturation".
+std::string register_file_text(const RegisterMap& registers);
 
 }  // namespace ipcam::sim

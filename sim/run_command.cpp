@@ -7,11 +7,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <fstream>
 #include <optional>
 
 #include "sim/comm_application.h"
 #include "sim/input_text.h"
 #include "sim/picture.h"
+#include "sim/private_camera.h"
 #include "sim/register_file.h"
 #include "sim/replace_file.h"
 #include "sim/scenario.h"
@@ -29,6 +31,25 @@ constexpr std::chrono::milliseconds kPictureDelay{200};
 // without it, whether a requester was killed, which would leave the record busy for everyone.
 constexpr int kInputLook_ms = 20;
 constexpr int kRecordLook_ms = 200;
+
+// Every register that is not 0, or not as a new switchboard has it: with --registers the file gives
+// the same registers again.
+void save_registers(const Switchboard& board, const std::string& path) {
+  const SharedSwitchboard fresh;
+  RegisterMap registers;
+  for (std::uint32_t category = 0; category < std::size(board.registers); ++category) {
+    for (std::uint32_t byte = 0; byte < std::size(board.registers[0]); ++byte) {
+      const Address address{static_cast<std::uint8_t>(category), static_cast<std::uint16_t>(byte)};
+      const std::uint8_t value = board.reg(address);
+      if (value != 0 || fresh->reg(address) != 0) registers[address] = value;
+    }
+  }
+  replace_file(path, [&](const std::string& temporary) {
+    std::ofstream file(temporary);
+    file << register_file_text(registers) << std::flush;
+    if (!file) throw std::runtime_error(path + ": cannot be written");
+  });
+}
 
 class Run {
  public:
@@ -64,7 +85,10 @@ class Run {
 };
 
 Run::Run(const RunOptions& options) : options_(options), input_is_open_(options.steps_from_input) {
-  if (!options.registers.empty()) load_registers(*board_, options.registers);
+  if (!options.registers.empty()) {
+    for (const auto& [address, value] : read_register_file(options.registers))
+      board_->set_reg(address, value);
+  }
   for (const std::string& text : options.settings) {
     const RegisterValues row = parse_register_value("--set", text);
     board_->set_reg(row.address.category, row.address.byte, row.values[0]);
@@ -91,6 +115,7 @@ void Run::begin_to_serve() {
     });
   }
   quiet_since_ = Clock::now();
+  if (options_.on_serving) return options_.on_serving();
   std::fprintf(stderr, "camsim: serving requests, process %d\n", static_cast<int>(getpid()));
 }
 
@@ -192,6 +217,27 @@ void Run::serve() {
 
 }  // namespace
 
-void run(const RunOptions& options) { Run(options).serve(); }
+// Validity mark 1 first, then plausible register values.
+void write_factory_files(const std::filesystem::path& directory) {
+  using namespace std::string_literals;
+  // The third byte starts the EVR worker; from the ninth on hue, then gain coefficients.
+  const std::string camera =
+      "\1\0\1\x80\x0c\xc8\0\0"s + std::string(16, '\x80') + std::string(16, '\x40');
+  for (const auto& [name, bytes] :
+       {std::pair("AdjCamera.txt", camera + std::string(8, '\0')),
+        std::pair("AdjWbHalfPixels.txt", "\1\0\x40\x0e\0\x10\xed\7\0\0\0\0"s),
+        std::pair("AdjWbAllPixels.txt", "\1\0\x42\x0e\0\x10\xf0\7\0\0\0\0"s)}) {
+    std::ofstream file(directory / name, std::ios::binary);
+    file << bytes << std::flush;
+    if (!file) throw std::runtime_error((directory / name).string() + ": cannot be written");
+  }
+}
+
+void run(const RunOptions& options) {
+  Run run(options);  // its files are looked for where the caller is
+  if (options.is_private) enter_private_world();
+  if (options.with_factory_files) write_factory_files("/var/tmp");
+  run.serve();
+}
 
 }  // namespace ipcam::sim

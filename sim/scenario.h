@@ -29,12 +29,13 @@ struct ScenarioStep {
 // and what follows a '#' are skipped:
 //
 //   at EXCHANGES[+PAUSE_MS] set REGISTER=VALUE...
-//   at EXCHANGES[+PAUSE_MS] script REGISTER=VALUE[,VALUE]...    successive reads; the last value
-//   stays at EXCHANGES[+PAUSE_MS] fault NAME[:EXCHANGE[:COUNT[:ENTRY]]]...
+//   at EXCHANGES[+PAUSE_MS] script REGISTER=VALUE[,VALUE]...    the last value stays
+//   at EXCHANGES[+PAUSE_MS] fault NAME[:EXCHANGE[:COUNT[:ENTRY]]]...
 //   at EXCHANGES[+PAUSE_MS] restart [DOWN_MS]
 //
-// Throws UsageError; the whole file is judged before anything takes place.
-std::vector<ScenarioStep> load_scenario(const std::string& path);
+// Of a file, or of the installed scenario of that name. Throws UsageError; the whole file is judged
+// before anything takes place.
+std::vector<ScenarioStep> load_scenario(const std::string& name);
 
 // One step that takes place at once, "set shutter_value=5". Throws UsageError.
 ScenarioStep parse_step_now(const std::string& where, const std::string& line);

@@ -67,16 +67,16 @@ class CamctlTest(unittest.TestCase):
 
     def test_set_sends_the_request_and_shows_what_was_written(self):
         result, trace = traffic_of('set', 'saturation=4')
-        self.check(result, 0, 'starting a control thread')
-        self.assertEqual(result.stdout, 'saturation=4\n'
+        self.assertEqual(self.check(result, 0).stderr, '')
+        self.assertEqual(result.stdout, 'saturation: 3 -> 4\n'
                          '  10/0x09  saturation              mask 0xff  0x80 -> 0xa0\n')
         self.assertEqual(trace[-3:], ['r 10/0x09 -> 03 01 80', 'w 10/0x09=0xa0 -> 02 01', 'r 10/0x09 -> 03 01 a0'])
 
     def test_what_a_worker_writes_meanwhile_is_not_the_requests(self):
         subprocess.run([CAMSIM, '--factory'], check=True, capture_output=True)  # starts the worker of register 9/3
         result, trace = traffic_of('set', 'contrast=0', 'dnmode=on', 'contrast=1')
-        self.assertEqual(re.findall(r'^(\S+=\S+)$', self.check(result, 0).stdout, re.M),
-                         ['contrast=0', 'dnmode=on', 'contrast=1'])
+        self.assertEqual(re.findall(r'^(\S+: .*)$', self.check(result, 0).stdout, re.M),
+                         ['contrast: 3 -> 0', 'dnmode: on -> on', 'contrast: 0 -> 1'])
         self.assertTrue(any(line.startswith('w 9/0x03') for line in trace[-15:]), trace)
         self.assertNotIn('9/0x03', result.stdout)
 
@@ -127,10 +127,11 @@ class CamctlTest(unittest.TestCase):
         for options, arguments, code, message in [
                 (idle, ['set', 'binning=on'], 1, 'refused (needs the white-balance adjustment file'),
                 (idle, ['do', 'onepush'], 0, ''),
-                ((f'--fault=reply_255:{read}',), ['set', 'saturation=4'], 1, 'set saturation=4: the camera refused'),
+                ((f'--fault=reply_255:{read}',), ['set', 'saturation=4'], 1, "set saturation=4: the image processor's CPU did"),
                 ((f'--fault=wrong_status:{write}',), ['set', 'saturation=4'], 1, 'set saturation=4: '),
-                (('--fault=reply_255:0:3',), ['reg', 'read', '10/9'], 1, 'reg read: the camera refused'),
-                (('--fault=reply_255:0:1',), ['reg', 'read', '10/9'], 0, ''),
+                (('--fault=reply_255:0:3',), ['reg', 'read', '10/9'], 1, "reg read: the image processor's CPU"),
+                (('--fault=reply_255:0:1',), ['reg', 'read', '10/9'], 0, 'repeating it, 2 of 3'),
+                (('--fault=wrong_status',), ['reg', 'read', '10/9', '--no-retry'], 1, 'reg read: the camera refused'),
                 ((f'--fault=no_reply:{read}',), ['set', 'saturation=4'], 3, 'set saturation=4: no reply'),
                 ((f'--fault=no_reply:{write}',), ['set', 'saturation=4'], 3, 'set saturation=4: no reply'),
                 (('--fault=no_reply',), ['reg', 'write', 'saturation=1'], 3, 'reg write: no reply'),
@@ -140,9 +141,16 @@ class CamctlTest(unittest.TestCase):
                 (idle, ['set', 'saturaton=3'], 2, 'no setting saturaton, did you mean saturation'),
                 (idle, ['set', 'wb=outdor'], 2, 'did you mean outdoor'),
                 (idle, ['set', 'shutter=3'], 2, 'use camctl config set shutter_speed=VALUE'),
-                (idle, ['get', 'iris-hold'], 2, 'ask in camctl shell'),
+                (idle, ['set', 'saturation=9'], 2, '9 is not 0 to 6'),
+                (idle, ['set', 'rgain=5'], 0, 'no effect now: has an effect only in white-balance mode manual'),
+                (idle, ['set', 'wb=manual', 'rgain=5', '--strict'], 0, ''),
+                (idle, ['set', 'iris-hold=on', '--strict'], 1, 'no effect now: use camctl shell'),
+                (idle, ['config', 'set', 'wb=7'], 2, '7 is not indoor (1)'),
+                (idle, ['get', 'exposure'], 2, 'no setting or query exposure'),
+                (idle, ['reg', 'write', 'vmax_lo=1'], 2, 'can only be read'),
+                (idle, ['config', 'restore', '/dev/null'], 2, '/dev/null: is empty'),
                 (idle, ['do', 'onepsh'], 2, 'did you mean onepush'),
-                (idle, ['reg', 'write', 'saturation=256'], 2, 'no value 256 (0 to 0xff)'),
+                (idle, ['reg', 'write', 'saturation=256'], 2, 'value 256 is not 0 to 0xff'),
                 (idle, ['reg', 'read', '256/0'], 2, 'no register 256/0'),
                 (idle, ['flash', 'store'], 2, 'no terminal to ask on, use --yes'),
                 (idle, ['lsit'], 2, 'no command lsit, did you mean list'),
@@ -187,6 +195,58 @@ class CamctlTest(unittest.TestCase):
         with Camera():
             self.check(camctl('set', 'saturation=3'), 1, 'refused the stored settings')
 
+    def test_a_camera_that_does_not_answer_is_asked_once(self):
+        for arguments in (['set', 'saturation=3'], ['do', 'onepush'], ['get', '--all'], ['reg', 'dump', '10'], ['shell'],
+                          ['set', '--dry-run', 'saturation=3'], ['bench', '--requests'], ['flash', 'sdram']):
+            with self.subTest(arguments=arguments), Camera('--fault', 'no_reply:0:99') as camera:
+                self.check(camctl(*arguments), 3, 'no reply within one second')
+            self.assertEqual(len(camera.trace), 1)
+
+    @unittest.skipIf(os.geteuid() != 0, 'another user is needed')
+    def test_missing_rights_are_the_callers_fault(self):
+        with Camera():
+            for command in (['reg', 'read', 'saturation'], ['set', 'saturation=3'], ['doctor']):
+                self.check(camctl(*command, under=['setpriv', '--reuid=65534', '--clear-groups']), 2)
+
+    def test_get_tells_what_is_stored_and_what_the_registers_hold(self):
+        session = [f'set {name}={value}\nget {name}' for name, values in (
+            ('saturation', range(7)), ('contrast', range(7)), ('sharpness', range(7)), ('expcomp', range(19)),
+            ('gamma', range(7)), ('gain', range(6)), ('agc-max-gain', (0, 1, 2, 3, 4, 5, 7, 8, 9, 10, 11, 12)), ('rgain', (0, 77, 250)),
+            ('bgain', (0, 77, 250)), ('color', ('monochrome', 'color')), ('blcomp', ('low', 'high', 'off')),
+            ('wb', ('indoor', 'outdoor', 'onepush', 'atw', 'manual', 'atwpro', 'mercurylampmega')),
+            ('colorbar', ('on', 'off')), ('dnmode', ('on', 'off')), ('iris-hold', ('on', 'off'))) for value in values]
+        with Camera():
+            result = self.check(camctl('shell', '--json', text_in='\n'.join(session)), 0)
+            self.check(camctl('reg', 'write', 'saturation=0x81'), 0)
+            raw = self.check(camctl('get', 'saturation', 'icr'), 0).stdout
+        answers = [json.loads(line)['results'][-1] for line in result.stdout.splitlines()]
+        for line, answer, got in zip(session, answers[::2], answers[1::2]):
+            value = line.split('\n')[0].split('=')[1]
+            self.assertEqual((answer['new'], got['registers']), (value, value), line)
+        self.assertEqual(raw, 'icr = 60 (state bit clear: day, filter in place)\n'
+                         'saturation          stored 3                registers raw 0x81\n')
+
+    def test_registers_are_saved_compared_and_restored(self):
+        with Camera('--set', 'saturation=5') as camera:
+            self.check(camctl('reg', 'save', 'before.txt'), 0)
+            self.check(camctl('reg', 'write', 'saturation=6', 'contrast=7'), 0)
+            different = self.check(camctl('reg', 'diff', 'before.txt'), 1).stdout
+            self.assertEqual(different, '# before.txt -> camera\n10/0x06  contrast                0x00 -> 0x07\n'
+                             '10/0x09  saturation              0x05 -> 0x06\n')
+            shown = self.results('reg', 'restore', 'before.txt', '--dry-run')
+            self.assertEqual(self.results('reg', 'restore', 'before.txt'), shown)
+            self.check(camctl('reg', 'diff', 'before.txt'), 0)
+            vmax = self.check(camctl('reg', 'read', 'vmax'), 0).stdout
+        self.assertEqual(vmax, '81/0x0a vmax_lo = 0xca\n81/0x0b vmax_hi = 0x08\n')
+        self.assertFalse(any('81/0x0a=' in line for line in camera.trace))
+
+    def test_shell_lines_are_limited_and_numbered(self):
+        with Camera():
+            self.check(camctl('shell', text_in='\nset nothing=1\n'), 2, 'camctl: line 2: set nothing=1: no setting')
+            with open('/dev/zero') as zero:
+                endless = subprocess.run([CAMCTL, 'shell'], stdin=zero, capture_output=True, text=True, timeout=20)
+            self.check(endless, 2, 'line 1: longer than 4096 bytes')
+
     def test_shell_keeps_its_control_thread(self):
         session = '# a session\n\nget iris-hold\nset iris-hold=on\nget iris-hold\nset wb=onepush\ndo onepush\n' \
                   'set nothing=1\nset --dry-run saturation=2\nreg read preset1_red_gain_lo\nquit\nset saturation=1\n'
@@ -219,7 +279,7 @@ class CamctlTest(unittest.TestCase):
     def test_a_register_that_does_not_hold_what_was_written_is_an_error(self):
         with Camera():
             # The sensor itself sets the readout field.
-            self.check(camctl('reg', 'write', '2/0=0x10'), 1,
+            self.check(camctl('reg', 'write', '--force', '2/0=0x10'), 1,
                        'reg write: register 2/0x00 holds 0x08, not 0x10 under mask 0x1c')
         # Somebody else writes between a request and the look at its registers, its last exchange.
         _, trace = traffic_of('set', 'saturation=4')
@@ -238,18 +298,22 @@ class CamctlTest(unittest.TestCase):
             watch.stdout.close()
 
     def test_every_json_answer_can_be_parsed(self):
-        lines = ('list', 'set saturation=3', 'do exposure', 'get icr', 'reg read 10/9', 'reg write 10/9=1',
-                 'reg dump 10', 'reg list', 'config init --force', 'config show', 'config set saturation=2', 'config save a.txt',
-                 'config restore a.txt', 'config diff a.txt', 'doctor', 'flash sdram', 'flash load --yes',
+        session = SOURCE / 'tests/data/session.rec'
+        same = ('config diff a.txt', 'reg diff r.txt', 'reg restore r.txt', f'recording diff {session} {session}')
+        lines = ('list', 'set saturation=3', 'do exposure', 'get --all', 'reg read 10/9', 'reg write 10/9=1',
+                 'reg dump 10', 'reg list', 'reg save r.txt', same[1], same[2], 'config init --force', 'config show',
+                 'config set saturation=2', 'config save a.txt', 'config restore a.txt', same[0], same[3],
+                 f'recording show {session}', 'doctor', 'flash sdram', 'flash load --yes',
                  'flash store --yes', 'bench --count 3 --requests', 'list --help', '--version', 'document registers')
         with Camera():
             for line in lines:
                 with self.subTest(line=line):
                     under = [CAMSIM, 'exec'] if '--yes' in line else []
                     answer = json.loads(self.check(camctl(*line.split(), '--json', under=under), 0).stdout)
-                    self.assertEqual(answer['results'] == [], line == 'config diff a.txt')
+                    self.assertEqual(answer['results'] == [], line in same)
         # These print one object a line, or what a program does, and have tests of their own.
-        seen = {' '.join(line.split()[:words]) for line in lines for words in (1, 2)} | {'shell', 'reg watch', 'record'}
+        seen = {' '.join(line.split()[:words]) for line in lines for words in (1, 2)}
+        seen |= {'shell', 'reg watch', 'record', 'recording chrome', 'replay'}
         self.assertLessEqual({' '.join(path) for path in self.commands()}, seen)
 
     def test_config_files_carry_the_whole_record(self):
@@ -260,7 +324,8 @@ class CamctlTest(unittest.TestCase):
         self.check(camctl('config', 'restore', 'saved.txt'), 0)
         self.assertEqual((CONFIG / 'all.conf').read_bytes(), record)
         self.check(camctl('config', 'set', 'wb-mode=indoor', 'saturation=6'), 0)
-        self.assertEqual([row['stored'] for row in self.results('config', 'diff', 'saved.txt')],
+        differences = self.check(camctl('config', 'diff', 'saved.txt', '--json'), 1).stdout
+        self.assertEqual([row['stored'] for row in json.loads(differences)['results']],
                          ['wb_mode = indoor', 'saturation = 6'])
         changed = [i for i, byte in enumerate((CONFIG / 'all.conf').read_bytes()) if byte != record[i]]
         self.assertEqual(changed, [16, 17, 18, 19, 48, 49, 50, 51])
@@ -273,7 +338,7 @@ class CamctlTest(unittest.TestCase):
                 pathlib.Path('bad.txt').write_text(f'saturation = 5\n{line}\n')
                 self.check(camctl('config', 'restore', 'bad.txt'), 2, 'bad.txt line 2')
                 self.assertEqual((CONFIG / 'all.conf').read_bytes(), before)
-        self.check(camctl('config', 'set', 'saturation=5', 'shutter_speed=15'), 2, 'no value 15 (0 to 14)')
+        self.check(camctl('config', 'set', 'saturation=5', 'shutter_speed=15'), 2, '15 is not 0 to 14')
         self.assertEqual((CONFIG / 'all.conf').read_bytes(), before)
 
     def test_what_is_not_the_record_is_not_read_but_a_file_is_replaced(self):
@@ -350,6 +415,11 @@ class CamctlTest(unittest.TestCase):
             self.assertEqual(watch.wait(10), -signal.SIGINT)
             watch.stdout.close()
             self.check(camctl('reg', 'read', 'saturation'), 0)
+        with Camera() as camera:
+            binning = subprocess.Popen([CAMCTL, 'set', 'binning=on'], stderr=subprocess.PIPE, text=True)
+            camera.wait_for('w 0/0x03=0x01')
+            binning.send_signal(signal.SIGINT)
+            self.assertIn('may be half set: 0/0x03 sensor_mode', binning.communicate(timeout=20)[1])
 
     def subcommands(self, path):
         help_text = camctl(*path, '--help').stdout
@@ -370,7 +440,7 @@ class CamctlTest(unittest.TestCase):
             help_text, names = self.subcommands(path)
             options = set(re.findall(r'--[a-z-]+', help_text.split('Example:')[0]))
             self.assertEqual(camctl('complete', *path, '').stdout.split() if names else [], names)
-            self.assertEqual(set(camctl('complete', *path, '--').stdout.split()), options | {'--json'})
+            self.assertEqual(set(camctl('complete', *path, '--').stdout.split()), options | {'--json', '--verbose', '--no-retry'})
             for option in options:
                 self.assertIn(f'*{option}*', page)
         self.assertEqual(named, {' '.join(path) for path in self.commands() if not self.subcommands(path)[1]})

@@ -175,14 +175,14 @@ TEST_F(CameraInterfaceTest, HandsOutResultsAndAnswers) {
 
 TEST_F(CameraInterfaceTest, RawCommandsBringTheirReply) {
   start();
-  const std::string longest = "r,14,140" + std::string(247, ';');
+  const std::string longest = "r,13,140" + std::string(247, ';');
   const struct {
     const char* cmd;
     int len, result;
     std::string reply;
   } cases[] = {
-      {"r,14,140;14,141;14,142", 22, 0, "\x42\xff\x07"},
-      {"w,14,140,0x0f,0x1", 17, 0, "\x42"},  // the value before
+      {"r,13,140;13,141;13,142", 22, 0, "\x42\xff\x07"},
+      {"w,13,140,0x0f,0x1", 17, 0, "\x42"},  // the value before
       {longest.c_str(), 255, 0, "\x41"},
       {"", 0, 0, ""},
       {longest.c_str(), 256, -1, ""},
@@ -190,7 +190,7 @@ TEST_F(CameraInterfaceTest, RawCommandsBringTheirReply) {
       {nullptr, 5, -1, ""},
   };
   for (const std::uint32_t byte : {140u, 141u, 142u})
-    camera.set_reg(14, byte, static_cast<std::uint8_t>(cases[0].reply[byte - 140]));
+    camera.set_reg(13, byte, static_cast<std::uint8_t>(cases[0].reply[byte - 140]));
   char reply[40];
   int reply_len = -5;
   for (const auto& c : cases) {

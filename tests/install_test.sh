@@ -32,11 +32,8 @@ packages=$(dirname "$(find "$prefix" -name camera_ctrl.pc)")
 # Runs both beside the installed camera, whose world leaves its own tree in place.
 cp "$work"/with_* "$prefix/bin"
 export LD_LIBRARY_PATH=${packages%/pkgconfig}
-"$prefix/bin/camsim" --private 2>"$work/camsim" &
-trap 'kill $!; rm -rf "$work"' EXIT
-for _ in $(seq 100); do grep -q 'serving requests' "$work/camsim" && break; sleep 0.05; done
 for program in with_cmake with_pkg_config; do
-  "$prefix/bin/camsim" exec --camera $! --devices "$prefix/devices" "$prefix/bin/$program" >"$work/output" 2>&1 ||
+  "$prefix/bin/camsim" exec --start --devices "$prefix/devices" "$prefix/bin/$program" >"$work/output" 2>&1 ||
     { cat "$work/output"; exit 1; }
   grep -qx 'Saturation(3): 0, GetICR(): 0, IR-cut filter: 60' "$work/output" || { cat "$work/output"; exit 1; }
 done

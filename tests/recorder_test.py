@@ -88,7 +88,7 @@ class RecorderTest(unittest.TestCase):
                          [('saturation', 4), ('iris-hold', 0), ('saturation', 5)])
         [change] = of_kind(found, 'stored')
         self.assertEqual((change['offset'], change['bytes']), (48, '02'))
-        self.assertEqual(found.index(change) + 1, found.index(requests[2]))
+        self.assertLess(found.index(change), found.index(requests[2]))
         number = requests[0]['number']
         lines = [event for event in found if number in (event.get('number'), event.get('request'))]
         self.assertEqual([event['event'] for event in lines], ['request', 'exchange', 'exchange', 'answer'])
@@ -105,8 +105,8 @@ class RecorderTest(unittest.TestCase):
             self.assertIn('\n0 steps not as expected', process.communicate(timeout=60)[0])
         found = events()
         requests, answers = of_kind(found, 'request'), of_kind(found, 'answer')
-        self.assertEqual([event['number'] for event in requests], list(range(1, 18)))
-        self.assertEqual([event['number'] for event in answers], list(range(1, 18)))
+        self.assertEqual([event['number'] for event in requests], list(range(1, 17)))
+        self.assertEqual([event['number'] for event in answers], list(range(1, 17)))
         self.assertEqual(len({event['thread'] for event in requests}), 5)
         self.assertEqual([(requests[i]['raw'], answers[i]['reply']) for i in (0, 2)],
                          [('w,200,9,0xff,0xa0', '00'), ('r,200,9', 'a5')])

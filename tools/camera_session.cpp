@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <map>
+#include <set>
 #include <thread>
 
 #include "ipcam/camera/camera_interface.h"
@@ -44,10 +45,12 @@ bool selects_preset(const std::vector<RegisterWrite>& writes) {
 
 }  // namespace
 
-CameraSession::CameraSession(const std::string& tried) {
+CameraSession::CameraSession(Output& out, const std::string& tried) : port_(out) {
   if (!read_stored_record())
     throw CommandError(kUsage, tried + ": the stored settings cannot be read");
   require_link(tried);
+  // Start-up would wait for each of a dozen replies of a camera that does not answer.
+  OwnPort(out).read(registers::address("sensor_mode"), tried);
   const ExchangeLog log;
   if (camera::new_camera_ctrl(&g_port) != 0)
     throw CommandError(kRefused, tried + ": the control thread did not start");
@@ -79,7 +82,7 @@ int CameraSession::wait_for_measurement(const ExchangeLog& log, const std::strin
   };
   int worker = 0;
   while (worker == 0 || tgkill(getpid(), worker, 0) == 0) {
-    check_for_stop();
+    if (stop_requested()) break;
     if (Clock::now() > deadline) throw CommandError(kTimedOut, tried + ": does not end");
     std::this_thread::sleep_for(20ms);
     const std::vector<LoggedExchange> exchanges = log.exchanges();
@@ -101,18 +104,31 @@ std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int va
     return exchange.thread != control_thread_ && exchange.thread != worker;
   });
 
+  std::vector<RegisterWrite> writes = carried_out_writes(exchanges);
+  check_for_stop(writes, tried);
   if (const auto elapsed = unrepaired_failure(exchanges, Clock::now()))
-    fail_exchange(tried, *elapsed);
+    throw exchange_failure(tried, *elapsed);
   if (result != 0) {
     const std::string reason =
         setting.depends.empty() ? "" : " (" + std::string(setting.depends) + ")";
     throw CommandError(kRefused, tried + ": refused" + reason);
   }
-  std::vector<RegisterWrite> writes = carried_out_writes(exchanges);
   if (measures && !selects_preset(writes))
     throw CommandError(kTimedOut, tried + ": the measurement found no gains");
   check_registers(writes, tried);
   return writes;
+}
+
+// What is asked for is known to be set only when it has been read back.
+void CameraSession::check_for_stop(const std::vector<RegisterWrite>& writes,
+                                   const std::string& tried) {
+  if (!stop_requested()) return;
+  std::set<Address> addresses;
+  for (const RegisterWrite& write : writes) addresses.insert(write.address);
+  std::string text;
+  for (const Address& address : addresses)
+    text += (text.empty() ? "; may be half set: " : ", ") + register_text(address);
+  throw CommandError(kRefused, tried + ": stopped by a signal" + text);
 }
 
 int CameraSession::query(const Setting& setting, const std::string& tried) {

@@ -16,7 +16,7 @@ namespace ipcam::tools {
 class CameraSession {
  public:
   // Starts the control thread and waits until it serves requests. Throws CommandError.
-  explicit CameraSession(const std::string& tried);
+  CameraSession(Output& out, const std::string& tried);
   ~CameraSession();
   CameraSession(const CameraSession&) = delete;
   CameraSession& operator=(const CameraSession&) = delete;
@@ -34,6 +34,7 @@ class CameraSession {
 
  private:
   int wait_for_measurement(const ExchangeLog& log, const std::string& tried) const;
+  static void check_for_stop(const std::vector<RegisterWrite>& writes, const std::string& tried);
   void check_registers(const std::vector<RegisterWrite>& writes, const std::string& tried);
 
   ControlThreadPort port_;

@@ -17,7 +17,7 @@ namespace {
 constexpr char kExitCodes[] =
     "Exit codes:\n"
     "  0  done\n"
-    "  1  refused by the camera; two recordings differ\n"
+    "  1  refused by the camera; of diff and replay: there are differences\n"
     "  2  wrong usage: arguments, files or rights\n"
     "  3  timed out\n"
     "  4  no comm application\n"
@@ -28,7 +28,10 @@ class CommandLine {
  public:
   explicit CommandLine(Context& context) : context_(context) {
     app_.set_version_flag("--version", CAMCTL_VERSION);
-    app_.add_flag("--json", json_, "Results as JSON");
+    // Read before the rest, so that they hold for errors of the command line too.
+    app_.add_flag("--json", is_mode_, "Results as JSON");
+    app_.add_flag("-v,--verbose", is_mode_, "Show the library's own lines too, on standard error");
+    app_.add_flag("--no-retry", is_mode_, "Do not repeat a register exchange that failed");
     app_.require_subcommand(1);
     app_.footer(std::string("Example:\n  camctl set saturation=3 wb=outdoor\n\n") + kExitCodes);
     add_settings_commands();
@@ -54,6 +57,12 @@ class CommandLine {
     family->fallthrough()->require_subcommand(1)->footer(kExitCodes);
     return family;
   }
+  void add_file(CLI::App* command, const std::string& purpose) {
+    command->add_option("FILE", name_, purpose)->required();
+  }
+  void add_dry_run(CLI::App* command) {
+    command->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  }
   void add_settings_commands();
   void add_reg_commands();
   void add_config_commands();
@@ -63,9 +72,9 @@ class CommandLine {
 
   void run_or_show(const std::vector<Request>& requests) {
     if (dry_run_) {
-      code_ = run_dry(context_, requests, words_);
+      code_ = run_dry(context_, requests, strict_, words_);
     } else {
-      run_requests(context_, requests);
+      run_requests(context_, requests, strict_);
     }
   }
 
@@ -74,19 +83,21 @@ class CommandLine {
   std::optional<int> code_;  // of a command that has ended its results by itself
   Words words_;
 
-  bool json_ = false;
+  bool is_mode_ = false;  // what the parser makes of the modes; nobody looks at it
   bool dry_run_ = false;
   Words names_;
   std::string name_;
+  std::string other_;
   DumpRange dump_;
   WatchLimits watch_;
+  bool strict_ = false;
+  bool all_ = false;
   bool yes_ = false;
   bool force_ = false;
   std::string file_ = "recording.jsonl";
   int limit_ = 8 << 20;
   int bench_count_ = 1000;
   bool bench_requests_ = false;
-  std::string other_;
   RecordingRows rows_;
   bool stats_ = false;
   ReplayOptions replay_;
@@ -94,24 +105,30 @@ class CommandLine {
 };
 
 void CommandLine::add_settings_commands() {
-  CLI::App* list =
-      add(&app_, "list", "Show the settings, their values and what they do", "list saturation wb");
-  list->add_option("NAME", names_, "Settings to show; all by default");
+  CLI::App* list = add(&app_, "list", "Show settings, actions and queries, values and meaning",
+                       "list saturation wb");
+  list->add_option("NAME", names_, "Those to show; all by default");
   list->callback([this] { list_settings(context_, names_); });
 
   CLI::App* set = add(&app_, "set", "Change settings", "set saturation=3 wb=outdoor");
   set->add_option("NAME=VALUE", names_, "Settings and values of camctl list")->required();
-  set->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
+  add_dry_run(set);
+  set->add_flag("--strict", strict_, "Fail when a setting has no effect now");
   set->callback([this] { run_or_show(parse_assignments(names_)); });
 
-  CLI::App* trigger = add(&app_, "do", "Start an action", "do exposure");
-  trigger->add_option("NAME", name_, "Trigger of camctl list")->required();
-  trigger->add_flag("--dry-run", dry_run_, "Show the register writes without sending them");
-  trigger->callback([this] { run_or_show({parse_trigger(name_)}); });
+  CLI::App* action = add(&app_, "do", "Start an action", "do exposure");
+  action->add_option("NAME", name_, "Action of camctl list")->required();
+  add_dry_run(action);
+  action->callback([this] { run_or_show({parse_action(name_)}); });
 
-  CLI::App* get = add(&app_, "get", "Ask the camera for a state", "get icr");
-  get->add_option("NAME", name_, "Query of camctl list")->required();
-  get->callback([this] { get_query(context_, name_); });
+  CLI::App* get = add(&app_, "get", "Show settings as stored and as the registers hold them",
+                      "get saturation icr");
+  get->add_option("NAME", names_, "Settings and queries of camctl list");
+  get->add_flag("--all", all_, "All of them");
+  get->callback([this] {
+    if (names_.empty() != all_) throw CommandError(kUsage, "get: either names or --all");
+    get_settings(context_, names_);
+  });
 }
 
 void CommandLine::add_reg_commands() {
@@ -128,7 +145,8 @@ void CommandLine::add_reg_commands() {
       ->add_option("REGISTER=VALUE[:MASK]", names_,
                    "What to write; by default under the register's own mask")
       ->required();
-  write->callback([this] { reg_write(context_, names_); });
+  write->add_flag("--force", force_, "Registers that can only be read too");
+  write->callback([this] { reg_write(context_, names_, force_); });
 
   CLI::App* dump =
       add(reg, "dump", "Show a category's registers in a grid", "reg dump 12 0x70 0x8f");
@@ -156,6 +174,23 @@ void CommandLine::add_reg_commands() {
     code_ = kDone;
   });
 
+  CLI::App* save =
+      add(reg, "save", "Save all named registers as a text file", "reg save before.txt");
+  add_file(save, "File to write, as camsim takes it; - for standard output");
+  save->callback([this] { reg_save(context_, name_); });
+
+  CLI::App* diff = add(reg, "diff", "Compare a file with the camera's registers, or another file",
+                       "reg diff before.txt");
+  add_file(diff, "File of camctl reg save or camsim");
+  diff->add_option("OTHER", other_, "Another one; by default the camera");
+  diff->callback([this] { code_ = reg_diff(context_, name_, other_); });
+
+  CLI::App* restore =
+      add(reg, "restore", "Write the registers that a file says", "reg restore before.txt");
+  add_file(restore, "File of camctl reg save; lines may be left out");
+  add_dry_run(restore);
+  restore->callback([this] { reg_restore(context_, name_, dry_run_); });
+
   add(reg, "list", "Show the names of registers", "reg list")->callback([this] {
     reg_list(context_);
   });
@@ -179,19 +214,18 @@ void CommandLine::add_config_commands() {
 
   CLI::App* save =
       add(config, "save", "Save the stored settings as a text file", "config save before.txt");
-  save->add_option("FILE", name_, "File to write; - for standard output")->required();
+  add_file(save, "File to write; - for standard output");
   save->callback([this] { config_save(context_, name_); });
 
   CLI::App* restore =
       add(config, "restore", "Store what a saved file says", "config restore before.txt");
-  restore->add_option("FILE", name_, "File of camctl config save; lines may be left out")
-      ->required();
+  add_file(restore, "File of camctl config save; lines may be left out");
   restore->callback([this] { config_restore(context_, name_); });
 
   CLI::App* diff = add(config, "diff", "Compare the stored settings with a saved file",
                        "config diff before.txt");
-  diff->add_option("FILE", name_, "File of camctl config save")->required();
-  diff->callback([this] { config_diff(context_, name_); });
+  add_file(diff, "File of camctl config save");
+  diff->callback([this] { code_ = config_diff(context_, name_); });
 }
 
 void CommandLine::add_service_commands() {
@@ -263,7 +297,7 @@ void CommandLine::add_commands_outside_shell() {
   record_command->add_option("--limit", limit_, "Bytes, after which the file begins anew")
       ->check(CLI::Range(64 << 10, 1 << 30));
   record_command->add_option("COMMAND", names_, "Program and its arguments, behind --")->required();
-  record_command->callback([this] { record(context_, file_, limit_, names_); });
+  record_command->callback([this] { record(file_, limit_, names_); });
 
   CLI::App* replay_command =
       add(&app_, "replay", "Play a recording again and compare what the library does",
@@ -350,19 +384,29 @@ int CommandLine::run(const Words& words) {
   return kDone;
 }
 
-}  // namespace
-
-int run_command_line(Context& context, const Words& words) {
-  if (std::find(words.begin(), words.end(), "--json") != words.end()) context.out.use_json(true);
+int run_or_report(Context& context, const Words& words) {
   try {
     return CommandLine(context).run(words);
   } catch (const CommandError& error) {
-    context.out.fail(error);
+    context.out.fail(CommandError(error.code(), context.place + error.what()));
     return error.code();
   } catch (const std::exception& error) {
-    context.out.fail(CommandError(kUsage, joined(words) + ": " + error.what()));
+    context.out.fail(CommandError(kUsage, context.place + joined(words) + ": " + error.what()));
     return kUsage;
   }
+}
+
+}  // namespace
+
+int run_command_line(Context& context, const Words& words) {
+  const auto has = [&](const char* word) { return std::ranges::count(words, word) > 0; };
+  const Output::Modes before = context.out.modes();
+  context.out.use({.json = before.json || has("--json"),
+                   .verbose = before.verbose || has("-v") || has("--verbose"),
+                   .retry = before.retry && !has("--no-retry")});
+  const int code = run_or_report(context, words);
+  context.out.use(before);
+  return code;
 }
 
 }  // namespace ipcam::tools

@@ -2,7 +2,10 @@
 #include "tools/commands.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
 
 #include "sim/devices.h"
 #include "tools/link_state.h"
@@ -33,19 +36,29 @@ void enter_private_world(const workstation::Paths& covered) {
   setenv("IPCAM_CONFIG_DIR", "/tmp", 1);
 }
 
+void save_text(Context& context, const std::string& tried, const std::string& file,
+               const std::string& text) {
+  if (file == "-") return context.out.result({{"text", text}}, text);
+  std::ofstream stream(file);
+  stream << text << std::flush;
+  if (!stream) throw CommandError(kUsage, tried + ": " + std::strerror(errno));
+  context.out.result({{"file", file}}, "saved in " + file);
+}
+
 BorrowedPort::BorrowedPort(Context& context, const std::string& tried)
     : port_(context.session != nullptr ? &context.session->port() : nullptr) {
   if (port_ != nullptr) return;
   require_link(tried);
-  port_ = &own_.emplace();
+  port_ = &own_.emplace(context.out);
 }
 
 BorrowedSession::BorrowedSession(Context& context) : session_(context.session) {
   if (session_ != nullptr) return;
   const std::string tried = "start the control thread";
   require_link(tried);
-  context.out.note("starting a control thread for this call; it applies the stored settings first");
-  session_ = &own_.emplace(tried);
+  context.out.detail(
+      "starting a control thread for this call; it applies the stored settings first");
+  session_ = &own_.emplace(context.out, tried);
 }
 
 }  // namespace ipcam::tools

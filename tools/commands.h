@@ -2,11 +2,13 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "sim/register_file.h"
 #include "tools/camera_session.h"
 #include "tools/output.h"
 #include "tools/register_port.h"
@@ -16,10 +18,11 @@ namespace ipcam::tools {
 
 using Words = std::vector<std::string>;
 
-// Where results go, and, in a shell, the control thread that it holds.
+// Where results go, and, in a shell, the control thread that it holds and the line it is at.
 struct Context {
   Output& out;
   CameraSession* session = nullptr;
+  std::string place = {};  // "line 7: ", before what is wrong in it
 };
 
 // The port of the shell's control thread, or one of the command's own once
@@ -53,6 +56,9 @@ std::pair<std::string, std::string> split_assignment(const std::string& text,
 bool is_wanted(std::string_view name, const Words& names);
 // Address and name of a register, as columns.
 std::string register_columns(Address address);
+// Into a file, or, for "-", as a result.
+void save_text(Context& context, const std::string& tried, const std::string& file,
+               const std::string& text);
 
 // System V objects, the folders `covered` (/tmp among them) and the stored settings of this
 // process's own, and the camera's devices out of reach: nothing that is done then gets to the real
@@ -68,15 +74,19 @@ struct Request {
 };
 void list_settings(Context& context, const Words& names);
 std::vector<Request> parse_assignments(const Words& assignments);
-Request parse_trigger(const std::string& name);
-void run_requests(Context& context, const std::vector<Request>& requests);
-void get_query(Context& context, const std::string& name);
+Request parse_action(const std::string& name);
+// Those that change nothing now fail if `strict`; else that is only said.
+void run_requests(Context& context, const std::vector<Request>& requests, bool strict);
+// What settings are stored as and what the registers hold, and answers to queries; of all by
+// default.
+void get_settings(Context& context, const Words& names);
 // The table as a section of the man page.
 std::string man_settings();
 
 // What the requests would send: dry_run.cpp. Returns the exit code of the process that tried them.
 
-int run_dry(Context& context, const std::vector<Request>& requests, const Words& command_line);
+int run_dry(Context& context, const std::vector<Request>& requests, bool strict,
+            const Words& command_line);
 
 // Recordings: commands_recording.cpp, replay.cpp. Return the exit code.
 
@@ -110,12 +120,29 @@ struct WatchLimits {
   int interval_ms = 100;
 };
 void reg_read(Context& context, const Words& registers);
-void reg_write(Context& context, const Words& assignments);
+// Refuses registers that can only be read, unless told to.
+void reg_write(Context& context, const Words& assignments, bool force);
+// Writes the entries, shows what they have changed and makes sure that the registers hold it.
+void write_and_show(Context& context, std::span<const camera::param_info> entries,
+                    const std::string& tried);
+void show_write(Output& out, const camera::param_info& entry, std::uint8_t before,
+                std::uint8_t after);
 void reg_dump(Context& context, const DumpRange& range);
 void reg_watch(Context& context, const Words& registers, const WatchLimits& limits);
 void reg_list(Context& context);
+Json register_json(Address address);
 // docs/registers.md.
 std::string register_document();
+
+// Snapshots of registers: commands_snapshot.cpp.
+
+std::vector<Address> named_registers();
+sim::RegisterMap read_registers(Context& context, const std::string& tried,
+                                const std::vector<Address>& addresses);
+void reg_save(Context& context, const std::string& file);
+// Of a file and the camera, or another file. Returns the exit code.
+int reg_diff(Context& context, const std::string& file, const std::string& other);
+void reg_restore(Context& context, const std::string& file, bool dry_run);
 
 // Stored settings: commands_config.cpp.
 
@@ -124,12 +151,11 @@ void config_show(Context& context, const Words& names);
 void config_set(Context& context, const Words& assignments);
 void config_save(Context& context, const std::string& file);
 void config_restore(Context& context, const std::string& file);
-void config_diff(Context& context, const std::string& file);
+int config_diff(Context& context, const std::string& file);  // returns the exit code
 
 // A program that is recorded, in this process: commands_record.cpp. Returns only by a failure.
 
-[[noreturn]] void record(Context& context, const std::string& file, int limit,
-                         const Words& command);
+[[noreturn]] void record(const std::string& file, int limit, const Words& command);
 
 // Service: commands_service.cpp, commands_bench.cpp, shell.cpp.
 

@@ -90,7 +90,6 @@ void compare(Output& out, const std::string& name, int count, const std::functio
 
 void bench_exchanges(Context& context, int count) {
   const std::string tried = "bench";
-  const LibraryMute mute;
   const Address address = registers::address("sensor_mode");
   BorrowedPort port(context, tried);
   bench::CommPeer bare(IPC_PRIVATE);

@@ -1,9 +1,6 @@
 // camctl config: the stored settings record.
-#include <cerrno>
-#include <cstring>
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "tools/commands.h"
@@ -35,12 +32,12 @@ std::string stored_text(const Field& field, int value) {
   return value_text(field.values, Form::kStored, value);
 }
 
-std::string read_file(const std::string& file, const std::string& tried) {
-  std::ifstream stream(file);
-  std::string text(std::istreambuf_iterator<char>(stream), {});
-  if (!stream.is_open() || stream.bad())
-    throw CommandError(kUsage, tried + ": " + std::strerror(errno));
-  return text;
+// What makes the camera take a stored value at once.
+std::string applied_by(const Field& field) {
+  const Setting* setting = find_setting_of(field.name);
+  if (setting == nullptr) return "";
+  if (setting->kind == Kind::kStored) return "; do exposure applies it";
+  return "; set " + std::string(setting->name) + "=... changes it now";
 }
 
 }  // namespace
@@ -60,7 +57,8 @@ void config_show(Context& context, const Words& names) {
   for (const std::string& name : names) known_field(name, "config show " + name);
   const camera::SettingsRecord record = stored_record("config show");
   for (const Field& field : stored_fields()) {
-    if (!is_wanted(field.name, names)) continue;
+    const auto is_it = [&](const std::string& name) { return find_field(name) == &field; };
+    if (!names.empty() && std::ranges::none_of(names, is_it)) continue;
     const int value = field_value(record, field);
     context.out.result({{"name", field.name},
                         {"offset", field.offset},
@@ -69,7 +67,7 @@ void config_show(Context& context, const Words& names) {
                         {"text", stored_text(field, value)},
                         {"meaning", field.meaning}},
                        padded(std::string(field.name) + " = " + stored_text(field, value), 36) +
-                           "# " + std::string(field.meaning));
+                           "# " + std::string(field.meaning) + applied_by(field));
   }
 }
 
@@ -80,10 +78,8 @@ void config_set(Context& context, const Words& assignments) {
     const auto [name, value] = split_assignment(text, tried, "FIELD=VALUE");
     const Field& field = known_field(name, tried);
     const auto number = parse_value(field.values, Form::kStored, value);
-    if (!number) {
-      throw CommandError(kUsage, tried + ": no value " + value + " (" +
-                                     describe(field.values, Form::kStored) + ")");
-    }
+    if (!number)
+      throw CommandError(kUsage, tried + ": " + refusal(field.values, Form::kStored, value));
     changes.emplace_back(&field, *number);
   }
 
@@ -95,25 +91,17 @@ void config_set(Context& context, const Words& assignments) {
     const int old_value = field_value(before, *field);
     context.out.result({{"name", field->name}, {"old", old_value}, {"new", value}},
                        std::string(field->name) + ": " + stored_text(*field, old_value) + " -> " +
-                           stored_text(*field, value));
+                           stored_text(*field, value) + applied_by(*field));
   }
 }
 
 void config_save(Context& context, const std::string& file) {
   const std::string tried = "config save " + file;
-  const std::string text = record_text(stored_record(tried));
-  if (file == "-") {
-    return context.out.result({{"text", text}}, text);
-  }
-  std::ofstream stream(file);
-  stream << text << std::flush;
-  if (!stream) throw CommandError(kUsage, tried + ": " + std::strerror(errno));
-  context.out.result({{"file", file}}, "saved in " + file);
+  save_text(context, tried, file, record_text(stored_record(tried)));
 }
 
 void config_restore(Context& context, const std::string& file) {
   const std::string tried = "config restore " + file;
-  const std::string text = read_file(file, tried);
   camera::SettingsRecord record{};
   if (const auto stored = read_stored_record()) {
     record = *stored;
@@ -121,25 +109,31 @@ void config_restore(Context& context, const std::string& file) {
     context.out.note(tried +
                      ": no stored settings could be read, what the file leaves out becomes 0");
   }
-  apply_record_text(text, file, record);
+  apply_record_file(file, record);
   store(record, tried);
   context.out.result({{"file", file}}, "restored from " + file);
 }
 
-void config_diff(Context& context, const std::string& file) {
+int config_diff(Context& context, const std::string& file) {
   const std::string tried = "config diff " + file;
   const camera::SettingsRecord stored = stored_record(tried);
   camera::SettingsRecord other = stored;
-  apply_record_text(read_file(file, tried), file, other);
+  apply_record_file(file, other);
+  int code = kDone;
   // Line by line: both texts have the same lines in the same order.
   std::istringstream ours(record_text(stored));
   std::istringstream theirs(record_text(other));
   for (std::string our, their; std::getline(ours, our) && std::getline(theirs, their);) {
     if (our == their) continue;
+    if (code == kDone && !context.out.modes().json)
+      context.out.line("# - stored settings, + " + file);
+    code = kDiffer;
     context.out.result({{"stored", our}, {"file", their}},
                        context.out.styled(Output::Style::kBad, "- " + our) + "\n" +
                            context.out.styled(Output::Style::kGood, "+ " + their));
   }
+  context.out.finish();
+  return code;
 }
 
 }  // namespace ipcam::tools

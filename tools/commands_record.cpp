@@ -44,7 +44,7 @@ void check_file(const std::string& file) {
 
 }  // namespace
 
-void record(Context& context, const std::string& file, int limit, const Words& command) {
+void record(const std::string& file, int limit, const Words& command) {
   const std::string path = fs::absolute(file);
   const char* const preloaded = std::getenv("LD_PRELOAD");
   const std::string others = preloaded == nullptr ? "" : std::string(":") + preloaded;
@@ -58,7 +58,6 @@ void record(Context& context, const std::string& file, int limit, const Words& c
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
-  dup2(context.out.results_fd(), STDOUT_FILENO);
   execvp(arguments[0], arguments.data());
   fail(command[0], std::strerror(errno));
 }

@@ -328,7 +328,9 @@ int recording_chrome(Context& context, const std::string& file) {
   }
   for (const auto& [thread, name] : threads) trace.push_back(thread_name(thread, name));
   context.out.line(json_text(trace));
-  context.out.use_json(false);  // the trace is the result
+  Output::Modes modes = context.out.modes();
+  modes.json = false;  // the trace is the result
+  context.out.use(modes);
   return finish_recording(context, file, recording, kDone);
 }
 

@@ -20,7 +20,13 @@ Address parse_register(const std::string& text, const std::string& tried) {
 
 std::vector<Address> parse_registers(const Words& registers, const std::string& tried) {
   std::vector<Address> addresses;
-  for (const std::string& text : registers) addresses.push_back(parse_register(text, tried));
+  for (const std::string& text : registers) {
+    const Address first = parse_register(text, tried);
+    const registers::RegisterGroup* group = registers::group_of(first);
+    const bool is_group = group != nullptr && same_name(group->name, text);
+    for (int i = 0; i < (is_group ? group->count : 1); ++i)
+      addresses.push_back({first.category, static_cast<std::uint16_t>(first.byte + i)});
+  }
   return addresses;
 }
 
@@ -28,14 +34,16 @@ std::uint8_t parse_byte(const std::string& text, const std::string& what,
                         const std::string& tried) {
   const auto value = parse_number(text);
   if (value && *value >= 0 && *value <= 0xff) return static_cast<std::uint8_t>(*value);
-  throw CommandError(kUsage, tried + ": no " + what + " " + text + " (0 to 0xff)");
+  throw CommandError(kUsage, tried + ": " + what + " " + text + " is not 0 to 0xff");
 }
 
 // REGISTER=VALUE or REGISTER=VALUE:MASK.
-camera::param_info parse_write(const std::string& text) {
+camera::param_info parse_write(const std::string& text, bool force) {
   const std::string tried = "reg write " + text;
   const auto [name, value] = split_assignment(text, tried, "REGISTER=VALUE[:MASK]");
   const Address address = parse_register(name, tried);
+  if (registers::is_read_only(address) && !force)
+    throw CommandError(kUsage, tried + ": the register can only be read, or use --force");
   const std::size_t colon = value.find(':');
 
   camera::param_info entry;
@@ -45,15 +53,6 @@ camera::param_info parse_write(const std::string& text) {
   entry.mask = colon == std::string::npos ? register_mask(address)
                                           : parse_byte(value.substr(colon + 1), "mask", tried);
   return entry;
-}
-
-Json register_json(Address address) {
-  return {{"category", address.category}, {"byte", address.byte}, {"name", register_name(address)}};
-}
-
-std::string register_text(Address address) {
-  const std::string name = register_name(address);
-  return address_text(address) + (name.empty() ? "" : " " + name);
 }
 
 void print_value(Output& out, Address address, std::uint8_t value) {
@@ -78,7 +77,7 @@ void print_state(Output& out, Address address, std::optional<std::uint8_t> old_v
   if (old_value) json["old"] = *old_value;
   json["value"] = value;
   const std::string change = old_value ? " " + hex(*old_value) + " -> " : " = ";
-  out.line(out.is_json() ? json_text(json) : register_text(address) + change + hex(value));
+  out.line(out.modes().json ? json_text(json) : register_text(address) + change + hex(value));
 }
 
 // Names of the tables that write the registers of a row; of a part of a
@@ -127,29 +126,40 @@ void reg_read(Context& context, const Words& registers) {
     print_value(context.out, addresses[i], values[i]);
 }
 
-void reg_write(Context& context, const Words& assignments) {
-  const std::string tried = "reg write";
-  std::vector<camera::param_info> entries;
+Json register_json(Address address) {
+  return {{"category", address.category}, {"byte", address.byte}, {"name", register_name(address)}};
+}
+
+void show_write(Output& out, const camera::param_info& entry, std::uint8_t before,
+                std::uint8_t after) {
+  Json json = register_json(address_of(entry));
+  json["mask"] = entry.mask;
+  json["old"] = before;
+  json["new"] = after;
+  out.result(json, register_text(address_of(entry)) + " mask " + hex(entry.mask) + "  " +
+                       hex(before) + " -> " + hex(after));
+}
+
+void write_and_show(Context& context, std::span<const camera::param_info> entries,
+                    const std::string& tried) {
   std::vector<Address> addresses;
-  for (const std::string& text : assignments) {
-    entries.push_back(parse_write(text));
-    addresses.push_back(address_of(entries.back()));
-  }
+  for (const camera::param_info& entry : entries) addresses.push_back(address_of(entry));
   BorrowedPort port(context, tried);
   const std::vector<std::uint8_t> before = port->write(entries, tried);
   const std::vector<std::uint8_t> after = port->read(addresses, tried);
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    Json json = register_json(addresses[i]);
-    json["mask"] = entries[i].mask;
-    json["old"] = before[i];
-    json["new"] = after[i];
-    context.out.result(json, register_text(addresses[i]) + " mask " + hex(entries[i].mask) + "  " +
-                                 hex(before[i]) + " -> " + hex(after[i]));
+    show_write(context.out, entries[i], before[i], after[i]);
     if (((after[i] ^ entries[i].data) & entries[i].mask) == 0) continue;
     throw CommandError(kRefused, tried + ": register " + address_text(addresses[i]) + " holds " +
                                      hex(after[i]) + ", not " + hex(entries[i].data) +
                                      " under mask " + hex(entries[i].mask));
   }
+}
+
+void reg_write(Context& context, const Words& assignments, bool force) {
+  std::vector<camera::param_info> entries;
+  for (const std::string& text : assignments) entries.push_back(parse_write(text, force));
+  write_and_show(context, entries, "reg write");
 }
 
 void reg_dump(Context& context, const DumpRange& range) {
@@ -158,7 +168,6 @@ void reg_dump(Context& context, const DumpRange& range) {
   if (range.first > range.last) {
     throw CommandError(kUsage, tried + ": no range " + hex(range.first) + " to " + hex(range.last));
   }
-  const LibraryMute mute;
   BorrowedPort port(context, tried);
   std::vector<std::uint8_t> values;
   const auto category = static_cast<std::uint8_t>(range.category);
@@ -191,7 +200,6 @@ void reg_dump(Context& context, const DumpRange& range) {
 void reg_watch(Context& context, const Words& registers, const WatchLimits& limits) {
   const std::string tried = "reg watch";
   const std::vector<Address> addresses = parse_registers(registers, tried);
-  const LibraryMute mute;
   BorrowedPort port(context, tried);
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeout_s);
 

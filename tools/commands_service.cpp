@@ -49,7 +49,6 @@ Finding record_finding(const LinkState& link) {
 Finding exchange_finding(Context& context) {
   const auto start = std::chrono::steady_clock::now();
   try {
-    const LibraryMute mute;
     BorrowedPort(context, "doctor")->read(registers::address("sensor_mode"), "doctor");
   } catch (const CommandError& error) {
     return {"exchange", false, error.what(),
@@ -75,7 +74,7 @@ std::vector<Finding> examine_link(Context& context) {
   if (!link.has_semaphore || !link.has_segment) return findings;
   const bool may_use = link.may_use_semaphore && link.may_use_segment;
   add({"access", may_use, may_use ? "may read and write both" : "may not read and write both",
-       kRightsAdvice});
+       kRightsAdvice, kUsage});
   if (!may_use) return findings;
   if (!add({"segment size", link.record.has_value(), std::to_string(link.segment_size) + " bytes",
             kRestartAdvice})) {
@@ -145,7 +144,7 @@ void flash_sdram(Context& context) {
   const auto start = std::chrono::steady_clock::now();
   camera::DspCommand dsp;
   if (dsp.execute_alltosdram() != 0)
-    fail_exchange("flash sdram", std::chrono::steady_clock::now() - start);
+    throw exchange_failure("flash sdram", std::chrono::steady_clock::now() - start);
   context.out.result({{"action", "sdram"}}, "sent: all to SDRAM");
 }
 

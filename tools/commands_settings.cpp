@@ -3,21 +3,14 @@
 
 #include "ipcam/camera/camera_request.h"
 #include "tools/commands.h"
+#include "tools/held_values.h"
 #include "tools/link_state.h"
-#include "tools/parameter_tables.h"
+#include "tools/record_text.h"
 #include "tools/settings_table.h"
 
 namespace ipcam::tools {
 
 namespace {
-
-const Values& values_of(const Setting& setting) {
-  return setting.kind == Kind::kStored ? find_field(setting.field)->values : setting.values;
-}
-
-Form form_of(const Setting& setting) {
-  return setting.kind == Kind::kStored ? Form::kStored : Form::kRequest;
-}
 
 bool takes_value(const Setting& setting) {
   return setting.kind == Kind::kSetting || setting.kind == Kind::kStored;
@@ -26,19 +19,9 @@ bool takes_value(const Setting& setting) {
 std::string command_of(const Setting& setting) {
   const std::string name(setting.name);
   if (setting.kind == Kind::kSetting) return "camctl set " + name + "=VALUE";
-  if (setting.kind == Kind::kTrigger) return "camctl do " + name;
+  if (setting.kind == Kind::kAction) return "camctl do " + name;
   if (setting.kind == Kind::kQuery) return "camctl get " + name;
   return "camctl config set " + std::string(setting.field) + "=VALUE, then camctl do exposure";
-}
-
-std::vector<Address> registers_of(const Setting& setting) {
-  std::vector<Address> addresses;
-  for (const auto& table : setting.tables) {
-    for (const camera::param_info& row : table) addresses.push_back(address_of(row));
-  }
-  std::sort(addresses.begin(), addresses.end());
-  addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
-  return addresses;
 }
 
 Json setting_json(const Setting& setting) {
@@ -47,8 +30,7 @@ Json setting_json(const Setting& setting) {
   if (takes_value(setting)) {
     if (values.words.empty()) json["range"] = {values.min, values.max};
     for (const Word& word : values.words) {
-      json["words"][std::string(word.word)] =
-          form_of(setting) == Form::kRequest ? word.request : word.stored;
+      json["words"][std::string(word.word)] = number_of(word, form_of(setting));
     }
     if (!values.unit.empty()) json["unit"] = values.unit;
   }
@@ -70,7 +52,8 @@ std::string setting_text(const Output& out, const Setting& setting) {
   if (takes_value(setting)) text += "  " + describe(values_of(setting), form_of(setting));
   text += "\n" + indent + std::string(setting.meaning);
   if (!setting.depends.empty()) text += "\n" + indent + std::string(setting.depends);
-  if (setting.kind == Kind::kStored) text += "\n" + indent + command_of(setting);
+  if (!setting.field.empty()) text += "\n" + indent + "stored as " + std::string(setting.field);
+  if (setting.kind == Kind::kStored) text += ": " + command_of(setting);
   return text;
 }
 
@@ -87,12 +70,8 @@ Request parse_assignment(const std::string& text) {
         kUsage, tried + ": no setting " + name + did_you_mean(name, setting_names(Kind::kSetting)));
   }
   const auto number = parse_value(setting->values, Form::kRequest, value);
-  if (!number) {
-    std::vector<std::string> words;
-    for (const Word& word : setting->values.words) words.emplace_back(word.word);
-    throw CommandError(kUsage, tried + ": no value " + value + did_you_mean(value, words) + " (" +
-                                   describe(setting->values, Form::kRequest) + ")");
-  }
+  if (!number)
+    throw CommandError(kUsage, tried + ": " + refusal(setting->values, Form::kRequest, value));
   return {setting, *number,
           std::string(setting->name) + "=" + value_text(setting->values, Form::kRequest, *number)};
 }
@@ -109,33 +88,102 @@ std::string write_text(const RegisterWrite& write) {
 }
 
 // The registers as they are, where a request had nothing to send.
-std::string unsent_text(CameraSession& session, const Setting& setting, const std::string& tried) {
-  std::string text = "  nothing sent";
+std::string unsent_text(const Setting& setting, const sim::RegisterMap& registers) {
+  std::string text = "\n  nothing sent";
   if (!setting.depends.empty()) text += " (" + std::string(setting.depends) + ")";
-  const std::vector<Address> addresses = registers_of(setting);
-  const std::vector<std::uint8_t> values = session.port().read(addresses, tried);
-  for (std::size_t i = 0; i < addresses.size(); ++i) {
-    text += "\n  " + register_columns(addresses[i]) + "holds " + hex(values[i]);
-  }
+  for (const Address& address : registers_of(setting))
+    text += "\n  " + register_columns(address) + "holds " + hex(registers.at(address));
   return text;
 }
 
-void run_request(Output& out, CameraSession& session, const Request& request) {
-  const std::string tried =
-      (request.setting->kind == Kind::kSetting ? "set " : "do ") + request.text;
-  const std::vector<RegisterWrite> writes = session.request(*request.setting, request.value, tried);
+void run_request(Context& context, CameraSession& session, const Request& request, bool strict) {
+  const Setting& setting = *request.setting;
+  const bool is_setting = setting.kind == Kind::kSetting;
+  const std::string tried = (is_setting ? "set " : "do ") + request.text;
+  const std::string wanted = value_text(setting.values, Form::kRequest, request.value);
+  sim::RegisterMap held = session.port().read_map(registers_around(setting), tried);
+  const auto before = held_text(setting, held, wanted);
+  const std::vector<RegisterWrite> writes = session.request(setting, request.value, tried);
+  for (const RegisterWrite& write : writes) held[write.address] = write.value;
 
-  Json json = {{"name", request.setting->name}};
-  if (request.setting->kind == Kind::kSetting) json["value"] = request.value;
-  json["registers"] = Json::array();
+  Json json = {{"name", setting.name}};
+  if (is_setting) json["value"] = request.value;
   std::string text = request.text;
+  if (const auto after = held_text(setting, held, wanted); before && after) {
+    json["old"] = *before;
+    json["new"] = *after;
+    text = std::string(setting.name) + ": " + *before + " -> " + *after;
+  }
+  json["registers"] = Json::array();
   for (const RegisterWrite& write : writes) {
     json["registers"].push_back(write_json(write));
     text += "\n" + write_text(write);
   }
-  if (writes.empty()) text += "\n" + unsent_text(session, *request.setting, tried);
-  out.result(json, text);
+  if (writes.empty()) text += unsent_text(setting, held);
+  context.out.result(json, text);
+
+  // What has been let go stays so without a control thread too.
+  const bool lasts = context.session != nullptr || wanted == "off";
+  if (has_effect(setting, held, !writes.empty(), lasts)) return;
+  const std::string reason = tried + ": no effect now: " + std::string(setting.depends);
+  if (strict) throw CommandError(kRefused, reason);
+  context.out.note(reason);
 }
+
+// As the control thread's handler answers, but without one.
+int icr_answer(Context& context, const std::string& tried) {
+  constexpr registers::Bits kState = registers::bits("icr_state");
+  constexpr int kSet = 59;
+  constexpr int kClear = 60;
+  const bool is_set =
+      (BorrowedPort(context, tried)->read(kState.address, tried) & kState.mask) != 0;
+  return is_set ? kSet : kClear;
+}
+
+void get_query(Context& context, const Setting& setting) {
+  const std::string tried = "get " + std::string(setting.name);
+  const bool is_icr = setting.code == camera::REQUEST_GET_ICR;
+  if (!is_icr && context.session == nullptr) return;  // a thread of its own would hold no iris
+  const int answer = is_icr ? icr_answer(context, tried) : context.session->query(setting, tried);
+  const std::string text = value_text(setting.values, Form::kRequest, answer);
+  context.out.result(
+      {{"name", setting.name}, {"value", answer}, {"text", text}},
+      std::string(setting.name) + " = " + std::to_string(answer) + " (" + text + ")");
+}
+
+std::string stored_text(const Setting& setting) {
+  const Field* field = find_field(setting.field);
+  const auto record = read_stored_record();
+  if (!record) return "unreadable";
+  return value_text(field->values, Form::kStored, field_value(*record, *field));
+}
+
+void get_setting(Context& context, const Setting& setting) {
+  const std::string tried = "get " + std::string(setting.name);
+  Json json = {{"name", setting.name}};
+  std::string text = context.out.styled(Output::Style::kName, padded(setting.name, 20));
+  std::string stored;
+  if (!setting.field.empty()) {
+    stored = stored_text(setting);
+    json["stored"] = stored;
+    text += padded("stored " + stored, 24);
+  } else {
+    text += std::string(24, ' ');
+  }
+  if (!setting.tables[0].empty()) {
+    const sim::RegisterMap held =
+        BorrowedPort(context, tried)->read_map(registers_around(setting), tried);
+    if (const auto value = held_text(setting, held, stored)) {
+      json["registers"] = *value;
+      text += "registers " + *value;
+    }
+  }
+  if (json.size() == 1) text += "no register shows it";
+  text.erase(text.find_last_not_of(' ') + 1);
+  context.out.result(json, text);
+}
+
+bool can_be_asked(const Setting& setting) { return setting.kind != Kind::kAction; }
 
 }  // namespace
 
@@ -158,42 +206,34 @@ std::vector<Request> parse_assignments(const Words& assignments) {
   return requests;
 }
 
-Request parse_trigger(const std::string& name) {
-  const Setting* setting = find_setting(Kind::kTrigger, name);
+Request parse_action(const std::string& name) {
+  const Setting* setting = find_setting(Kind::kAction, name);
   if (setting != nullptr) return {setting, 0, std::string(setting->name)};
-  throw CommandError(kUsage, "do " + name + ": no trigger " + name +
-                                 did_you_mean(name, setting_names(Kind::kTrigger)));
+  throw CommandError(kUsage, "do " + name + ": no action " + name +
+                                 did_you_mean(name, setting_names(Kind::kAction)));
 }
 
-void run_requests(Context& context, const std::vector<Request>& requests) {
+void run_requests(Context& context, const std::vector<Request>& requests, bool strict) {
   BorrowedSession session(context);
-  for (const Request& request : requests) run_request(context.out, *session, request);
+  for (const Request& request : requests) run_request(context, *session, request, strict);
 }
 
-void get_query(Context& context, const std::string& name) {
-  const std::string tried = "get " + name;
-  const Setting* setting = find_setting(Kind::kQuery, name);
-  if (setting == nullptr) {
-    throw CommandError(
-        kUsage, tried + ": no query " + name + did_you_mean(name, setting_names(Kind::kQuery)));
+void get_settings(Context& context, const Words& names) {
+  for (const std::string& name : names) {
+    const auto is_it = [&](const Setting& setting) {
+      return can_be_asked(setting) && same_name(setting.name, name);
+    };
+    if (std::ranges::any_of(settings(), is_it)) continue;
+    throw CommandError(kUsage, "get " + name + ": no setting or query " + name +
+                                   did_you_mean(name, setting_names()));
   }
-  int answer = 0;
-  if (setting->code == camera::REQUEST_GET_ICR) {
-    // As the control thread's handler answers, but without one.
-    constexpr int kSet = 59;
-    constexpr int kClear = 60;
-    const Address state = registers::address("icr_state");
-    const bool is_set =
-        (BorrowedPort(context, tried)->read(state, tried) & register_mask(state)) != 0;
-    answer = is_set ? kSet : kClear;
-  } else if (context.session == nullptr) {
-    throw CommandError(
-        kUsage, tried + ": a control thread of this call's own holds no iris, ask in camctl shell");
-  } else {
-    answer = context.session->query(*setting, tried);
+  for (const bool is_query : {true, false}) {
+    for (const Setting& setting : settings()) {
+      if (!can_be_asked(setting) || !is_wanted(setting.name, names)) continue;
+      if ((setting.kind == Kind::kQuery) != is_query) continue;
+      is_query ? get_query(context, setting) : get_setting(context, setting);
+    }
   }
-  context.out.result({{"name", setting->name}, {"value", answer}},
-                     std::string(setting->name) + " = " + std::to_string(answer));
 }
 
 std::string man_settings() {

@@ -2,6 +2,7 @@
 #include "tools/completion.h"
 
 #include <CLI/CLI.hpp>
+#include <set>
 
 #include "registers/register_names.h"
 #include "tools/settings_table.h"
@@ -17,6 +18,14 @@ void add_values(const std::string& name, const Values& values, Form form, Words&
   const bool is_short = values.words.empty() && values.min == 0 && values.max <= 18;
   for (int i = 0; is_short && i <= values.max; ++i)
     words.push_back(name + "=" + value_text(values, form, i));
+}
+
+Words gettable_names() {
+  std::set<std::string> names;
+  for (const Kind kind : {Kind::kSetting, Kind::kStored, Kind::kQuery}) {
+    for (const std::string& name : setting_names(kind)) names.insert(name);
+  }
+  return {names.begin(), names.end()};
 }
 
 bool takes_assignments(const Setting& setting) { return setting.kind == Kind::kSetting; }
@@ -53,8 +62,8 @@ Words arguments(const std::string& family, const std::string& command, const std
     return assignments(stored_fields(), typed, Form::kStored);
   if (command == "list") return setting_names();
   if (command == "set") return assignments(settings(), typed, Form::kRequest);
-  if (command == "do") return setting_names(Kind::kTrigger);
-  if (command == "get") return setting_names(Kind::kQuery);
+  if (command == "do") return setting_names(Kind::kAction);
+  if (command == "get") return gettable_names();
   return {};
 }
 
@@ -100,7 +109,9 @@ std::vector<std::string> candidates(const CLI::App& app, const std::vector<std::
   if (all.empty()) all = arguments(family, command, typed);
   if (typed.starts_with('-')) {
     all = options(*level);
-    if (level != &app) all.push_back("--json");
+    for (const char* mode : {"--json", "--verbose", "--no-retry"}) {
+      if (level != &app) all.push_back(mode);
+    }
   }
   std::erase_if(all, [&](const std::string& word) { return !word.starts_with(typed); });
   return all;

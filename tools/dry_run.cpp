@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <map>
 
 #include "sim/simulated_camera.h"
 #include "tools/commands.h"
@@ -17,35 +16,16 @@ namespace {
 
 constexpr char kTried[] = "dry run";
 
-using Registers = std::map<Address, std::uint8_t>;
-
-Registers read_named_registers(Context& context) {
-  std::vector<Address> addresses;
-  for (const registers::RegisterGroup& group : registers::register_groups()) {
-    for (int i = 0; i < group.count; ++i) {
-      addresses.push_back({group.first.category, static_cast<std::uint16_t>(group.first.byte + i)});
-    }
-  }
-  context.out.progress("dry run: reading registers");
-  const LibraryMute mute;
-  const std::vector<std::uint8_t> values = BorrowedPort(context, kTried)->read(addresses, kTried);
-  context.out.progress("");
-  Registers registers;
-  for (std::size_t i = 0; i < addresses.size(); ++i) registers[addresses[i]] = values[i];
-  return registers;
-}
-
 // Namespaces are for a process with one thread, so beside a control thread a
 // dry run needs a process of its own.
 int run_own_program(Context& context, Words command_line) {
   command_line.insert(command_line.begin(), "camctl");
-  if (context.out.is_json()) command_line.push_back("--json");
+  if (context.out.modes().json) command_line.push_back("--json");
   std::vector<char*> arguments;
   for (std::string& word : command_line) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   const pid_t child = fork();
   if (child == 0) {
-    dup2(context.out.results_fd(), STDOUT_FILENO);
     execv("/proc/self/exe", arguments.data());
     _exit(kUsage);
   }
@@ -58,12 +38,13 @@ int run_own_program(Context& context, Words command_line) {
 
 }  // namespace
 
-int run_dry(Context& context, const std::vector<Request>& requests, const Words& command_line) {
+int run_dry(Context& context, const std::vector<Request>& requests, bool strict,
+            const Words& command_line) {
   if (context.session != nullptr) return run_own_program(context, command_line);
   const auto record = read_stored_record();
   if (!record)
     throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be read");
-  const Registers registers = read_named_registers(context);
+  const sim::RegisterMap registers = read_registers(context, kTried, named_registers());
   enter_private_world({"/tmp"});  // the factory's adjustment files in /var/tmp are the real ones
   if (!workstation::write_stored_record(*record))
     throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be copied");
@@ -71,9 +52,9 @@ int run_dry(Context& context, const std::vector<Request>& requests, const Words&
   camera.start();
   for (const auto& [address, value] : registers)
     camera.set_reg(address.category, address.byte, value);
-  CameraSession session(kTried);
+  CameraSession session(context.out, kTried);
   Context inner{context.out, &session};
-  run_requests(inner, requests);
+  run_requests(inner, requests, strict);
   context.out.finish();
   return kDone;
 }

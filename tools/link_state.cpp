@@ -91,10 +91,12 @@ void require_link(const std::string& tried) {
     throw CommandError(kNoCommApplication,
                        tried + ": no comm application is running, see camctl doctor");
   }
-  if (!link.may_use_semaphore || !link.record) {
-    throw CommandError(kNoCommApplication,
-                       tried + ": no access to the comm application's record, see camctl doctor");
+  if (!link.may_use_semaphore || !link.may_use_segment) {
+    throw CommandError(
+        kUsage, tried + ": no right to use the comm application's record, see camctl doctor");
   }
+  if (!link.record)
+    throw CommandError(kNoCommApplication, tried + ": the record is too small, see camctl doctor");
   if (!link.comm_alive) {
     throw CommandError(kNoCommApplication,
                        tried + ": the comm application was " +
@@ -107,13 +109,17 @@ void require_link(const std::string& tried) {
   }
 }
 
-void fail_exchange(const std::string& tried, std::chrono::steady_clock::duration elapsed) {
+CommandError exchange_failure(const std::string& tried,
+                              std::chrono::steady_clock::duration elapsed) {
+  const Trouble trouble = take_trouble();
   const LinkState link = look_at_link();
   if (!link.comm_alive) require_link(tried);
-  if (elapsed >= kReplyLimit) throw CommandError(kTimedOut, tried + ": no reply within one second");
-  if (!link.is_idle()) require_link(tried);
-  throw CommandError(
-      kRefused, tried + ": the camera refused the exchange, or another process was in its way");
+  if (elapsed >= kReplyLimit) return {kTimedOut, tried + ": no reply within one second"};
+  if (trouble == Trouble::kNoCpu)
+    return {kRefused, tried + ": the image processor's CPU did not answer (status 255)"};
+  if (trouble == Trouble::kRecordInUse)
+    return {kBusy, tried + ": another process was using the record"};
+  return {kRefused, tried + ": the camera refused the exchange"};
 }
 
 }  // namespace ipcam::tools

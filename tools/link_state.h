@@ -30,12 +30,13 @@ LinkState look_at_link();
 // "process 1234 (camsim)", or "process 1234, which is gone".
 std::string process_text(int pid, bool is_alive);
 
-// Waits as long as one exchange may take for a busy record to become idle. Throws CommandError, 4
-// or 5, when the link cannot carry a request; `tried` leads the text.
+// Waits as long as one exchange may take for a busy record to become idle. Throws CommandError, 2,
+// 4 or 5, when the link cannot carry a request; `tried` leads the text.
 void require_link(const std::string& tried);
 
-// What an exchange was that failed after `elapsed`: throws CommandError, 4, 5, 3 or 1.
-[[noreturn]] void fail_exchange(const std::string& tried,
-                                std::chrono::steady_clock::duration elapsed);
+// What an exchange was that failed after `elapsed`: 3, 5 or 1. Throws CommandError, 4, when the
+// comm application is gone.
+CommandError exchange_failure(const std::string& tried,
+                              std::chrono::steady_clock::duration elapsed);
 
 }  // namespace ipcam::tools

@@ -1,10 +1,11 @@
 // Results, notes, progress, and the signals that end a command.
 #include "tools/output.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -26,50 +27,78 @@ std::string_view error_kind(ExitCode code) {
   return kNames[static_cast<std::size_t>(code)];
 }
 
-// Descriptor 1 becomes a copy of `source`; what the library has
-// printed so far still goes where it went.
-void redirect_stdout(int source) {
-  std::fflush(stdout);
-  dup2(source, STDOUT_FILENO);
+std::atomic<bool> g_is_verbose = false;
+std::atomic<Trouble> g_trouble = Trouble::kOther;
+
+void write_all(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(descriptor, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0)
+      throw CommandError(kUsage, std::string("write results: ") + std::strerror(errno));
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+// Beginnings of the lines on standard error that report no error.
+constexpr std::string_view kPlainLines[] = {
+    "Pattern ",     "Flickerless", "AutoBN :",
+    "Saved RGain:", "Loaded ",     "do_binning r",
+    "Retry to set", "Retrying",    "176@OnepushWB#setRBGain",
+    "IrisModifier"};
+
+// Takes what the library prints in the place of one of its streams, line by line.
+template <bool kIsError>
+ssize_t take_line(void* /*stream*/, const char* text, std::size_t size) {
+  const std::string_view line(text, size);
+  if (line.find("communication with comm application error!") != line.npos)
+    g_trouble = Trouble::kNoCpu;
+  if (line.find("other process using now!") != line.npos) g_trouble = Trouble::kRecordInUse;
+  const auto begins_line = [&](std::string_view start) { return line.starts_with(start); };
+  const bool is_plain = !kIsError || std::ranges::any_of(kPlainLines, begins_line);
+  if (is_plain && !g_is_verbose) return static_cast<ssize_t>(size);
+  return write(STDERR_FILENO, text, size);
+}
+
+template <bool kIsError>
+std::FILE* library_stream() {
+  std::FILE* stream = fopencookie(
+      nullptr, "w",
+      {.read = nullptr, .write = take_line<kIsError>, .seek = nullptr, .close = nullptr});
+  if (stream != nullptr) std::setvbuf(stream, nullptr, _IOLBF, BUFSIZ);
+  return stream;
 }
 
 }  // namespace
 
-Output::Output()
-    : results_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),
-      has_progress_(isatty(STDERR_FILENO) == 1) {
+Trouble take_trouble() { return g_trouble.exchange(Trouble::kOther); }
+
+Output::Output() : has_progress_(isatty(STDERR_FILENO) == 1) {
   const char* no_color = std::getenv("NO_COLOR");
-  has_color_ = isatty(results_) == 1 && (no_color == nullptr || *no_color == '\0');
-  redirect_stdout(STDERR_FILENO);
-  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  has_color_ = isatty(STDOUT_FILENO) == 1 && (no_color == nullptr || *no_color == '\0');
+  if (std::FILE* lines = library_stream<false>()) stdout = lines;
+  if (std::FILE* errors = library_stream<true>()) stderr = errors;
 }
 
-Output::~Output() {
-  std::fflush(stdout);
-  close(results_);
+void Output::use(const Modes& modes) {
+  modes_ = modes;
+  g_is_verbose = modes.verbose;
 }
 
 void Output::line(std::string_view text) {
   progress("");
   std::string bytes(text);
   if (!bytes.ends_with('\n')) bytes += '\n';
-  std::string_view rest = bytes;
-  while (!rest.empty()) {
-    const ssize_t written = write(results_, rest.data(), rest.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0)
-      throw CommandError(kUsage, std::string("write results: ") + std::strerror(errno));
-    rest.remove_prefix(static_cast<std::size_t>(written));
-  }
+  write_all(STDOUT_FILENO, bytes);
 }
 
 void Output::note(std::string_view text) {
   progress("");
-  std::fprintf(stderr, "camctl: %.*s\n", static_cast<int>(text.size()), text.data());
+  dprintf(STDERR_FILENO, "camctl: %.*s\n", static_cast<int>(text.size()), text.data());
 }
 
 void Output::result(const Json& object, std::string_view text) {
-  if (json_) {
+  if (modes_.json) {
     collected_.push_back(object);
   } else {
     line(text);
@@ -93,12 +122,12 @@ void Output::finish(const CommandError* error) {
                          {"kind", error_kind(error->code())},
                          {"message", error->what()}};
   }
-  if (json_) line(json_text(document));
+  if (modes_.json) line(json_text(document));
 }
 
 void Output::progress(std::string_view text) {
   if (!has_progress_ || (text.empty() && !progress_shown_)) return;
-  std::fprintf(stderr, "\r\033[K%.*s", static_cast<int>(text.size()), text.data());
+  dprintf(STDERR_FILENO, "\r\033[K%.*s", static_cast<int>(text.size()), text.data());
   progress_shown_ = !text.empty();
 }
 
@@ -107,15 +136,6 @@ std::string Output::styled(Style style, std::string_view text) const {
   if (!has_color_) return std::string(text);
   return std::string(kCodes[static_cast<std::size_t>(style)]) + std::string(text) + "\033[0m";
 }
-
-LibraryMute::LibraryMute() {
-  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  if (nowhere < 0) return;
-  redirect_stdout(nowhere);
-  close(nowhere);
-}
-
-LibraryMute::~LibraryMute() { redirect_stdout(STDERR_FILENO); }
 
 void watch_for_stop_signals() {
   struct sigaction action = {};

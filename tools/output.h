@@ -14,6 +14,7 @@ using Json = nlohmann::ordered_json;
 enum ExitCode : int {
   kDone = 0,
   kRefused = 1,  // by the camera
+  kDiffer = 1,   // what was compared
   kUsage = 2,    // arguments, files or rights of the caller
   kTimedOut = 3,
   kNoCommApplication = 4,
@@ -31,18 +32,26 @@ class CommandError : public std::runtime_error {
   ExitCode code_;
 };
 
-// From its construction on, descriptor 1 is standard error, so that the library's own lines on
-// standard output cannot get between the results. One thread.
+// What the library last said about an exchange that failed; its result does not tell.
+enum class Trouble { kOther, kRecordInUse, kNoCpu };
+Trouble take_trouble();  // and forgets it
+
+// From its construction on, the library's own lines on standard output are left out, or are on
+// standard error, so that they cannot get between the results. Its errors always show. One thread.
 class Output {
  public:
   Output();
-  ~Output();
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
-  void use_json(bool on) { json_ = on; }
-  bool is_json() const { return json_; }
-  int results_fd() const { return results_; }
+  // What the words of a command line ask for.
+  struct Modes {
+    bool json = false;
+    bool verbose = false;  // the library's own lines show
+    bool retry = true;     // a failed exchange is repeated
+  };
+  const Modes& modes() const { return modes_; }
+  void use(const Modes& modes);
 
   // Results, with a newline at the end, written at once. Throws
   // CommandError when it cannot be written.
@@ -56,6 +65,10 @@ class Output {
 
   // "camctl: text" on standard error.
   void note(std::string_view text);
+  // The same, if the library's own lines show as well.
+  void detail(std::string_view text) {
+    if (modes_.verbose) note(text);
+  }
   // A line on a terminal that the next one replaces; an empty text takes it away.
   void progress(std::string_view text);
 
@@ -64,21 +77,11 @@ class Output {
   std::string styled(Style style, std::string_view text) const;
 
  private:
-  int results_;
   Json collected_ = Json::array();
-  bool json_ = false;
+  Modes modes_ = {};
   bool has_color_;
   bool has_progress_;
   bool progress_shown_ = false;
-};
-
-// Keeps the library's own lines on standard output away while it exists; its errors still show.
-class LibraryMute {
- public:
-  LibraryMute();
-  ~LibraryMute();
-  LibraryMute(const LibraryMute&) = delete;
-  LibraryMute& operator=(const LibraryMute&) = delete;
 };
 
 // Set by SIGINT, SIGTERM and SIGHUP: a command then ends at its next

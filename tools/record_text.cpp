@@ -6,6 +6,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "sim/input_text.h"
 #include "tools/output.h"
 
 namespace ipcam::tools {
@@ -95,23 +96,16 @@ std::string record_text(const camera::SettingsRecord& record) {
   return text;
 }
 
-void apply_record_text(std::string_view text, const std::string& file,
-                       camera::SettingsRecord& record) {
-  std::istringstream lines{std::string(text)};
-  int number = 0;
-  for (std::string line; std::getline(lines, line);) {
-    ++number;
-    const std::string tried = file + " line " + std::to_string(number);
-    const std::string content = trimmed(std::string_view(line).substr(0, line.find('#')));
-    if (content.empty()) continue;
-    const std::size_t equals = content.find('=');
+void apply_record_file(const std::string& file, camera::SettingsRecord& record) {
+  sim::for_each_line(file, [&](const std::string& tried, const std::string& line) {
+    const std::size_t equals = line.find('=');
     if (equals == std::string::npos) throw CommandError(kUsage, tried + ": no '=' in it");
-    const std::string name = trimmed(std::string_view(content).substr(0, equals));
-    const std::string value = trimmed(std::string_view(content).substr(equals + 1));
+    const std::string name = trimmed(std::string_view(line).substr(0, equals));
+    const std::string value = trimmed(std::string_view(line).substr(equals + 1));
     if (name.starts_with("0x")) {
       if (!set_bytes(name, value, record))
         throw CommandError(kUsage, tried + ": no bytes of the record without a name");
-      continue;
+      return;
     }
     const Field* field = find_field(name);
     if (field == nullptr)
@@ -120,12 +114,10 @@ void apply_record_text(std::string_view text, const std::string& file,
     // has left a value that is out of range.
     const auto accepted = parse_value(field->values, Form::kStored, value);
     const auto stored = accepted ? accepted : parse_number(value);
-    if (!stored || !fits(*field, *stored)) {
-      throw CommandError(kUsage, tried + ": no value " + value + " (" +
-                                     describe(field->values, Form::kStored) + ")");
-    }
+    if (!stored || !fits(*field, *stored))
+      throw CommandError(kUsage, tried + ": " + refusal(field->values, Form::kStored, value));
     set_field(record, *field, *stored);
-  }
+  });
 }
 
 }  // namespace ipcam::tools

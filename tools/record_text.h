@@ -18,9 +18,8 @@ void set_field(camera::SettingsRecord& record, const Field& field, int value);
 // 16 a line. Two records that differ in one field differ in one line.
 std::string record_text(const camera::SettingsRecord& record);
 
-// Puts what the lines say into `record`; lines may be missing, and a '#' begins a comment. Throws
-// CommandError at the first line that is wrong; `file` is its name.
-void apply_record_text(std::string_view text, const std::string& file,
-                       camera::SettingsRecord& record);
+// Puts what the lines of a file say into `record`; lines may be missing, and a '#' begins a
+// comment. Throws an error at the first line that is wrong.
+void apply_record_file(const std::string& file, camera::SettingsRecord& record);
 
 }  // namespace ipcam::tools

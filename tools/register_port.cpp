@@ -28,6 +28,14 @@ std::vector<std::uint8_t> RegisterPort::read(std::span<const Address> addresses,
   return run_all('r', entries, tried);
 }
 
+sim::RegisterMap RegisterPort::read_map(std::span<const Address> addresses,
+                                        const std::string& tried) {
+  const std::vector<std::uint8_t> values = read(addresses, tried);
+  sim::RegisterMap registers;
+  for (std::size_t i = 0; i < addresses.size(); ++i) registers[addresses[i]] = values[i];
+  return registers;
+}
+
 std::vector<std::uint8_t> RegisterPort::run_all(char access,
                                                 std::span<const camera::param_info> entries,
                                                 const std::string& tried) {
@@ -51,8 +59,9 @@ std::vector<std::uint8_t> RegisterPort::run_all(char access,
   return values;
 }
 
-// Another process's exchange in the way fails a text at once. Running it again is harmless: a
-// write sets the same bits once more.
+// Another process's exchange in the way fails a text at once, and so does a reply that reports a
+// failure. Running it again is harmless: a write sets the same bits once more. A camera that does
+// not answer at all is not asked again.
 void RegisterPort::run_or_fail(const std::string& text, unsigned char* result,
                                const std::string& tried) {
   constexpr int kAttempts = 3;
@@ -62,7 +71,10 @@ void RegisterPort::run_or_fail(const std::string& text, unsigned char* result,
     const auto start = std::chrono::steady_clock::now();
     if (run(text, result) > 0) return;
     const auto elapsed = std::chrono::steady_clock::now() - start;
-    if (attempt == kAttempts || elapsed > kAtOnce) fail_exchange(tried, elapsed);
+    const CommandError failure = exchange_failure(tried, elapsed);
+    if (attempt == kAttempts || elapsed > kAtOnce || !out_.modes().retry) throw failure;
+    out_.note(std::string(failure.what()) + "; repeating it, " + std::to_string(attempt + 1) +
+              " of " + std::to_string(kAttempts));
     require_link(tried);
   }
 }

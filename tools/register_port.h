@@ -9,6 +9,8 @@
 
 #include "ipcam/camera/dsp_command.h"
 #include "registers/register_names.h"
+#include "sim/register_file.h"
+#include "tools/output.h"
 
 namespace ipcam::tools {
 
@@ -17,12 +19,14 @@ using registers::Address;
 // Failures throw CommandError; `tried` leads their text. One thread at a time.
 class RegisterPort {
  public:
+  explicit RegisterPort(Output& out) : out_(out) {}
   virtual ~RegisterPort() = default;
 
   std::vector<std::uint8_t> read(std::span<const Address> addresses, const std::string& tried);
   std::uint8_t read(Address address, const std::string& tried) {
     return read(std::span(&address, 1), tried)[0];
   }
+  sim::RegisterMap read_map(std::span<const Address> addresses, const std::string& tried);
   // Returns the values before.
   std::vector<std::uint8_t> write(std::span<const camera::param_info> entries,
                                   const std::string& tried) {
@@ -35,10 +39,15 @@ class RegisterPort {
   // Runs a register command text and returns what DspCommand::do_debug() does: -1 on failure.
   virtual int run(const std::string& text, unsigned char* result) = 0;
   void run_or_fail(const std::string& text, unsigned char* result, const std::string& tried);
+
+  Output& out_;  // where repeats are announced
 };
 
 // Never starts a control thread.
 class OwnPort : public RegisterPort {
+ public:
+  using RegisterPort::RegisterPort;
+
  private:
   int run(const std::string& text, unsigned char* result) override;
 
@@ -48,6 +57,9 @@ class OwnPort : public RegisterPort {
 // For a process that runs the control thread: two objects would
 // refuse each other's exchanges as busy.
 class ControlThreadPort : public RegisterPort {
+ public:
+  using RegisterPort::RegisterPort;
+
  private:
   int run(const std::string& text, unsigned char* result) override;
 };

@@ -430,7 +430,6 @@ int replay(Context& context, const std::string& file, const ReplayOptions& optio
     throw CommandError(kUsage, "replay " + file + ": no recording, it has no start");
   const double seconds = seconds_of(recording, options.in_real_time);
   context.out.note("replay: takes about " + std::to_string(std::lround(seconds)) + " s");
-  const LibraryMute mute;
   Replay session(context, recording, options.in_real_time);
   const std::optional<Difference> difference = session.run();
   if (difference) {

@@ -35,6 +35,9 @@ constexpr Word kBinningWords[] = {{"on", 0}, {"off", 1}};
 constexpr Word kForcedBinningWords[] = {{"on", 0}, {"off", 1}, {"end", 29}};
 constexpr Word kBinningFuncWords[] = {{"on", 0}, {"off", 1}, {"auto", 4}};
 constexpr Word kDayNightWords[] = {{"on", 61}, {"off", 62}, {"off-still", 0}};
+constexpr Word kIcrWords[] = {{"state bit set: night, filter out of place", 59},
+                              {"state bit clear: day, filter in place", 60}};
+constexpr Word kHeldWords[] = {{"not held", 0}, {"held open", 1}};
 constexpr Word kSecondsWords[] = {{"2", 2}, {"30", 30}};
 
 constexpr Values kLevel = {.max = 6};
@@ -48,6 +51,9 @@ constexpr Values kOffOn = {.words = kOffOnWords};
 constexpr Values kBinningMode = {.words = kBinningModeWords};
 constexpr Values kRegisterGain = {.max = 0xffff};
 constexpr Values kAnyNumber = {.min = INT_MIN, .max = INT_MAX};
+
+constexpr char kNextStart[] =
+    "use camctl shell: the next start takes the worker's own, or the stored one";
 
 // clang-format off
 constexpr Setting kRows[] = {
@@ -63,17 +69,17 @@ constexpr Setting kRows[] = {
     {.code = REQUEST_EXP_COMP, .kind = Kind::kSetting, .values = kExpComp,
      .meaning = "exposure compensation; 9 is none, a step is 1",
      .depends = "has an effect only while the stored expcomp_gate is 0, 3, 4 or 5",
-     .field = "expcomp", .tables = {g_expcomp}},
+     .field = "expcomp", .effect = Effect::kWhenSent, .tables = {g_expcomp}},
     {.code = REQUEST_GAIN, .kind = Kind::kSetting, .values = kLevel,
      .meaning = "manual gain",
      .depends = "has an effect only with a fixed slow shutter; 6 counts as 5 unless pixels are "
                 "binned",
-     .field = "gain_level", .tables = {g_gain}},
+     .field = "gain_level", .effect = Effect::kManualExposure, .tables = {g_gain}},
     {.code = REQUEST_BL_COMP, .kind = Kind::kSetting, .values = kBacklight,
      .meaning = "backlight compensation", .field = "blcomp", .tables = {g_blcomp}},
     {.code = REQUEST_SHUTTER, .kind = Kind::kStored,
      .meaning = "fixed shutter", .depends = "has an effect only while auto-shutter is off",
-     .field = "shutter_speed"},
+     .field = "shutter_speed", .tables = {g_shutter}},
     {.code = REQUEST_SATURATION, .kind = Kind::kSetting, .values = kLevel,
      .meaning = "colour saturation; 3 is neutral", .field = "saturation", .tables = {g_saturation}},
     {.code = REQUEST_SHARPNESS, .kind = Kind::kSetting, .values = kLevel,
@@ -82,17 +88,17 @@ constexpr Setting kRows[] = {
      .field = "sharpness", .tables = {g_sharpness}},
     {.code = REQUEST_R_GAIN, .kind = Kind::kSetting, .values = kWhiteBalanceGain,
      .meaning = "manual red gain", .depends = "has an effect only in white-balance mode manual",
-     .field = "rgain", .tables = {g_rgain}},
+     .field = "rgain", .effect = Effect::kManualWhiteBalance, .tables = {g_rgain}},
     {.code = REQUEST_B_GAIN, .kind = Kind::kSetting, .values = kWhiteBalanceGain,
      .meaning = "manual blue gain", .depends = "has an effect only in white-balance mode manual",
-     .field = "bgain", .tables = {g_bgain}},
-    {.code = REQUEST_GET_ICR, .kind = Kind::kQuery,
+     .field = "bgain", .effect = Effect::kManualWhiteBalance, .tables = {g_bgain}},
+    {.code = REQUEST_GET_ICR, .kind = Kind::kQuery, .values = {.words = kIcrWords},
      .meaning = "state of the IR-cut filter: 59 while its state bit is set, else 60"},
     {.code = REQUEST_COLORBAR, .kind = Kind::kSetting, .values = kOffOn,
      .meaning = "colour-bar test pattern", .tables = {g_colorbar}},
-    {.code = REQUEST_EXP_MODE, .kind = Kind::kTrigger,
+    {.code = REQUEST_EXP_MODE, .kind = Kind::kAction,
      .meaning = "applies the stored exposure settings", .tables = {g_expmode, g_max_frm_exp}},
-    {.code = REQUEST_ONE_PUSH_TRG, .kind = Kind::kTrigger,
+    {.code = REQUEST_ONE_PUSH_TRG, .kind = Kind::kAction,
      .meaning = "measures the white balance, about 3 s, and stores and applies its gains",
      .depends = "needs white-balance mode onepush",
      .tables = {g_whitebalance_mode, g_rbgain_preset1}},
@@ -109,12 +115,13 @@ constexpr Setting kRows[] = {
      .meaning = "holds the automatic iris open, with focus assist; applies the stored exposure too",
      .depends = "use camctl shell: the next start lets the iris go, but leaves it open while "
                 "exposure is flickerless",
-     .field = "hold_iris_open", .tables = {g_miris_mode}},
+     .field = "hold_iris_open", .effect = Effect::kInShell, .tables = {g_miris_mode}},
     {.code = REQUEST_AUTO_SHUTTER, .kind = Kind::kStored,
      .meaning = "automatic shutter", .depends = "has no effect while exposure is flickerless",
      .field = "auto_shutter"},
     {.code = REQUEST_AUTO_SLOW_SHUTTER_MIN_SPEED, .kind = Kind::kStored,
-     .meaning = "limit of the slow shutter", .field = "slow_shutter_min_speed"},
+     .meaning = "limit of the slow shutter", .field = "slow_shutter_min_speed",
+     .tables = {g_max_frm_exp}},
     {.code = REQUEST_AGC_MAX_GAIN, .kind = Kind::kSetting,
      .values = {.max = 13},
      .meaning = "limit of the automatic gain; 7 to 13 hold the gain at levels 0 to 6",
@@ -124,7 +131,9 @@ constexpr Setting kRows[] = {
      .meaning = "gamma curve", .field = "gamma", .tables = {g_gamma}},
     {.code = REQUEST_BINNING_MODE, .kind = Kind::kSetting,
      .values = kBinningMode,
-     .meaning = "who decides about pixel binning; nothing is sent", .field = "binning_mode"},
+     .meaning = "who decides about pixel binning; nothing is sent",
+     .depends = "use camctl shell: the next start takes the stored one", .field = "binning_mode",
+     .effect = Effect::kInShell},
     {.code = REQUEST_BINNING, .kind = Kind::kSetting,
      .values = {.words = kBinningWords},
      .meaning = "pixel binning, about 1 s",
@@ -140,24 +149,25 @@ constexpr Setting kRows[] = {
      .depends = "refused while binning is forced",
      .tables = {g_binning}},
     {.code = REQUEST_HOLD_AUTO_IRIS_OPEN_INQ, .kind = Kind::kQuery,
+     .values = {.words = kHeldWords},
      .meaning = "whether the automatic iris is held open: 1 or 0",
      .depends = "in camctl shell only"},
     {.code = REQUEST_DN_MODE, .kind = Kind::kSetting,
      .values = {.words = kDayNightWords},
-     .meaning = "day/night registers and IR-cut filter, 1 s; off-still leaves the filter where it "
-                "is",
+     .meaning = "night (on) or day (off): day/night registers and IR-cut filter, 1 s; off-still is "
+                "day, but leaves the filter where it is",
      .tables = {g_dnlevel}},
     {.code = REQUEST_DN_HYS, .kind = Kind::kSetting, .values = {.max = 0xffff},
      .meaning = "hysteresis of the automatic day/night switch; switches binning off",
-     .tables = {g_binning}},
+     .depends = kNextStart, .effect = Effect::kInShell, .tables = {g_binning}},
     {.code = REQUEST_BN_TIME, .kind = Kind::kSetting,
      .values = {.words = kSecondsWords, .unit = "s"},
      .meaning = "how long the light must have changed before the automatic switch; switches "
                 "binning off",
-     .tables = {g_binning}},
+     .depends = kNextStart, .effect = Effect::kInShell, .tables = {g_binning}},
     {.code = REQUEST_BN_LEVEL, .kind = Kind::kSetting, .values = {.max = 4095},
      .meaning = "light level of the automatic day/night switch; switches binning off",
-     .tables = {g_binning}},
+     .depends = kNextStart, .effect = Effect::kInShell, .tables = {g_binning}},
 };
 static_assert(std::is_sorted(std::begin(kRows), std::end(kRows),
                              [](const Setting& a, const Setting& b) { return a.code < b.code; }));
@@ -251,13 +261,21 @@ std::vector<std::string> setting_names(std::optional<Kind> kind) {
 }
 
 std::string_view kind_name(Kind kind) {
-  constexpr std::string_view kNames[] = {"setting", "trigger", "query", "stored"};
+  constexpr std::string_view kNames[] = {"setting", "action", "query", "stored setting"};
   return kNames[static_cast<std::size_t>(kind)];
 }
 
 std::span<const Field> stored_fields() { return kFields; }
 
+const Setting* find_setting_of(std::string_view field) {
+  const auto* row = std::ranges::find(kSettings, field, &Setting::field);
+  return row == std::end(kSettings) ? nullptr : row;
+}
+
 const Field* find_field(std::string_view name) {
+  for (const Setting& setting : kSettings) {
+    if (!setting.field.empty() && same_name(setting.name, name)) name = setting.field;
+  }
   const auto* row = std::find_if(std::begin(kFields), std::end(kFields),
                                  [&](const Field& field) { return same_name(field.name, name); });
   return row == std::end(kFields) ? nullptr : row;

@@ -18,9 +18,18 @@ namespace ipcam::tools {
 
 enum class Kind {
   kSetting,  // camctl set NAME=VALUE
-  kTrigger,  // camctl do NAME
+  kAction,   // camctl do NAME
   kQuery,    // camctl get NAME
   kStored,   // its request does nothing: camctl config set FIELD=VALUE, then camctl do exposure
+};
+
+// When a request changes anything that can be seen, as far as this tool can tell.
+enum class Effect {
+  kAlways,
+  kWhenSent,            // else it is only remembered
+  kInShell,             // lost when the control thread ends
+  kManualWhiteBalance,  // registers that other white-balance modes do not look at
+  kManualExposure,      // registers that the automatic exposure does not look at
 };
 
 struct Setting {
@@ -31,6 +40,7 @@ struct Setting {
   std::string_view meaning;
   std::string_view depends = {};  // when it has an effect, or what else it needs; empty: nothing
   std::string_view field = {};    // field of the stored record that holds it; empty: none
+  Effect effect = Effect::kAlways;
   // Parameter tables whose registers show the setting.
   std::array<std::span<const camera::param_info>, 3> tables = {};
 };
@@ -42,6 +52,8 @@ std::span<const Setting> settings();
 const Setting* find_setting(Kind kind, std::string_view name);
 std::vector<std::string> setting_names(std::optional<Kind> kind = {});  // without one: of all
 std::string_view kind_name(Kind kind);
+// The setting that a stored field holds, or null.
+const Setting* find_setting_of(std::string_view field);
 
 // One field of the stored record.
 struct Field {
@@ -54,6 +66,7 @@ struct Field {
 
 // In ascending order of offsets.
 std::span<const Field> stored_fields();
+// By its own name, or by that of the setting that it holds; null when there is none.
 const Field* find_field(std::string_view name);
 std::vector<std::string> field_names();
 

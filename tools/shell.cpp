@@ -11,6 +11,8 @@ namespace ipcam::tools {
 
 namespace {
 
+constexpr std::streamsize kMaxLine = 4096;
+
 // Words apart by blanks; '#' begins a comment.
 Words split(const std::string& line) {
   Words words;
@@ -29,23 +31,26 @@ Words split(const std::string& line) {
 }  // namespace
 
 int run_shell(Context& context) {
-  context.out.note(
+  context.out.detail(
       "starting a control thread for this shell; it applies the stored settings first");
-  CameraSession session("shell");
-  const bool is_json = context.out.is_json();
-  const char* const prompt = isatty(STDIN_FILENO) == 1 ? "camctl> " : "";
+  CameraSession session(context.out, "shell");
+  const bool is_terminal = isatty(STDIN_FILENO) == 1;
+  const char* const prompt = is_terminal ? "camctl> " : "";
   int first_failure = kDone;
-  while (!stop_requested()) {
+  for (int number = 1; !stop_requested(); ++number) {
     std::cerr << prompt << std::flush;
-    std::string line;
-    if (!std::getline(std::cin, line)) break;
+    char line[kMaxLine + 1];
+    const bool is_whole = static_cast<bool>(std::cin.getline(line, sizeof line));
+    const std::string place = "line " + std::to_string(number) + ": ";
+    if (!is_whole && std::cin.gcount() == kMaxLine)
+      throw CommandError(kUsage, "shell: " + place + "longer than 4096 bytes");
+    if (!is_whole) break;
     Words words = split(line);
     if (words.empty()) continue;
     if (words[0] == "exit" || words[0] == "quit") break;
     if (words[0] == "help") words[0] = "--help";
-    Context inner{context.out, &session};
+    Context inner{context.out, &session, is_terminal ? "" : place};
     const int code = run_command_line(inner, words);
-    context.out.use_json(is_json);
     if (first_failure == kDone) first_failure = code;
   }
   return first_failure;

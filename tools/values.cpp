@@ -8,10 +8,6 @@ namespace ipcam::tools {
 
 namespace {
 
-int number_of(const Word& word, Form form) {
-  return form == Form::kRequest ? word.request : word.stored;
-}
-
 bool is_accepted(const Values& values, Form form, int number) {
   if (values.words.empty()) return number >= values.min && number <= values.max;
   return std::any_of(values.words.begin(), values.words.end(),
@@ -34,6 +30,12 @@ std::string value_text(const Values& values, Form form, int number) {
     if (number_of(word, form) == number) return std::string(word.word);
   }
   return std::to_string(number);
+}
+
+std::string refusal(const Values& values, Form form, const std::string& text) {
+  std::vector<std::string> words;
+  for (const Word& word : values.words) words.emplace_back(word.word);
+  return text + " is not " + describe(values, form) + did_you_mean(text, words);
 }
 
 std::string describe(const Values& values, Form form) {

@@ -27,6 +27,10 @@ struct Word {
   int stored;
 };
 
+constexpr int number_of(const Word& word, Form form) {
+  return form == Form::kRequest ? word.request : word.stored;
+}
+
 struct Values {
   int min = 0;
   int max = 0;
@@ -39,6 +43,9 @@ std::optional<int> parse_value(const Values& values, Form form, std::string_view
 
 // The word for a number where there is one, else the number.
 std::string value_text(const Values& values, Form form, int number);
+
+// "9 is not 0 to 6", with a word that may be meant.
+std::string refusal(const Values& values, Form form, const std::string& text);
 
 // "0 to 6", "2 or 30", "off (0), low (2) or high (4)", with the unit behind it.
 std::string describe(const Values& values, Form form);

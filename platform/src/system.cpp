@@ -14,6 +14,8 @@ void writeSyslog(const char* source, const char* message) {
   std::array<char, 128> text;
   std::snprintf(text.data(), text.size(), "%s, %s", source, message);
   ipcam::platform::note("writeSyslog", {}, text.data());
+  // A workstation may keep no system log, and nobody looks there.
+  std::fprintf(stderr, "%s: %s\n", source, message);
   syslog(LOG_USER | LOG_NOTICE, "%s: %s", source, message);
 }
 

@@ -3,7 +3,7 @@
 heading "Picture: colour, light sources, manual gains, curves"
 start_camera
 stored_settings wb_mode=atwpro saturation=4 rgain=128 bgain=64
-on_camera_briefly camctl shell <<'COMMANDS'
+on_camera_briefly camctl -v shell <<'COMMANDS'
 set color=monochrome
 set color=color
 set wb=indoor

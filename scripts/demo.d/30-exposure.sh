@@ -4,13 +4,13 @@ heading "Start-up: factory files first, then the stored settings"
 start_camera
 beside_camera camsim --factory
 stored_settings wb_mode=atwpro agc_max_gain=2
-on_camera camctl shell <<<"get icr"
+on_camera camctl -v shell <<<"get icr"
 show "factory adjustment of the camera" "Loaded CameraParam : w,9,3,0xff,1;9,4,0xff,128;11,16,0xff,12;11,17,0xff,200"
 show "factory white balance of this readout" "Loaded WBParam"
 show "stored exposure: everything automatic" "Pattern A"
 
 heading "Exposure patterns, then binned pixels"
-on_camera_briefly camctl shell <<'COMMANDS'
+on_camera_briefly camctl -v shell <<'COMMANDS'
 config set auto_slow_shutter=on
 do exposure
 set iris-hold=on

@@ -1,10 +1,10 @@
 # Workers and devices: one-push white balance, EVR, day/night with its filter pulse, iris hold, flash.
 
 heading "Workers: one-push white balance, EVR; night and day; iris hold"
-start_camera
+start_camera --scenario dusk
 beside_camera camsim --factory
 stored_settings wb_mode=atwpro
-on_camera_briefly camctl shell < <(
+on_camera_briefly camctl -v shell < <(
   cat <<'COMMANDS'
 set wb=onepush
 do onepush
@@ -15,7 +15,6 @@ set iris-hold=on
 get iris-hold
 set iris-hold=off
 get iris-hold
-reg write 17/0x1c=5:0xff
 COMMANDS
   sleep 7 # the EVR worker looks once a second
 )

@@ -4,7 +4,7 @@ heading "Scenario three_attempts: the sensor switches when told for the third ti
 start_camera --scenario scenarios/three_attempts.txt
 beside_camera camsim --factory
 beside_camera rm /var/tmp/AdjCamera.txt # no EVR worker between
-on_camera_briefly camctl shell <<'COMMANDS'
+on_camera_briefly camctl -v shell <<'COMMANDS'
 set binning=on
 set binning=off
 COMMANDS
@@ -16,7 +16,7 @@ show "then the other readout is in force" "r 2/0x00 -> 03 01 10  # readout_statu
 
 heading "Scenario flicker: white balance is measured while the light swings"
 start_camera --scenario scenarios/flicker.txt
-on_camera_briefly camctl shell <<'COMMANDS'
+on_camera_briefly camctl -v shell <<'COMMANDS'
 set wb=onepush
 do onepush
 COMMANDS
@@ -28,7 +28,7 @@ heading "Picture: a colour chart before and after the settings"
 start_camera --picture build/demo/picture.png --save-registers "$work/registers"
 stored_settings wb_mode=atwpro
 cp build/demo/picture.png build/demo/picture-before.png
-on_camera_briefly camctl shell <<<"set wb=mercurylampmega saturation=6 contrast=5 sharpness=6 gamma=2"
+on_camera_briefly camctl -v shell <<<"set wb=mercurylampmega saturation=6 contrast=5 sharpness=6 gamma=2"
 stop_camera
 mv build/demo/picture.png build/demo/picture-after.png
 if cmp -s build/demo/picture-before.png build/demo/picture-after.png; then die "the settings do not show"; fi

@@ -19,8 +19,8 @@ namespace ipcam::camera {
 // when the image processor cannot be reached, the failure is printed on standard error and the
 // result still is 0. A refused value changes nothing, except where it is said.
 //
-// The library does not store settings. Store a setting in "all.conf" first, then call the
-// operation. Operations that read the stored record say so.
+// The library does not store settings. Store a setting in "all.conf" first (settings_record.h has
+// its layout), then call the operation. Operations that read the stored record say so.
 class IPCAM_CAMERA_API CameraInterface {
  public:
   virtual ~CameraInterface();

@@ -1,0 +1,91 @@
+// camctl reg save, diff and restore: all named registers, of the camera or of a file.
+#include <set>
+
+#include "tools/commands.h"
+
+namespace ipcam::tools {
+
+namespace {
+
+using sim::RegisterMap;
+
+int value_in(const RegisterMap& registers, Address address) {
+  const auto found = registers.find(address);
+  return found == registers.end() ? 0 : found->second;
+}
+
+}  // namespace
+
+sim::RegisterMap read_registers(Context& context, const std::string& tried,
+                                const std::vector<Address>& addresses) {
+  context.out.progress(tried + ": reading registers");
+  RegisterMap registers = BorrowedPort(context, tried)->read_map(addresses, tried);
+  context.out.progress("");
+  return registers;
+}
+
+std::vector<Address> named_registers() {
+  std::vector<Address> addresses;
+  for (const std::string& name : registers::register_names())
+    addresses.push_back(*registers::parse_address(name));
+  return addresses;
+}
+
+void reg_save(Context& context, const std::string& file) {
+  const std::string tried = "reg save " + file;
+  save_text(context, tried, file,
+            sim::register_file_text(read_registers(context, tried, named_registers())));
+}
+
+int reg_diff(Context& context, const std::string& file, const std::string& other) {
+  const RegisterMap before = sim::read_register_file(file);
+  std::set<Address> addresses;
+  for (const Address& address : named_registers()) addresses.insert(address);
+  for (const auto& [address, value] : before) addresses.insert(address);
+  const RegisterMap after = other.empty() ? read_registers(context, "reg diff " + file,
+                                                           {addresses.begin(), addresses.end()})
+                                          : sim::read_register_file(other);
+  for (const auto& [address, value] : after) addresses.insert(address);
+
+  int code = kDone;
+  for (const Address& address : addresses) {
+    const int old_value = value_in(before, address);
+    const int value = value_in(after, address);
+    if (((old_value ^ value) & register_mask(address)) == 0) continue;
+    if (code == kDone && !context.out.modes().json)
+      context.out.line("# " + file + " -> " + (other.empty() ? "camera" : other));
+    code = kDiffer;
+    Json json = register_json(address);
+    json["old"] = old_value;
+    json["new"] = value;
+    context.out.result(json, register_columns(address) + hex(old_value) + " -> " + hex(value));
+  }
+  context.out.finish();
+  return code;
+}
+
+void reg_restore(Context& context, const std::string& file, bool dry_run) {
+  const std::string tried = "reg restore " + file;
+  const RegisterMap wanted = sim::read_register_file(file);
+  std::vector<Address> addresses;
+  for (const auto& [address, value] : wanted) {
+    if (!registers::is_read_only(address)) addresses.push_back(address);
+  }
+  std::vector<camera::param_info> entries;
+  std::vector<std::uint8_t> before;
+  for (const auto& [address, value] : read_registers(context, tried, addresses)) {
+    const std::uint8_t mask = register_mask(address);
+    if (((wanted.at(address) ^ value) & mask) == 0) continue;
+    entries.push_back(
+        {.category = address.category,
+         .byte = address.byte,
+         .mask = mask,
+         .data = static_cast<std::uint8_t>((value & ~mask) | (wanted.at(address) & mask))});
+    before.push_back(value);
+  }
+  if (!dry_run) return write_and_show(context, entries, tried);
+  for (std::size_t i = 0; i < entries.size(); ++i)
+    show_write(context.out, entries[i], before[i], entries[i].data);
+}
+
+}  // namespace ipcam::tools
