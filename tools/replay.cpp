@@ -35,7 +35,8 @@ constexpr auto kPatience = 10s;
 
 // The library's own pauses are in it, the waits between requests only in real time.
 double seconds_of(const Recording& recording, bool in_real_time) {
-  std::int64_t us = in_real_time ? recording.events.back().order_us : 0;
+  const std::int64_t all_us = recording.events.back().order_us - recording.events.front().order_us;
+  std::int64_t us = in_real_time ? all_us : 0;
   for (const auto& [place, part] : session_of(recording)) {
     if (!in_real_time && place.kind != Place::Kind::kEvr) us += part.end_us - part.t_us;
   }
