@@ -2,14 +2,13 @@
 #include "tools/recording.h"
 
 #include <algorithm>
-#include <array>
-#include <climits>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
 #include <utility>
 
+#include "camera/factory_adjustment.h"
 #include "ipcam/camera/camera_request.h"
 #include "settings/settings_record.h"
 
@@ -19,42 +18,40 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::size_t kMaxText = 4096;
 constexpr std::size_t kMaxFileBytes = 65536;
 constexpr std::size_t kRecordBytes = sizeof(camera::SettingsRecord);
 constexpr std::int64_t kMaxTime = std::int64_t{1} << 52;  // a hundred years: no sum overflows
-constexpr std::string_view kFactoryFolder = "/var/tmp/";
 
 // Ends the reading of a line; the text says what is wrong with it.
 struct BadLine : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-[[noreturn]] void fail(const std::string& name) {
-  throw BadLine(name + " is missing or no such value");
+void require(bool holds, const std::string& name) {
+  if (!holds) throw BadLine(name + " is missing or no such value");
 }
 
-const Json& member(const Json& line, const char* name) {
-  const auto found = line.find(name);
-  if (found == line.end()) fail(name);
-  return *found;
+const Json& member(const Json& line, const std::string& name) {
+  require(line.contains(name), name);
+  return line[name];
 }
 
 template <class Number = std::int32_t>
-Number number(const Json& line, const char* name, Number min = std::numeric_limits<Number>::min()) {
+Number number(const Json& line, const char* name, Number min = std::numeric_limits<Number>::min(),
+              Number max = std::numeric_limits<Number>::max()) {
   const Json& value = member(line, name);
-  const bool fits =
-      value.is_number_unsigned()
-          ? std::in_range<Number>(value.get<std::uint64_t>())
-          : value.is_number_integer() && std::in_range<Number>(value.get<std::int64_t>());
-  if (!fits || value.get<Number>() < min) fail(name);
-  return value.get<Number>();
+  const bool is_small =
+      !value.is_number_unsigned() || std::in_range<std::int64_t>(value.get<std::uint64_t>());
+  require(value.is_number_integer() && is_small, name);
+  const auto wide = value.get<std::int64_t>();
+  require(wide >= min && wide <= max, name);
+  return static_cast<Number>(wide);
 }
 
 std::string text(const Json& line, const char* name) {
   const Json& value = member(line, name);
-  if (!value.is_string() || value.get_ref<const std::string&>().size() > kMaxText) fail(name);
-  return value.get<std::string>();
+  require(value.is_string(), name);
+  return value;
 }
 
 // A byte above 127 is the character of that number, of two bytes in JSON.
@@ -62,20 +59,19 @@ std::string raw_text(const std::string& text) {
   std::string raw;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const auto byte = static_cast<std::uint8_t>(text[i]);
-    const bool is_pair = (byte & 0xfe) == 0xc2 && i + 1 < text.size();
-    if (byte > 0x7f && !is_pair) fail("raw");
-    raw += is_pair ? static_cast<char>(byte << 6 | (text[++i] & 0x3f)) : text[i];
+    require(byte < 0xc4, "raw");
+    raw += byte < 0x80 ? text[i] : static_cast<char>(byte << 6 | (text[++i] & 0x3f));
   }
   return raw;
 }
 
 MaybeBytes maybe_bytes(const Json& line, const std::string& name, std::size_t max) {
   constexpr std::string_view kDigits = "0123456789abcdef";
-  const Json& value = member(line, name.c_str());
-  if (value.is_null()) return std::nullopt;
-  const std::string digits = value.is_string() ? value.get<std::string>() : "odd";
-  if (digits.size() % 2 != 0 || digits.size() / 2 > max) fail(name);
-  if (digits.find_first_not_of(kDigits) != digits.npos) fail(name);
+  if (member(line, name).is_null()) return std::nullopt;
+  const std::string digits = text(line, name.c_str());
+  require(digits.size() % 2 == 0 && digits.size() / 2 <= max &&
+              digits.find_first_not_of(kDigits) == digits.npos,
+          name);
   FileBytes bytes;
   for (std::size_t i = 0; i < digits.size(); i += 2)
     bytes.push_back(
@@ -85,11 +81,9 @@ MaybeBytes maybe_bytes(const Json& line, const std::string& name, std::size_t ma
 
 // A replay writes them where its own /var/tmp is, and nowhere else.
 std::string factory_file(const std::string& path) {
-  const std::string_view name =
-      std::string_view(path).substr(std::min(path.size(), kFactoryFolder.size()));
-  const bool is_plain = !name.empty() && name[0] != '.' && name.find('/') == name.npos &&
-                        name.find('\0') == name.npos && name.size() <= NAME_MAX;
-  if (!path.starts_with(kFactoryFolder) || !is_plain) fail("path");
+  require(path == camera::kCameraFile || path == camera::kHalfPixelWbFile ||
+              path == camera::kAllPixelWbFile,
+          "path");
   return path;
 }
 
@@ -101,26 +95,32 @@ wire::Packet packet(const FileBytes& bytes) {
 }
 
 RecordedStart start(const Json& line) {
-  if (number(line, "format") != 1) fail("format");
+  require(number(line, "format") == 1, "format");
+  RecordedStart start{.program = text(line, "program"),
+                      .wall = text(line, "wall"),
+                      .stored = {0, maybe_bytes(line, "stored", kRecordBytes)},
+                      .files = {}};
   const Json& files = member(line, "files");
-  if (!files.is_object()) fail("files");
-  RecordedStart start{
-      text(line, "program"), text(line, "wall"), maybe_bytes(line, "stored", kRecordBytes), {}};
-  if (start.stored && start.stored->size() != kRecordBytes) fail("stored");
+  require(files.is_object(), "files");
   for (const auto& [path, content] : files.items())
-    start.files[factory_file(path)] = maybe_bytes(files, path, kMaxFileBytes);
+    start.files.push_back({factory_file(path), maybe_bytes(files, path, kMaxFileBytes)});
   return start;
 }
 
 RecordedRequest request(const Json& line) {
-  const int id = number(line, "number", 1);
-  const int thread = number(line, "thread");
-  if (!line.contains("raw")) return {id, thread, number(line, "code"), number(line, "value")};
-  return {id, thread, 0, 0, raw_text(text(line, "raw")), number(line, "raw_len")};
+  RecordedRequest request{.number = number(line, "number", 1), .thread = number(line, "thread")};
+  if (line.contains("raw")) {
+    request.raw = raw_text(text(line, "raw"));
+    request.raw_length = number(line, "raw_len");
+  } else {
+    request.code = number(line, "code");
+    request.value = number(line, "value");
+  }
+  return request;
 }
 
 RecordedAnswer answer(const Json& line) {
-  RecordedAnswer answer{number(line, "number", 1), number(line, "result")};
+  RecordedAnswer answer{.number = number(line, "number", 1), .result = number(line, "result")};
   if (line.contains("value")) answer.value = number(line, "value");
   if (line.contains("reply"))
     answer.reply = maybe_bytes(line, "reply", sizeof(camera::s_ccdlsi_dbg::reply));
@@ -130,13 +130,13 @@ RecordedAnswer answer(const Json& line) {
 RecordedExchange exchange(const Json& line, std::int64_t t_us) {
   const auto command = maybe_bytes(line, "command", wire::kDataBytes);
   const auto reply = maybe_bytes(line, "reply", wire::kDataBytes);
-  if (!command) fail("command");
-  RecordedExchange exchange{{packet(*command),
-                             {},
-                             Clock::time_point(std::chrono::microseconds(t_us)),
-                             number(line, "thread")},
+  require(command.has_value(), "command");
+  RecordedExchange exchange{{.command = packet(*command),
+                             .reply = {},
+                             .start = Clock::time_point(std::chrono::microseconds(t_us)),
+                             .thread = number(line, "thread")},
                             line.contains("request") ? number(line, "request", 1) : 0,
-                            std::min(number<std::int64_t>(line, "took", 0), kMaxTime)};
+                            number<std::int64_t>(line, "took", 0, kMaxTime)};
   const auto entries = wire::decode_command(exchange.command).entries;
   exchange.command.count = static_cast<std::int32_t>(entries.size());
   if (!reply) return exchange;
@@ -146,10 +146,8 @@ RecordedExchange exchange(const Json& line, std::int64_t t_us) {
 }
 
 StoredChange stored(const Json& line) {
-  StoredChange change{static_cast<std::size_t>(number(line, "offset", 0)),
-                      maybe_bytes(line, "bytes", kRecordBytes)};
-  if (change.bytes && change.offset + change.bytes->size() > kRecordBytes) fail("offset");
-  return change;
+  const auto offset = static_cast<std::size_t>(number(line, "offset", 0, int{kRecordBytes}));
+  return {offset, maybe_bytes(line, "bytes", kRecordBytes - offset)};
 }
 
 FileChange file(const Json& line) {
@@ -159,8 +157,7 @@ FileChange file(const Json& line) {
 Event event(const Json& line) {
   if (!line.is_object()) throw BadLine("not JSON");
   const std::string kind = text(line, "event");
-  const auto t = number<std::int64_t>(line, "t", 0);
-  if (t > kMaxTime) fail("t");
+  const auto t = number<std::int64_t>(line, "t", 0, kMaxTime);
   const auto made = [t](auto what) { return Event{t, t, std::move(what)}; };
   if (kind == "start") return made(start(line));
   if (kind == "request") return made(request(line));
@@ -168,7 +165,7 @@ Event event(const Json& line) {
   if (kind == "exchange") return made(exchange(line, t));
   if (kind == "stored") return made(stored(line));
   if (kind == "file") return made(file(line));
-  if (kind == "lost") return made(LostLines{number<std::int64_t>(line, "lines", 0)});
+  if (kind == "lost") return made(LostLines{number<std::int64_t>(line, "lines", 0, kMaxTime)});
   if (kind == "end") return made(RecordedEnd{});
   throw BadLine("no such event");
 }
@@ -206,39 +203,30 @@ std::set<int> control_threads(const Recording& recording) {
 }
 
 void find_places(Recording& recording) {
-  struct Run {
-    std::optional<Place> place;
-    bool is_loose;
-  };
   const std::set<int> control = control_threads(recording);
-  std::map<int, Run> runs;  // by their threads
-  std::map<Place::Kind, int> counts;
+  WorkerRuns workers;
+  std::map<Place, bool> is_ended;  // runs
+  int start_ups = 0;
   int control_thread = 0;
   for (Event& event : recording.events) {
     if (const auto* request = event.as<RecordedRequest>()) {
-      runs[request->thread] = {};  // a caller may use registers as it likes
-      for (auto& [thread, run] : runs)
-        run.is_loose = run.is_loose || ends_measurement(request->code);
+      workers.ignore(request->thread);  // a caller may use registers as it likes
+      for (auto& [place, ended] : is_ended) ended = ended || ends_measurement(request->code);
     }
     auto* exchange = std::get_if<RecordedExchange>(&event.what);
     if (exchange == nullptr) continue;
-    if (control.contains(exchange->thread)) {
-      if (exchange->request == 0 && exchange->thread != control_thread)
-        ++counts[Place::Kind::kStartUp];
-      control_thread = exchange->thread;
-      exchange->place =
-          exchange->request != 0
-              ? Place{Place::Kind::kRequest, exchange->request}
-              : Place{Place::Kind::kStartUp, std::max(counts[Place::Kind::kStartUp] - 1, 0)};
+    if (!control.contains(exchange->thread)) {
+      exchange->place = workers.place(exchange->thread, exchange->command);
+      if (exchange->place)
+        exchange->is_loose =
+            is_ended[*exchange->place] || exchange->place->kind == Place::Kind::kEvr;
       continue;
     }
-    if (!runs.contains(exchange->thread)) {
-      const auto kind = worker_of(exchange->command);
-      runs[exchange->thread] = {kind ? std::optional(Place{*kind, counts[*kind]++}) : std::nullopt,
-                                kind == Place::Kind::kEvr};
-    }
-    exchange->place = runs[exchange->thread].place;
-    exchange->is_loose = runs[exchange->thread].is_loose;
+    if (exchange->request == 0 && exchange->thread != control_thread) ++start_ups;
+    control_thread = exchange->thread;
+    exchange->place = exchange->request != 0
+                          ? Place{Place::Kind::kRequest, exchange->request}
+                          : Place{Place::Kind::kStartUp, std::max(start_ups - 1, 0)};
   }
 }
 
@@ -253,7 +241,6 @@ const RecordedStart* Recording::start() const {
 
 Recording read_recording(std::string_view text) {
   Recording recording;
-  int last_request = 0;
   for (int number = 1; !text.empty(); ++number) {
     const std::size_t length = text.find('\n');
     const std::string_view line = text.substr(0, length);
@@ -262,10 +249,6 @@ Recording read_recording(std::string_view text) {
       if (length == line.npos) throw BadLine("cut off");
       Event found = event(Json::parse(line, nullptr, /*allow_exceptions=*/false));
       if (found.as<RecordedStart>() != nullptr && number > 1) throw BadLine("another start");
-      if (const auto* request = found.as<RecordedRequest>()) {
-        if (request->number <= last_request) throw BadLine("number is none of the next request");
-        last_request = request->number;
-      }
       recording.events.push_back(std::move(found));
     } catch (const BadLine& bad) {
       recording.faults.push_back("line " + std::to_string(number) + ": " + bad.what());
@@ -276,13 +259,16 @@ Recording read_recording(std::string_view text) {
   return recording;
 }
 
-std::optional<Place::Kind> worker_of(const wire::Packet& first_command) {
-  const std::vector<wire::CommandEntry> entries = wire::decode_command(first_command).entries;
-  if (entries.empty()) return std::nullopt;
+std::optional<Place> WorkerRuns::place(int thread, const wire::Packet& command) {
+  if (const auto known = by_thread_.find(thread); known != by_thread_.end()) return known->second;
+  std::optional<Place>& place = by_thread_[thread];
+  const std::vector<wire::CommandEntry> entries = wire::decode_command(command).entries;
+  if (entries.empty()) return place;
   const Address first = address_in(entries[0], 0);
-  if (first == registers::address("wb_mode")) return Place::Kind::kOnepush;
-  if (first == registers::address("adjust_mode")) return Place::Kind::kEvr;
-  return std::nullopt;
+  const auto is_run = [&](Place::Kind kind) { place = {kind, counts_[kind]++}; };
+  if (first == registers::address("wb_mode")) is_run(Place::Kind::kOnepush);
+  if (first == registers::address("adjust_mode")) is_run(Place::Kind::kEvr);
+  return place;
 }
 
 void apply_change(const StoredChange& change, MaybeBytes& stored) {

@@ -26,11 +26,19 @@ struct Place {
   auto operator<=>(const Place&) const = default;
 };
 
+struct StoredChange {
+  std::size_t offset;
+  MaybeBytes bytes;
+};
+struct FileChange {
+  std::string path;
+  MaybeBytes bytes;
+};
 struct RecordedStart {
   std::string program;
   std::string wall;
-  MaybeBytes stored;
-  std::map<std::string, MaybeBytes> files;
+  StoredChange stored;
+  std::vector<FileChange> files;
 };
 struct RecordedRequest {
   int number;
@@ -51,14 +59,6 @@ struct RecordedExchange : LoggedExchange {
   std::int64_t took_us;
   std::optional<Place> place = {};  // none: of a thread that is not the library's
   bool is_loose = false;            // whether it happens is a matter of time
-};
-struct StoredChange {
-  std::size_t offset;
-  MaybeBytes bytes;
-};
-struct FileChange {
-  std::string path;
-  MaybeBytes bytes;
 };
 struct LostLines {
   std::int64_t count;
@@ -89,8 +89,17 @@ struct Recording {
 // What can be used of any text.
 Recording read_recording(std::string_view text);
 
-// The worker that begins with this command; none: another thread.
-std::optional<Place::Kind> worker_of(const wire::Packet& first_command);
+// Numbers the runs of workers, each on a thread of its own.
+class WorkerRuns {
+ public:
+  // None: of another thread. The first command of a thread says which worker it is.
+  std::optional<Place> place(int thread, const wire::Packet& command);
+  void ignore(int thread) { by_thread_[thread] = std::nullopt; }
+
+ private:
+  std::map<int, std::optional<Place>> by_thread_;
+  std::map<Place::Kind, int> counts_;
+};
 
 // Puts a change into a copy of the stored record.
 void apply_change(const StoredChange& change, MaybeBytes& stored);

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <limits>
+#include <functional>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -33,21 +33,14 @@ ipcam::comm::s_port_inf g_port = {};
 // The library's own limits are below it: 5 s for a worker to arrive, one of a reading below 2 s.
 constexpr auto kPatience = 10s;
 
-bool is_awaited(const RecordedExchange& exchange) {
-  return exchange.place && exchange.place->kind == Place::Kind::kOnepush && !exchange.is_loose;
-}
-
 // The library's own pauses are in it, the waits between requests only in real time.
 double seconds_of(const Recording& recording, bool in_real_time) {
-  std::int64_t idle_us = 0;
-  std::int64_t busy_until_us = std::numeric_limits<std::int64_t>::max();  // the start-up
-  for (const Event& event : recording.events) {
-    if (event.as<RecordedRequest>() != nullptr)
-      idle_us += std::max<std::int64_t>(event.t_us - busy_until_us, 0);
-    if (event.as<RecordedAnswer>() != nullptr) busy_until_us = event.t_us;
-  }
   const std::int64_t all_us = recording.events.back().order_us - recording.events.front().order_us;
-  return static_cast<double>(in_real_time ? all_us : all_us - idle_us) / 1e6;
+  std::int64_t us = in_real_time ? all_us : 0;
+  for (const auto& [place, part] : session_of(recording)) {
+    if (!in_real_time && place.kind != Place::Kind::kEvr) us += part.end_us - part.t_us;
+  }
+  return static_cast<double>(us) / 1e6;
 }
 
 // What stands behind the last request, or behind lines that are lost, cannot be compared.
@@ -75,14 +68,14 @@ void store(const MaybeBytes& bytes) {
   throw CommandError(kUsage, "replay: the stored settings cannot be written");
 }
 
-void write_factory_file(const std::string& path, const MaybeBytes& bytes) {
-  std::filesystem::remove(path);
-  if (!bytes) return;
-  std::ofstream file(path, std::ios::binary);
-  file.write(reinterpret_cast<const char*>(bytes->data()),
-             static_cast<std::streamsize>(bytes->size()));
+void write_factory_file(const FileChange& change) {
+  std::filesystem::remove(change.path);
+  if (!change.bytes) return;
+  std::ofstream file(change.path, std::ios::binary);
+  file.write(reinterpret_cast<const char*>(change.bytes->data()),
+             static_cast<std::streamsize>(change.bytes->size()));
   file.close();
-  if (!file) throw CommandError(kUsage, "replay: " + path + " cannot be written");
+  if (!file) throw CommandError(kUsage, "replay: " + change.path + " cannot be written");
 }
 
 RecordedAnswer ask_library(const RecordedRequest& request) {
@@ -112,34 +105,33 @@ class Replay {
   Replay(const Replay&) = delete;
   Replay& operator=(const Replay&) = delete;
 
-  std::optional<Difference> run();
-  std::size_t exchanges() const { return places_.size(); }
+  void run();
+  ExitCode show() {
+    return show_difference(context_.out, recorded_, replayed_, "recorded", "replayed");
+  }
 
  private:
-  void differ(const Place& place);
   void play(const Event& event);
   void follow(const RecordedExchange& exchange);
   void start();
   void stop();
   void ask(const RecordedRequest& request);
-  void await_answer();
-  void compare_answer(const RecordedAnswer& recorded);
+  void call(int caller);
+  void check_count(const Place& place);
+  void differ(const Place& place);
+  bool is_open(const Place& place) const;
   void change_stored(const StoredChange& change);
   bool is_librarys_own(std::size_t offset) const;
-  void call(const std::vector<const RecordedRequest*>& requests);
   void answer_exchange(const wire::Packet& command);
   std::optional<Place> place_of(const wire::Packet& command);
-  Session replayed() const;
-  template <class Condition>
-  bool wait_until(Clock::time_point deadline, Condition holds);
+  void finish();
+  bool wait_until(Clock::time_point deadline, const std::function<bool()>& holds);
 
   Context& context_;
   const Recording& recording_;
   const bool in_real_time_;
   Session recorded_;
-  std::map<Place, std::vector<const RecordedExchange*>> expected_;
-  std::map<int, std::vector<const RecordedRequest*>> requests_;  // of each thread
-  std::set<Place> unfinished_;                                   // when the recording ended
+  bool has_requests_;
 
   sim::SimulatedCamera camera_;
   std::map<int, std::thread> callers_;
@@ -152,12 +144,11 @@ class Replay {
 
   std::mutex mutex_;  // guards what follows; the log's is taken before it
   std::condition_variable changed_;
-  int turn_ = 0;  // number of the request that is being made
+  const RecordedRequest* turn_ = nullptr;  // the request that is being made
   bool is_over_ = false;
-  std::map<int, RecordedAnswer> answers_;
+  Session replayed_;  // exchanges come last
   int control_thread_ = 0;
-  std::map<int, std::optional<Place>> workers_;  // by their threads
-  std::map<Place::Kind, int> runs_;
+  WorkerRuns workers_;
   std::map<Place, std::size_t> counts_;
   std::vector<std::optional<Place>> places_;  // of all exchanges so far
   std::optional<Place> different_at_;
@@ -170,22 +161,14 @@ Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
       recording_(recording),
       in_real_time_(in_real_time),
       recorded_(session_of(recording)),
-      stored_(recording.start()->stored),
       log_([this](const wire::Packet& command) { answer_exchange(command); }) {
-  for (const Event& event : recording.events) {
-    if (const auto* request = event.as<RecordedRequest>()) {
-      requests_[request->thread].push_back(request);
-      unfinished_.insert({Place::Kind::kRequest, request->number});
-    }
-    if (const auto* answer = event.as<RecordedAnswer>())
-      unfinished_.erase({Place::Kind::kRequest, answer->number});
-    const auto* exchange = event.as<RecordedExchange>();
-    if (exchange != nullptr && exchange->place) expected_[*exchange->place].push_back(exchange);
-  }
-  if (requests_.empty()) unfinished_.insert({Place::Kind::kStartUp, 0});
+  recorded_.erase({Place::Kind::kBefore, 0});
+  has_requests_ = std::ranges::any_of(
+      recorded_, [](const auto& part) { return part.second.request.has_value(); });
   enter_private_world({"/tmp", "/var/tmp"});
+  apply_change(recording.start()->stored, stored_);
   store(stored_);
-  for (const auto& [path, bytes] : recording.start()->files) write_factory_file(path, bytes);
+  for (const FileChange& file : recording.start()->files) write_factory_file(file);
   camera_.start();
   camera_.board().sensor_off = 1;
   zero_ = Clock::now() - microseconds(recording.events.front().t_us);
@@ -202,8 +185,7 @@ Replay::~Replay() {
 }
 
 // Looks for a signal that ends the command, too.
-template <class Condition>
-bool Replay::wait_until(Clock::time_point deadline, Condition holds) {
+bool Replay::wait_until(Clock::time_point deadline, const std::function<bool()>& holds) {
   std::unique_lock lock(mutex_);
   while (!holds()) {
     check_for_stop();
@@ -213,31 +195,22 @@ bool Replay::wait_until(Clock::time_point deadline, Condition holds) {
   return true;
 }
 
-std::optional<Difference> Replay::run() {
+void Replay::run() {
   for (const Event& event : recording_.events) {
     play(event);
     const std::lock_guard lock(mutex_);
     if (different_at_) break;
   }
-  await_answer();
   stop();
-  const Session now = replayed();
-  return different_at_ ? difference_at(*different_at_, recorded_, now)
-                       : first_difference(recorded_, now);
-}
-
-void Replay::differ(const Place& place) {
-  const std::lock_guard lock(mutex_);
-  if (!different_at_) different_at_ = place;
+  finish();
 }
 
 void Replay::play(const Event& event) {
   if (const auto* exchange = event.as<RecordedExchange>()) return follow(*exchange);
   if (in_real_time_) wait_until(zero_ + microseconds(event.t_us), [] { return false; });
   if (const auto* request = event.as<RecordedRequest>()) ask(*request);
-  if (const auto* answer = event.as<RecordedAnswer>()) compare_answer(*answer);
   if (const auto* change = event.as<StoredChange>()) change_stored(*change);
-  if (const auto* change = event.as<FileChange>()) write_factory_file(change->path, change->bytes);
+  if (const auto* change = event.as<FileChange>()) write_factory_file(*change);
 }
 
 // A measurement gets as far as it was when something else happened.
@@ -249,7 +222,7 @@ void Replay::follow(const RecordedExchange& exchange) {
     if (in_real_time_) zero_ = Clock::now() - exchange.start.time_since_epoch();
     start();
   }
-  if (!is_awaited(exchange)) return;
+  if (place.kind != Place::Kind::kOnepush || exchange.is_loose) return;
   if (!wait_until(Clock::now() + kPatience, [&] { return counts_[place] > index; })) differ(place);
 }
 
@@ -262,10 +235,7 @@ void Replay::start() {
   // A code without a handler: answered when the start-up is done.
   camera::s_cam_cgi_cmd nothing = {};
   camera::cam_cgi_command(&nothing);
-  const std::lock_guard lock(mutex_);
-  if (counts_[place] != expected_[place].size() && recorded_.contains(place) &&
-      !unfinished_.contains(place))
-    different_at_ = place;
+  check_count(place);
 }
 
 void Replay::stop() {
@@ -277,50 +247,60 @@ void Replay::stop() {
 
 void Replay::ask(const RecordedRequest& request) {
   if (!is_started_) start();
-  await_answer();
   asked_.insert(request.code);
-  context_.out.progress("replay: " + place_text({Place::Kind::kRequest, request.number}) + ", " +
-                        request_text(request));
-  std::thread& thread = callers_[request.thread];
-  if (!thread.joinable())
-    thread = std::thread([this, &list = requests_[request.thread]] { call(list); });
-  const std::lock_guard lock(mutex_);
-  turn_ = request.number;
+  const Place place = {Place::Kind::kRequest, request.number};
+  context_.out.progress("replay: " + place_text(place) + ", " + request_text(request));
+  std::thread& caller = callers_[request.thread];
+  if (!caller.joinable()) caller = std::thread([this, id = request.thread] { call(id); });
+  {
+    const std::lock_guard lock(mutex_);
+    replayed_[place].request = request;
+    turn_ = &request;
+  }
   changed_.notify_all();
-}
-
-void Replay::await_answer() {
-  wait_until(Clock::time_point::max(), [this] { return turn_ == 0; });
+  wait_until(Clock::time_point::max(), [this] { return turn_ == nullptr; });
+  if (is_open(place)) return;
+  check_count(place);
+  const RecordedAnswer& then = *recorded_.at(place).answer;
+  std::optional<RecordedAnswer>& now = replayed_[place].answer;
+  if (!then.value) now->value.reset();
+  if (answer_text(then) != answer_text(*now)) differ(place);
 }
 
 // A caller's thread.
-void Replay::call(const std::vector<const RecordedRequest*>& requests) {
-  for (const RecordedRequest* request : requests) {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return turn_ == request->number || is_over_; });
-    if (is_over_) return;
+void Replay::call(int caller) {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    const auto is_asked = [&] { return turn_ != nullptr && turn_->thread == caller; };
+    changed_.wait(lock, [&] { return is_asked() || is_over_; });
+    if (!is_asked()) return;
+    const RecordedRequest& request = *turn_;
     lock.unlock();
-    RecordedAnswer answer = ask_library(*request);
+    const RecordedAnswer answer = ask_library(request);
     lock.lock();
-    answers_[request->number] = std::move(answer);
-    turn_ = 0;
+    const Place place = {Place::Kind::kRequest, request.number};
+    if (!is_open(place)) replayed_[place].answer = answer;
+    turn_ = nullptr;
     changed_.notify_all();
   }
 }
 
-void Replay::compare_answer(const RecordedAnswer& recorded) {
-  await_answer();
-  const Place place = {Place::Kind::kRequest, recorded.number};
+void Replay::check_count(const Place& place) {
+  const auto recorded = recorded_.find(place);
+  if (recorded == recorded_.end() || is_open(place)) return;
   const std::lock_guard lock(mutex_);
-  const auto answer = answers_.find(recorded.number);
-  if (answer == answers_.end()) return;
-  if (!recorded.value) answer->second.value.reset();
-  Session before;
-  Session now;
-  add(before, recorded);
-  add(now, answer->second);
-  if (difference_at(place, before, now) || counts_[place] != expected_[place].size())
-    different_at_ = place;
+  if (counts_[place] != recorded->second.exchanges.size()) different_at_ = place;
+}
+
+void Replay::differ(const Place& place) {
+  const std::lock_guard lock(mutex_);
+  if (!different_at_) different_at_ = place;
+}
+
+// What was going on when the recording ended.
+bool Replay::is_open(const Place& place) const {
+  if (place.kind == Place::Kind::kStartUp) return !has_requests_;
+  return place.kind == Place::Kind::kRequest && !recorded_.at(place).answer;
 }
 
 bool Replay::is_librarys_own(std::size_t offset) const {
@@ -348,8 +328,7 @@ void Replay::change_stored(const StoredChange& change) {
   if (!has_own) return;
   asked_.clear();
   if (wait_until(Clock::now() + kPatience, [this] { return stored_now() == stored_; })) return;
-  recorded_.erase({Place::Kind::kAfter, 0});
-  add_stored(recorded_, Place::Kind::kAfter, stored_);
+  recorded_[{Place::Kind::kAfter, 0}].settings = settings_text(stored_);
   differ({Place::Kind::kAfter, 0});
 }
 
@@ -361,9 +340,9 @@ void Replay::answer_exchange(const wire::Packet& command) {
   if (!place) return;
   const std::size_t index = counts_[*place]++;
   changed_.notify_all();
-  const auto& expected = expected_[*place];
-  if (index >= expected.size()) return;
-  const RecordedExchange& exchange = *expected[index];
+  const auto recorded = recorded_.find(*place);
+  if (recorded == recorded_.end() || index >= recorded->second.exchanges.size()) return;
+  const RecordedExchange& exchange = recorded->second.exchanges[index];
   if (std::memcmp(&command, &exchange.command, sizeof command) != 0) {
     if (!different_at_) different_at_ = place;
     return;
@@ -386,39 +365,28 @@ void Replay::answer_exchange(const wire::Packet& command) {
 std::optional<Place> Replay::place_of(const wire::Packet& command) {
   const int thread = gettid();
   if (control_thread_ == 0) control_thread_ = thread;  // the start-up comes before any worker
-  if (thread == control_thread_)
-    return turn_ != 0 ? Place{Place::Kind::kRequest, turn_}
-                      : Place{Place::Kind::kStartUp, starts_ - 1};
-  if (!workers_.contains(thread)) {
-    const auto kind = worker_of(command);
-    workers_[thread] = kind ? std::optional(Place{*kind, runs_[*kind]++}) : std::nullopt;
-  }
-  return workers_[thread];
+  if (thread != control_thread_) return workers_.place(thread, command);
+  return turn_ != nullptr ? Place{Place::Kind::kRequest, turn_->number}
+                          : Place{Place::Kind::kStartUp, starts_ - 1};
 }
 
-// As far as the recording goes.
-Session Replay::replayed() const {
-  Session session;
-  session.insert(*recorded_.find({Place::Kind::kBefore, 0}));
-  for (const auto& [thread, list] : requests_) {
-    for (const RecordedRequest* request : list) {
-      if (answers_.contains(request->number)) add(session, *request);
-    }
-  }
+// What was replayed, as far as the recording goes, or only where it differs.
+void Replay::finish() {
   const std::vector<LoggedExchange> exchanges = log_.exchanges();
+  const std::lock_guard lock(mutex_);
   for (std::size_t i = 0; i < exchanges.size(); ++i) {
     const std::optional<Place>& place = places_[i];
     if (!place || (place->kind == Place::Kind::kStartUp && !recorded_.contains(*place))) continue;
-    const bool is_of_worker =
-        place->kind == Place::Kind::kOnepush || place->kind == Place::Kind::kEvr;
-    add(session, *place, exchanges[i], is_of_worker || unfinished_.contains(*place));
+    const bool is_loose =
+        place->kind == Place::Kind::kOnepush || place->kind == Place::Kind::kEvr || is_open(*place);
+    replayed_[*place].exchanges.push_back({exchanges[i], 0, 0, place, is_loose});
   }
-  for (const auto& [number, answer] : answers_) {
-    if (!unfinished_.contains({Place::Kind::kRequest, number})) add(session, answer);
-  }
-  if (recorded_.contains({Place::Kind::kAfter, 0}))
-    add_stored(session, Place::Kind::kAfter, stored_now());
-  return session;
+  const Place after = {Place::Kind::kAfter, 0};
+  if (recorded_.contains(after)) replayed_[after].settings = settings_text(stored_now());
+  if (!different_at_) return;
+  const auto is_elsewhere = [this](const auto& part) { return part.first != *different_at_; };
+  std::erase_if(recorded_, is_elsewhere);
+  std::erase_if(replayed_, is_elsewhere);
 }
 
 }  // namespace
@@ -431,14 +399,8 @@ int replay(Context& context, const std::string& file, const ReplayOptions& optio
   const double seconds = seconds_of(recording, options.in_real_time);
   context.out.note("replay: takes about " + std::to_string(std::lround(seconds)) + " s");
   Replay session(context, recording, options.in_real_time);
-  const std::optional<Difference> difference = session.run();
-  if (difference) {
-    show_difference(context.out, *difference, "recorded", "replayed");
-  } else {
-    context.out.result({{"same", true}, {"exchanges", session.exchanges()}},
-                       "the same: " + std::to_string(session.exchanges()) + " exchanges");
-  }
-  return finish_recording(context, file, recording, difference ? kRefused : kDone);
+  session.run();
+  return finish_recording(context, file, recording, session.show());
 }
 
 }  // namespace ipcam::tools

@@ -1,9 +1,9 @@
-// What a session did, as lines that can be compared: without times and the numbers of threads.
+// What a session did, in parts that can be compared: without times and the numbers of threads.
 #include "tools/session.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <bit>
 #include <sstream>
 
 #include "sim/exchange_text.h"
@@ -15,28 +15,127 @@ namespace ipcam::tools {
 
 namespace {
 
-std::string hex_text(const wire::Packet& packet) { return sim::reply_text({{}, packet, {}}); }
+struct Line {
+  std::string text;       // for a reader
+  std::string identity;   // all that counts
+  bool is_loose = false;  // may be missing
+};
 
-std::string hex_text(const FileBytes& bytes) {
+std::string hex_text(wire::Bytes bytes) {
   std::string text;
   for (const std::uint8_t byte : bytes) text += " " + hex(byte).substr(2);
   return text;
 }
 
-// Where the count of the entries and the entries themselves are at odds, both are shown.
-std::string reply_text(const wire::Packet& reply) {
-  const auto entries = static_cast<std::int32_t>(wire::decode_reply(reply).size());
-  return hex_text(reply) +
-         (reply.count == entries ? "" : " (count " + std::to_string(reply.count) + ")");
+Line line_of(const RecordedRequest& request) {
+  const std::string text = request_text(request);
+  return {text, text + " (code " + std::to_string(request.code) + ", value " +
+                    std::to_string(request.value) + ", length " +
+                    std::to_string(request.raw_length) + ")"};
 }
 
-const SessionLine* line_at(const std::vector<SessionLine>& lines, std::size_t index) {
-  return index < lines.size() ? &lines[index] : nullptr;
+Line line_of(const RecordedExchange& exchange) {
+  std::string identity = hex_text(wire::used_bytes(exchange.command)) + " ->";
+  if (exchange.reply)
+    identity += hex_text(wire::used_bytes(*exchange.reply)) + " (" +
+                std::to_string(exchange.reply->count) + " entries)";
+  return {exchange_text(exchange), identity, exchange.is_loose};
 }
 
-bool may_stand_alone(const SessionLine* line) { return line == nullptr || line->is_loose; }
+std::vector<Line> lines_of(const Part& part) {
+  std::vector<Line> lines;
+  std::istringstream settings(part.settings);
+  for (std::string line; std::getline(settings, line);) lines.push_back({line, line});
+  if (part.request) lines.push_back(line_of(*part.request));
+  for (const RecordedExchange& exchange : part.exchanges) lines.push_back(line_of(exchange));
+  if (part.answer) lines.push_back({answer_text(*part.answer), answer_text(*part.answer)});
+  return lines;
+}
+
+// Number of the first line that differs.
+std::optional<std::size_t> difference_of(const std::vector<Line>& a, const std::vector<Line>& b) {
+  const std::size_t both = std::min(a.size(), b.size());
+  const std::vector<Line>& longer = a.size() > both ? a : b;
+  for (std::size_t i = 0; i < longer.size(); ++i) {
+    const bool is_same = i < both ? a[i].identity == b[i].identity : longer[i].is_loose;
+    if (!is_same) return i;
+  }
+  return std::nullopt;
+}
+
+// What fits beside another column, from a little before the character `at` on.
+std::string clipped(const std::string& text, std::size_t at) {
+  constexpr std::size_t kWidth = 68;
+  const std::size_t begin = text.size() <= kWidth || at < kWidth ? 0 : at - kWidth / 2;
+  const bool is_cut = begin + kWidth < text.size();
+  return (begin == 0 ? "" : "... ") + text.substr(begin, kWidth) + (is_cut ? " ..." : "");
+}
+
+void show_lines(Output& out, const Place& place, std::size_t first, const std::vector<Line>& a,
+                const std::vector<Line>& b, const std::string& left, const std::string& right) {
+  constexpr std::size_t kBefore = 3;
+  constexpr std::size_t kBehind = 2;
+  // Packets can differ in what their text does not show.
+  const bool is_hidden = first < std::min(a.size(), b.size()) && a[first].text == b[first].text;
+  const auto text_of = [&](const std::vector<Line>& lines, std::size_t i) {
+    if (i >= lines.size()) return std::string("-");
+    return is_hidden && i == first ? lines[i].identity : lines[i].text;
+  };
+  std::vector<std::array<std::string, 3>> rows = {{"  ", left, right}};
+  Json around = Json::array();
+  for (std::size_t i = 0; i < std::min(std::max(a.size(), b.size()), first + kBehind); ++i) {
+    // The first line of a request says which one it is.
+    const bool is_title = i == 0 && place.kind == Place::Kind::kRequest;
+    if (i + kBefore < first && !is_title) continue;
+    const std::string before = text_of(a, i);
+    const std::string now = text_of(b, i);
+    const auto same = std::ranges::mismatch(before, now).in1 - before.begin();
+    const auto at = i == first ? static_cast<std::size_t>(same) : 0;
+    rows.push_back({i == first ? "! " : "  ", clipped(before, at), clipped(now, at)});
+    around.push_back({{"line", i + 1}, {left, before}, {right, now}});
+  }
+  std::size_t width = 0;
+  for (const auto& row : rows) width = std::max(width, row[1].size());
+  std::string text = place_text(place) + ", line " + std::to_string(first + 1) + ": different";
+  for (const auto& [mark, before, now] : rows)
+    text.append("\n").append(mark).append(padded(before, width)).append(" | ").append(now);
+  out.result(
+      {{"same", false}, {"place", place_text(place)}, {"line", first + 1}, {"around", around}},
+      text);
+}
 
 }  // namespace
+
+Session session_of(const Recording& recording) {
+  Session session;
+  MaybeBytes stored;
+  const auto part_of = [&](const Place& place, std::int64_t t_us, std::int64_t end_us) -> Part& {
+    Part& part = session.try_emplace(place, Part{.t_us = t_us}).first->second;
+    part.end_us = std::max(part.end_us, end_us);
+    return part;
+  };
+  for (const Event& event : recording.events) {
+    const auto t = event.t_us;
+    if (const auto* start = event.as<RecordedStart>()) {
+      apply_change(start->stored, stored);
+      std::string& text = part_of({Place::Kind::kBefore, 0}, t, t).settings;
+      text = settings_text(stored);
+      for (const auto& [path, bytes] : start->files)
+        text += path + (bytes ? ":" + hex_text(*bytes) : " cannot be read") + "\n";
+    }
+    if (const auto* request = event.as<RecordedRequest>())
+      part_of({Place::Kind::kRequest, request->number}, t, t).request = *request;
+    if (const auto* answer = event.as<RecordedAnswer>())
+      part_of({Place::Kind::kRequest, answer->number}, t, t).answer = *answer;
+    if (const auto* change = event.as<StoredChange>()) apply_change(*change, stored);
+    const auto* exchange = event.as<RecordedExchange>();
+    if (exchange != nullptr && exchange->place)
+      part_of(*exchange->place, t, t + exchange->took_us).exchanges.push_back(*exchange);
+    if (event.as<RecordedEnd>() != nullptr)
+      part_of({Place::Kind::kAfter, 0}, t, t).settings = settings_text(stored);
+  }
+  return session;
+}
 
 std::string request_text(const RecordedRequest& request) {
   if (request.raw) return "\"" + *request.raw + "\"";
@@ -54,95 +153,60 @@ std::string exchange_text(const LoggedExchange& exchange) {
   return sim::trace_line({exchange.command, *exchange.reply, {}});
 }
 
-std::string place_text(const Place& place) {
-  constexpr std::array<std::string_view, 6> kNames = {"settings before", "start-up",
-                                                      "request",         "one-push measurement",
-                                                      "EVR worker run",  "settings afterwards"};
-  const bool is_counted = place.kind != Place::Kind::kBefore && place.kind != Place::Kind::kAfter;
-  const bool from_0 = place.kind != Place::Kind::kRequest;
-  return std::string(kNames[static_cast<std::size_t>(place.kind)]) +
-         (is_counted ? " " + std::to_string(place.number + (from_0 ? 1 : 0)) : "");
-}
-
-void add(Session& session, const RecordedRequest& request) {
-  const std::string text = request_text(request);
-  const std::string identity = std::to_string(request.code) + " " + std::to_string(request.value) +
-                               " " + std::to_string(request.raw_length) + " " + text;
-  session[{Place::Kind::kRequest, request.number}].push_back({text, identity, false});
-}
-
-void add(Session& session, const RecordedAnswer& answer) {
+std::string answer_text(const RecordedAnswer& answer) {
   std::string text = "result " + std::to_string(answer.result);
   if (answer.value) text += ", answer " + std::to_string(*answer.value);
   if (answer.reply) text += ", reply" + hex_text(*answer.reply);
-  session[{Place::Kind::kRequest, answer.number}].push_back({text, text, false});
+  return text;
 }
 
-void add(Session& session, const Place& place, const LoggedExchange& exchange, bool is_loose) {
-  const std::string identity = hex_text(exchange.command) + " -> " +
-                               (exchange.reply ? reply_text(*exchange.reply) : "no reply");
-  session[place].push_back({exchange_text(exchange), identity, is_loose});
-}
-
-void add_stored(Session& session, Place::Kind when, const MaybeBytes& stored) {
-  std::vector<SessionLine>& lines = session[{when, 0}];
-  if (!stored) {
-    lines.push_back({"cannot be read", "cannot be read", false});
-    return;
+std::string place_text(const Place& place) {
+  const std::string from_1 = std::to_string(place.number + 1);
+  switch (place.kind) {
+    case Place::Kind::kBefore:
+      return "settings before";
+    case Place::Kind::kStartUp:
+      return "start-up " + from_1;
+    case Place::Kind::kRequest:
+      return "request " + std::to_string(place.number);
+    case Place::Kind::kOnepush:
+      return "one-push measurement " + from_1;
+    case Place::Kind::kEvr:
+      return "EVR worker run " + from_1;
+    default:
+      return "settings afterwards";
   }
-  camera::SettingsRecord record;
-  std::memcpy(&record, stored->data(), sizeof record);
-  std::istringstream text(record_text(record));
-  for (std::string line; std::getline(text, line);) lines.push_back({line, line, false});
 }
 
-Session session_of(const Recording& recording) {
-  Session session;
-  MaybeBytes stored;
-  for (const Event& event : recording.events) {
-    if (const auto* start = event.as<RecordedStart>()) {
-      stored = start->stored;
-      add_stored(session, Place::Kind::kBefore, stored);
-      for (const auto& [path, bytes] : start->files) {
-        const std::string text = path + (bytes ? ":" + hex_text(*bytes) : " cannot be read");
-        session[{Place::Kind::kBefore, 0}].push_back({text, text, false});
-      }
+std::string settings_text(const MaybeBytes& stored) {
+  if (!stored) return "cannot be read\n";
+  std::array<std::uint8_t, sizeof(camera::SettingsRecord)> bytes;
+  std::ranges::copy(*stored, bytes.begin());
+  return record_text(std::bit_cast<camera::SettingsRecord>(bytes));
+}
+
+ExitCode show_difference(Output& out, const Session& a, const Session& b, const std::string& left,
+                         const std::string& right) {
+  Session all = b;
+  all.insert(a.begin(), a.end());
+  std::size_t exchanges = 0;
+  for (const auto& [place, part] : all) {
+    const auto lines_in = [&place = place](const Session& session) {
+      const auto found = session.find(place);
+      return lines_of(found == session.end() ? Part{} : found->second);
+    };
+    const std::vector<Line> before = lines_in(a);
+    const std::vector<Line> now = lines_in(b);
+    const auto first = difference_of(before, now);
+    if (first) {
+      show_lines(out, place, *first, before, now, left, right);
+      return kRefused;
     }
-    if (const auto* request = event.as<RecordedRequest>()) add(session, *request);
-    if (const auto* answer = event.as<RecordedAnswer>()) add(session, *answer);
-    if (const auto* change = event.as<StoredChange>()) apply_change(*change, stored);
-    const auto* exchange = event.as<RecordedExchange>();
-    if (exchange != nullptr && exchange->place)
-      add(session, *exchange->place, *exchange, exchange->is_loose);
-    if (event.as<RecordedEnd>() != nullptr) add_stored(session, Place::Kind::kAfter, stored);
+    exchanges += part.exchanges.size();
   }
-  return session;
-}
-
-std::optional<Difference> difference_at(const Place& place, const Session& a, const Session& b) {
-  Difference difference{.place = place, .first = 0, .lines = {}};
-  if (a.contains(place)) difference.lines[0] = a.at(place);
-  if (b.contains(place)) difference.lines[1] = b.at(place);
-  for (std::size_t i = 0;; ++i) {
-    const SessionLine* const left = line_at(difference.lines[0], i);
-    const SessionLine* const right = line_at(difference.lines[1], i);
-    if (left == nullptr && right == nullptr) return std::nullopt;
-    const bool is_same = left != nullptr && right != nullptr
-                             ? left->identity == right->identity
-                             : may_stand_alone(left) && may_stand_alone(right);
-    if (is_same) continue;
-    difference.first = i;
-    return difference;
-  }
-}
-
-std::optional<Difference> first_difference(const Session& a, const Session& b) {
-  Session places = a;
-  places.insert(b.begin(), b.end());
-  for (const auto& [place, lines] : places) {
-    if (auto difference = difference_at(place, a, b)) return difference;
-  }
-  return std::nullopt;
+  out.result({{"same", true}, {"exchanges", exchanges}},
+             "the same: " + std::to_string(exchanges) + " exchanges");
+  return kDone;
 }
 
 }  // namespace ipcam::tools
