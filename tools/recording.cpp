@@ -100,6 +100,8 @@ RecordedStart start(const Json& line) {
                       .wall = text(line, "wall"),
                       .stored = {0, maybe_bytes(line, "stored", kRecordBytes)},
                       .files = {}};
+  const MaybeBytes& stored = start.stored.bytes;
+  require(!stored || stored->size() == kRecordBytes, "stored");
   const Json& files = member(line, "files");
   require(files.is_object(), "files");
   for (const auto& [path, content] : files.items())
