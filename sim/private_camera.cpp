@@ -23,7 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 using workstation::fail_in_namespaces;
 
-// In the camera's world; for callers who have no stored settings, or cannot see them there.
+// In the camera's namespaces; for callers who have no stored settings, or cannot see them there.
 constexpr char kSampleFolder[] = "/tmp";
 
 // "ipc:[4026531839]"; empty for a process that is gone, or another user's.
@@ -47,7 +47,7 @@ bool is_camera_from_here(const fs::path& process, const std::string& here) {
 
 }  // namespace
 
-void enter_private_world() {
+void enter_sandbox() {
   // Stays open as long as the process lives: `camsim exec` knows by it which camera is meant.
   if (open("/proc/self/ns/ipc", O_RDONLY | O_CLOEXEC) < 0) fail_in_namespaces("/proc/self/ns/ipc");
   workstation::enter_own_namespaces();

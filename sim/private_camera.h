@@ -10,7 +10,7 @@ namespace ipcam::sim {
 // For a process with one thread; no root rights are needed. Failures throw std::runtime_error.
 
 // Goes into namespaces of the process's own, with sample settings.
-void enter_private_world();
+void enter_sandbox();
 
 // Goes into the namespaces of another process of this user. A caller who has no
 // stored settings there gets the sample.

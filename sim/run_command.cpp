@@ -235,7 +235,7 @@ void write_factory_files(const std::filesystem::path& directory) {
 
 void run(const RunOptions& options) {
   Run run(options);  // its files are looked for where the caller is
-  if (options.is_private) enter_private_world();
+  if (options.is_private) enter_sandbox();
   if (options.with_factory_files) write_factory_files("/var/tmp");
   run.serve();
 }

@@ -13,7 +13,7 @@ struct RunOptions {
   bool trace = false, json = false, keep = false, steps_from_input = false, is_private = false;
   std::string registers, save_registers, scenario, picture;  // files
   std::vector<std::string> settings, faults;
-  bool with_factory_files = false;        // of samples, in the private world
+  bool with_factory_files = false;        // of samples, in its namespaces
   std::function<void()> on_serving = {};  // in the place of the line that says so
 };
 

@@ -11,7 +11,7 @@ import sys
 import time
 import unittest
 
-from camera_world import BUILD, CAMCTL, CAMSIM, CONFIG, SOURCE, Camera, camctl, enter_world, store
+from camera_sandbox import BUILD, CAMCTL, CAMSIM, CONFIG, SOURCE, Camera, camctl, enter_sandbox, store
 
 SETTINGS = """color = color
 wb_mode = onepush
@@ -459,7 +459,7 @@ class CamctlTest(unittest.TestCase):
         self.assertEqual(result.stdout, 'outdoor onepush\n', result.stderr)
 
 
-def run_in_a_world_of_its_own(name):
+def run_in_its_own_sandbox(name):
     """Most of a test is the library's own waits, so many can run at a time."""
     return subprocess.run([sys.executable, __file__, SOURCE, BUILD, name],
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
@@ -468,7 +468,7 @@ def run_in_a_world_of_its_own(name):
 def run_all():
     names = [f'CamctlTest.{name}' for name in unittest.defaultTestLoader.getTestCaseNames(CamctlTest)]
     with concurrent.futures.ThreadPoolExecutor(6) as pool:
-        results = list(pool.map(run_in_a_world_of_its_own, names))
+        results = list(pool.map(run_in_its_own_sandbox, names))
     failed = [result for result in results if result.returncode != 0]
     print(*(result.stdout for result in failed), f'{len(results)} tests, {len(failed)} failed', sep='\n')
     return len(failed) > 0 or not results
@@ -477,5 +477,5 @@ def run_all():
 if __name__ == '__main__':
     if len(sys.argv) == 3:
         sys.exit(run_all())
-    enter_world()
+    enter_sandbox()
     unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

@@ -11,7 +11,7 @@ import unittest
 
 from PIL import Image, ImageChops, ImageStat
 
-from camera_world import BUILD, CAMCTL, CAMSIM, CONFIG, SOURCE, Camera, camctl, enter_world, store
+from camera_sandbox import BUILD, CAMCTL, CAMSIM, CONFIG, SOURCE, Camera, camctl, enter_sandbox, store
 
 SETTINGS = """color = color
 wb_mode = onepush
@@ -462,5 +462,5 @@ class DocumentTest(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    enter_world()
+    enter_sandbox()
     unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

@@ -29,7 +29,7 @@ packages=$(dirname "$(find "$prefix" -name camera_ctrl.pc)")
 "$compiler" -std=c++20 -Wall -Wextra -Werror "$work/example.cpp" -o "$work/with_pkg_config" \
   $(PKG_CONFIG_PATH=$packages pkg-config --cflags --libs camera_ctrl)
 
-# Runs both beside the installed camera, whose world leaves its own tree in place.
+# Runs both beside the installed camera, whose namespaces leave its own tree in place.
 cp "$work"/with_* "$prefix/bin"
 export LD_LIBRARY_PATH=${packages%/pkgconfig}
 for program in with_cmake with_pkg_config; do

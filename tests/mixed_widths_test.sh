@@ -3,12 +3,12 @@
 # usage: mixed_widths_test.sh SOURCE_DIR BUILD_DIR EMULATOR...    builds camsim of the release preset itself
 set -euo pipefail
 
-if [ "${CAMERA_TEST_WORLD:-}" != entered ]; then
+if [ "${CAMERA_TEST_SANDBOX:-}" != entered ]; then
   log=$(mktemp)
   trap 'rm -f "$log"' EXIT
   { cd "$1" && cmake --preset release && cmake --build build/release --target camsim; } >"$log" 2>&1 ||
     { cat "$log"; echo "camsim of the release preset cannot be built"; exit 1; }
-  "$2/bin/test_world" "$0" "$@"
+  "$2/bin/test_sandbox" "$0" "$@"
   exit
 fi
 

@@ -9,7 +9,7 @@ import sys
 import time
 import unittest
 
-from camera_world import BUILD, CAMCTL, CONFIG, Camera, camctl, enter_world, store
+from camera_sandbox import BUILD, CAMCTL, CONFIG, Camera, camctl, enter_sandbox, store
 
 RECORDER = BUILD / 'lib/libcamera_ctrl_recorder.so'
 FILE = pathlib.Path('/tmp/recordings/a.jsonl')
@@ -178,5 +178,5 @@ class RecorderTest(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    enter_world()
+    enter_sandbox()
     unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

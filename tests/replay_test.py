@@ -10,7 +10,7 @@ import sys
 import time
 import unittest
 
-from camera_world import BUILD, CAMSIM, SOURCE, Camera, camctl, enter_world, store
+from camera_sandbox import BUILD, CAMSIM, SOURCE, Camera, camctl, enter_sandbox, store
 
 SESSION = SOURCE / 'tests/data/session.rec'
 SETTINGS = 'color = color\nwb_mode = onepush\nsaturation = 3\nexpcomp = 9\nauto_shutter = on\nexposure_mode = 3\n' \
@@ -126,7 +126,7 @@ class ReplayTest(unittest.TestCase):
 if __name__ == '__main__':
     if len(sys.argv) > 3:
         sys.exit(serve(sys.argv[3]))
-    enter_world()
+    enter_sandbox()
     if os.environ.get('CAMERA_RECORD_SESSION'):
         subprocess.run([CAMSIM, '--factory'], check=True, capture_output=True)
         pathlib.Path(os.environ['CAMERA_RECORD_SESSION']).write_bytes(pathlib.Path(record('s.rec', ALL)).read_bytes())

@@ -29,7 +29,7 @@ std::string register_columns(Address address) {
   return padded(address_text(address), 9) + padded(register_name(address), 24);
 }
 
-void enter_private_world(const workstation::Paths& covered) {
+void enter_sandbox(const workstation::Paths& covered) {
   workstation::enter_own_namespaces(covered);
   for (const sim::DeviceFile& device : sim::kDeviceFiles) workstation::hide(device.path);
   unsetenv("CAMSIM_DEVICES_DIR");

@@ -63,7 +63,7 @@ void save_text(Context& context, const std::string& tried, const std::string& fi
 // System V objects, the folders `covered` (/tmp among them) and the stored settings of this
 // process's own, and the camera's devices out of reach: nothing that is done then gets to the real
 // camera. For a process with one thread.
-void enter_private_world(const workstation::Paths& covered);
+void enter_sandbox(const workstation::Paths& covered);
 
 // Settings: commands_settings.cpp.
 

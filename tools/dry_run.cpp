@@ -45,7 +45,7 @@ int run_dry(Context& context, const std::vector<Request>& requests, bool strict,
   if (!record)
     throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be read");
   const sim::RegisterMap registers = read_registers(context, kTried, named_registers());
-  enter_private_world({"/tmp"});  // the factory's adjustment files in /var/tmp are the real ones
+  enter_sandbox({"/tmp"});  // the factory's adjustment files in /var/tmp are the real ones
   if (!workstation::write_stored_record(*record))
     throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be copied");
   sim::SimulatedCamera camera;

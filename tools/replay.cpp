@@ -165,7 +165,7 @@ Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
   recorded_.erase({Place::Kind::kBefore, 0});
   has_requests_ = std::ranges::any_of(
       recorded_, [](const auto& part) { return part.second.request.has_value(); });
-  enter_private_world({"/tmp", "/var/tmp"});
+  enter_sandbox({"/tmp", "/var/tmp"});
   apply_change(recording.start()->stored, stored_);
   store(stored_);
   for (const FileChange& file : recording.start()->files) write_factory_file(file);

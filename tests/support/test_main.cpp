@@ -1,4 +1,4 @@
-// Runs the tests of one program, in a world of their own.
+// Runs the tests of one program, in a sandbox of their own.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -8,25 +8,25 @@
 
 namespace {
 
-// Replaces the program by itself in such a world; returns when that cannot be done.
-void enter_world(char** arguments) {
-  char world[] = TEST_WORLD;
+// Replaces the program by itself in such a sandbox; returns when that cannot be done.
+void enter_sandbox(char** arguments) {
+  char sandbox[] = TEST_SANDBOX;
   char program[] = "/proc/self/exe";
   char path[4096] = {};
   if (readlink(program, path, sizeof path - 1) < 0) return;
-  std::vector<char*> command = {world, path};
+  std::vector<char*> command = {sandbox, path};
   for (char** argument = arguments + 1; *argument != nullptr; ++argument)
     command.push_back(*argument);
   command.push_back(nullptr);
-  execv(world, command.data());
+  execv(sandbox, command.data());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (std::getenv("CAMERA_TEST_WORLD") == nullptr) {
-    enter_world(argv);
-    std::fprintf(stderr, "%s: run it by " TEST_WORLD "\n", argv[0]);
+  if (std::getenv("CAMERA_TEST_SANDBOX") == nullptr) {
+    enter_sandbox(argv);
+    std::fprintf(stderr, "%s: run it by " TEST_SANDBOX "\n", argv[0]);
     return 1;
   }
   testing::InitGoogleTest(&argc, argv);

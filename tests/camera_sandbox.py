@@ -12,10 +12,10 @@ CAMCTL, CAMSIM = str(BUILD / 'bin/camctl'), str(BUILD / 'bin/camsim')
 CONFIG = pathlib.Path('/tmp/config')
 
 
-def enter_world():
-    """A world of the test's own, with /tmp as its folder."""
-    if 'CAMERA_TEST_WORLD' not in os.environ:
-        os.execv(BUILD / 'bin/test_world', ['test_world', sys.executable, *sys.argv])
+def enter_sandbox():
+    """A sandbox of the test's own, with /tmp as its folder."""
+    if 'CAMERA_TEST_SANDBOX' not in os.environ:
+        os.execv(BUILD / 'bin/test_sandbox', ['test_sandbox', sys.executable, *sys.argv])
     os.chdir('/tmp')
     CONFIG.mkdir()
     os.environ['IPCAM_CONFIG_DIR'] = str(CONFIG)
