@@ -115,7 +115,7 @@ void Recorder::tell_request(Asked& asked) {
     line_.member("value", asked.setting->value);
   } else {
     const auto& text = asked.raw->cmd;
-    line_.member("raw", AnyText({text, strnlen(text, sizeof text)}));
+    line_.member("raw", AnyText{{text, strnlen(text, sizeof text)}});
     line_.member("raw_len", asked.raw->cmd_len);
   }
   write();
