@@ -1,13 +1,11 @@
 // One line of a recording: a JSON object, put together in a buffer that it keeps.
 #pragma once
 
-#include <algorithm>
-#include <array>
 #include <charconv>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -16,20 +14,22 @@ namespace ipcam::recorder {
 using Bytes = std::span<const std::uint8_t>;
 using Contents = std::optional<std::vector<std::uint8_t>>;  // none: it cannot be read
 
+// A text of which nothing is known. A byte is the character of that number, so that any text is one
+// in JSON too.
+struct AnyText {
+  std::string_view bytes;
+};
+
 class Line {
  public:
   // A new line in the place of the one before.
   void begin(std::string_view event, std::int64_t time_us) {
-    size_ = 0;
-    put_plain("{");
+    text_ = "{";
     member("event", event);
     member("t", time_us);
   }
   // The line as a whole.
-  std::string_view end() {
-    put_plain("}\n");
-    return {text_.data(), size_};
-  }
+  std::string_view end() { return text_ += "}\n"; }
 
   // The name of an element of a list is empty.
   template <class Value>
@@ -40,56 +40,52 @@ class Line {
   // A member that is an object or a list, up to close().
   void open(std::string_view name, char bracket) {
     key(name);
-    put_plain({&bracket, 1});
+    text_ += bracket;
   }
-  void close(char bracket) { put_plain({&bracket, 1}); }
+  void close(char bracket) { text_ += bracket; }
 
  private:
   void key(std::string_view name) {
-    const char last = text_[size_ - 1];
-    if (last != '{' && last != '[') put_plain(",");
+    if (text_.back() != '{' && text_.back() != '[') text_ += ',';
     if (name.empty()) return;
-    put_plain("\"");
-    put_plain(name);
-    put_plain("\":");
+    put(name);
+    text_ += ':';
   }
   void put(std::int64_t number) {
     char digits[24];
-    put_plain({digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr});
+    text_.append(digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr);
   }
-  void put(std::nullptr_t) { put_plain("null"); }
-  // A byte is the character of that number, so that any text is one in JSON too.
-  void put(std::string_view text) {
-    const auto is_special = [](char c) { return c < ' ' || c > '~' || c == '"' || c == '\\'; };
-    put_plain("\"");
-    for (auto rest = text.begin(); rest != text.end();) {
-      const auto plain = rest;
-      rest = std::find_if(plain, text.end(), is_special);
-      put_plain({plain, rest});
-      if (rest == text.end()) break;
-      put_plain("\\u00");
-      put_byte(static_cast<std::uint8_t>(*rest++));
+  // A name, which has nothing that JSON would take for something else.
+  void put(std::string_view name) {
+    text_ += '"';
+    text_ += name;
+    text_ += '"';
+  }
+  void put(AnyText text) {
+    text_ += '"';
+    for (const char c : text.bytes) {
+      const bool is_special = c < ' ' || c > '~' || c == '"' || c == '\\';
+      if (is_special) text_ += "\\u00";
+      is_special ? put_byte(static_cast<std::uint8_t>(c)) : text_.push_back(c);
     }
-    put_plain("\"");
+    text_ += '"';
   }
   void put(Bytes bytes) {
-    put_plain("\"");
+    text_ += '"';
     for (const std::uint8_t byte : bytes) put_byte(byte);
-    put_plain("\"");
+    text_ += '"';
   }
-  void put(const Contents& contents) { contents ? put(Bytes(*contents)) : put(nullptr); }
+  template <class Value>
+  void put(const std::optional<Value>& value) {
+    value ? put(*value) : void(text_ += "null");
+  }
   void put_byte(std::uint8_t byte) {
     constexpr char kDigits[] = "0123456789abcdef";
     const char digits[] = {kDigits[byte >> 4], kDigits[byte & 0xf]};
-    put_plain({digits, sizeof digits});
-  }
-  void put_plain(std::string_view text) {
-    size_ += text.copy(text_.data() + size_, text_.size() - size_);
+    text_.append(digits, sizeof digits);
   }
 
-  // More than the longest line has: an exchange whose command is 64 entries of 2 bytes, 6 KB.
-  std::array<char, 8192> text_;
-  std::size_t size_ = 0;
+  std::string text_;
 };
 
 }  // namespace ipcam::recorder

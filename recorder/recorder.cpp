@@ -5,7 +5,6 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <utility>
 
 #include "registers/register_names.h"
 #include "registers/request_names.h"
@@ -15,7 +14,7 @@ namespace ipcam::recorder {
 namespace {
 
 // To look whether record and files have changed may take this part of the time.
-constexpr std::int64_t kLookPart = 20;
+constexpr std::int64_t kLookPart = 10;
 
 std::int64_t clock_us(clockid_t clock) {
   timespec now{};
@@ -55,11 +54,7 @@ void put_entry(Line& line, wire::Access access, const wire::CommandEntry& entry,
     line.member("", *reply->value);
   }
   line.close(']');
-  if (reply != nullptr) {
-    line.member("status", reply->status);
-  } else {
-    line.member("status", nullptr);
-  }
+  line.member("status", reply != nullptr ? std::optional(reply->status) : std::nullopt);
   line.close('}');
 }
 
@@ -95,11 +90,7 @@ void Recorder::take(const void* record) {
   if (asked == under_way_.end()) return;
   control_thread_ = this_thread();
   served_ = *asked;
-  // A workstation's record shows a change in no time. To change anything else takes longer.
-  struct stat now {};
-  stat(stored_path_.c_str(), &now);
-  const bool is_due = now_us() - looked_us_ >= kLookPart * look_took_us_;
-  if (is_due || !looks_same(now, std::exchange(stored_seen_, now))) tell_changes();
+  if (now_us() - looked_us_ >= kLookPart * look_took_us_) tell_changes();
   tell_request(**asked);
 }
 
@@ -124,7 +115,7 @@ void Recorder::tell_request(Asked& asked) {
     line_.member("value", asked.setting->value);
   } else {
     const auto& text = asked.raw->cmd;
-    line_.member("raw", std::string_view(text, strnlen(text, sizeof text)));
+    line_.member("raw", AnyText{{text, strnlen(text, sizeof text)}});
     line_.member("raw_len", asked.raw->cmd_len);
   }
   write();
@@ -179,7 +170,7 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
     line_.member("reply", wire::used_bytes(*reply));
     line_.member("reply_count", reply->count);
   } else {
-    line_.member("reply", nullptr);
+    line_.member("reply", Contents());
   }
   line_.open("entries", '[');
   for (std::size_t i = 0; i < command.entries.size(); ++i)
@@ -197,31 +188,25 @@ void Recorder::tell_changes() {
   const Contents stored = read_stored(config_);
   if (stored != stored_) {
     // All of it, if the last that was told is not there to compare with.
-    Bytes changed = stored ? Bytes(*stored) : Bytes();
-    Bytes told = stored_ ? Bytes(*stored_) : Bytes();
-    std::int64_t offset = 0;
-    for (; !told.empty() && !changed.empty() && changed[0] == told[0]; ++offset) {
-      changed = changed.subspan(1);
-      told = told.subspan(1);
-    }
-    while (!told.empty() && !changed.empty() && changed.back() == told.back()) {
-      changed = changed.first(changed.size() - 1);
-      told = told.first(told.size() - 1);
+    std::size_t begin = 0;
+    std::size_t end = stored ? stored->size() : 0;
+    if (stored && stored_) {
+      while ((*stored)[begin] == (*stored_)[begin]) ++begin;
+      while ((*stored)[end - 1] == (*stored_)[end - 1]) --end;
     }
     line_.begin("stored", now_us());
-    line_.member("offset", offset);
-    line_.member("bytes", stored ? Contents({changed.begin(), changed.end()}) : std::nullopt);
+    line_.member("offset", static_cast<std::int64_t>(begin));
+    line_.member("bytes",
+                 stored ? std::optional(Bytes(*stored).subspan(begin, end - begin)) : std::nullopt);
     if (write()) stored_ = stored;
   }
-  for (AdjustmentFile& file : files_) {
-    const AdjustmentFile now = look_at(file);
-    if (now.bytes != file.bytes) {
-      line_.begin("file", now_us());
-      line_.member("path", std::string_view(now.path));
-      line_.member("bytes", now.bytes);
-      if (!write()) continue;
-    }
-    file = now;
+  for (std::size_t i = 0; i < files_.size(); ++i) {
+    const Contents now = read_file(kAdjustmentFiles[i]);
+    if (now == files_[i]) continue;
+    line_.begin("file", now_us());
+    line_.member("path", std::string_view(kAdjustmentFiles[i]));
+    line_.member("bytes", now);
+    if (write()) files_[i] = now;
   }
   looked_us_ = now_us();
   const std::int64_t took_us = looked_us_ - begin_us;
@@ -236,7 +221,8 @@ std::int64_t Recorder::now_us() const { return clock_us(CLOCK_MONOTONIC) - begin
 // Writes the line that has been put together. What cannot be written is counted.
 bool Recorder::write() {
   const std::string_view line = line_.end();
-  if (has_start_ && !file_.has_room(line.size())) has_start_ = !file_.begin_anew() && has_start_;
+  const bool is_full = has_start_ && !file_.has_room(line.size());
+  if ((is_full || file_.is_closed()) && file_.begin_anew()) has_start_ = false;
   const bool is_written = write_start() && write_lost() && file_.append(line);
   if (!is_written) ++lost_;
   return is_written;
@@ -252,11 +238,11 @@ bool Recorder::write_start() {
   line.member("version", std::string_view(CAMERA_CTRL_VERSION));
   line.member("wall", std::string_view(wall_clock()));
   line.member("process", getpid());
-  line.member("program", std::string_view(program.native()));
+  line.member("program", AnyText{program.native()});
   line.member("word_bits", static_cast<int>(8 * sizeof(void*)));
   line.member("stored", stored_);
   line.open("files", '{');
-  for (const AdjustmentFile& file : files_) line.member(file.path, file.bytes);
+  for (std::size_t i = 0; i < files_.size(); ++i) line.member(kAdjustmentFiles[i], files_[i]);
   line.close('}');
   has_start_ = file_.append(line.end());
   return has_start_;

@@ -1,11 +1,11 @@
 // What a program asks of the library, and what comes of it, as lines of a file.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <vector>
 
-#include "camera/factory_adjustment.h"
 #include "ipcam/camera/camera_request.h"
 #include "recorder/line.h"
 #include "recorder/recording_file.h"
@@ -79,12 +79,9 @@ class Recorder {
   Line line_in_front_;  // of the one that is being put together
 
   config::ConfigFile* const config_ = make_config_file();
-  const std::string stored_path_ = workstation_record();
-  struct stat stored_seen_ {};
   Contents stored_ = read_stored(config_);
-  AdjustmentFile files_[3] = {look_at({.path = camera::kCameraFile}),
-                              look_at({.path = camera::kAllPixelWbFile}),
-                              look_at({.path = camera::kHalfPixelWbFile})};
+  std::array<Contents, 3> files_ = {read_file(kAdjustmentFiles[0]), read_file(kAdjustmentFiles[1]),
+                                    read_file(kAdjustmentFiles[2])};
 
   std::int64_t looked_us_ = 0;  // at them
   std::int64_t look_took_us_ = 0;

@@ -3,12 +3,10 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -35,12 +33,17 @@ class RecordingFile {
     const bool is_kept = rename(path_.c_str(), (path_ + ".1").c_str()) == 0 || errno == ENOENT;
     return is_kept && create_here();
   }
+  // The program has closed the descriptor.
+  bool is_closed() const { return fd_ < 0; }
   bool has_room(std::size_t size) const { return size_ + size <= limit_; }
   // Appends the whole line, or nothing.
   bool append(std::string_view line) {
     if (!has_room(line.size())) return false;
-    ssize_t written = write_to(fd_, line);
-    if (written < 0 && errno == EBADF && reopen()) written = write_to(fd_, line);
+    ssize_t written = -1;
+    do {
+      written = write(fd_, line.data(), line.size());
+    } while (written < 0 && errno == EINTR);
+    if (written < 0 && errno == EBADF) fd_ = -1;
     const bool is_whole = written == static_cast<ssize_t>(line.size());
     // Otherwise the last room on the disk has taken a part of it.
     if (is_whole || (written > 0 && ftruncate(fd_, static_cast<off_t>(size_)) != 0))
@@ -53,52 +56,24 @@ class RecordingFile {
     const int created =
         open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (created < 0) return false;
-    if (is_ours(fd_)) close(fd_);
-    fd_ = to_high_number(created);
+    if (fd_ >= 0) close(fd_);
+    // Programs close what they do not know, and take the lowest numbers for files of their own. So
+    // a high one that has been closed stays free, and nobody else's file is ever written to.
+    const int high = static_cast<int>(std::min(sysconf(_SC_OPEN_MAX), 1024L)) - 1;
+    fd_ = fcntl(created, F_DUPFD_CLOEXEC, high);
+    if (fd_ >= 0) close(created);
+    if (fd_ < 0) fd_ = created;
     size_ = 0;
     // A line beyond the process's own limit of a file's size would raise SIGXFSZ.
     rlimit most{};
     if (getrlimit(RLIMIT_FSIZE, &most) == 0) limit_ = std::min(limit_, most.rlim_cur);
-    return fstat(fd_, &identity_) == 0;
-  }
-  // Programs close what they do not know, and take the lowest numbers for files of their own. So a
-  // high one that has been closed stays free, and nobody else's file is ever written to.
-  static int to_high_number(int fd) {
-    rlimit most{};
-    getrlimit(RLIMIT_NOFILE, &most);
-    const auto number = static_cast<int>(std::min<rlim_t>(most.rlim_cur, 1024)) - 1;
-    const int high = fcntl(fd, F_DUPFD_CLOEXEC, number);
-    if (high < 0) return fd;
-    close(fd);
-    return high;
-  }
-  bool is_ours(int fd) const {
-    struct stat found {};
-    return fstat(fd, &found) == 0 && found.st_dev == identity_.st_dev &&
-           found.st_ino == identity_.st_ino;
-  }
-  bool reopen() {
-    const int fd = open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-    if (is_ours(fd)) {
-      fd_ = to_high_number(fd);
-      return true;
-    }
-    if (fd >= 0) close(fd);
-    return false;
-  }
-  static ssize_t write_to(int fd, std::string_view line) {
-    ssize_t written = -1;
-    do {
-      written = write(fd, line.data(), line.size());
-    } while (written < 0 && errno == EINTR);
-    return written;
+    return true;
   }
 
   std::string path_;
   rlim_t limit_;
   int fd_ = -1;
   rlim_t size_ = 0;
-  struct stat identity_ {};
 };
 
 }  // namespace ipcam::recorder
