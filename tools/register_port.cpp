@@ -71,10 +71,10 @@ void RegisterPort::run_or_fail(const std::string& text, unsigned char* result,
     const auto start = std::chrono::steady_clock::now();
     if (run(text, result) > 0) return;
     const auto elapsed = std::chrono::steady_clock::now() - start;
-    const CommandError failure = exchange_failure(tried, elapsed);
-    if (attempt == kAttempts || elapsed > kAtOnce || !out_.modes().retry) throw failure;
-    out_.note(std::string(failure.what()) + "; repeating it, " + std::to_string(attempt + 1) +
-              " of " + std::to_string(kAttempts));
+    if (attempt == kAttempts || elapsed > kAtOnce || !out_.modes().retry)
+      throw exchange_failure(tried, elapsed);
+    out_.note(std::string(exchange_failure(tried, elapsed).what()) + "; repeating it, " +
+              std::to_string(attempt + 1) + " of " + std::to_string(kAttempts));
     require_link(tried);
   }
 }
