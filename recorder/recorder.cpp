@@ -204,7 +204,7 @@ void Recorder::tell_changes() {
     const Contents now = read_file(kAdjustmentFiles[i]);
     if (now == files_[i]) continue;
     line_.begin("file", now_us());
-    line_.member("path", std::string_view(kAdjustmentFiles[i]));
+    line_.member("path", kAdjustmentFiles[i]);
     line_.member("bytes", now);
     if (write()) files_[i] = now;
   }

@@ -14,8 +14,8 @@
 
 namespace ipcam::recorder {
 
-inline constexpr const char* kAdjustmentFiles[] = {camera::kCameraFile, camera::kAllPixelWbFile,
-                                                   camera::kHalfPixelWbFile};
+inline constexpr std::array<std::string_view, 3> kAdjustmentFiles = {
+    camera::kCameraFile, camera::kAllPixelWbFile, camera::kHalfPixelWbFile};
 
 // The camera's own ConfigFile, as the library has it, for the whole life of the process; null when
 // there is none. Its constructor is looked up, not linked: a program without the camera's
@@ -37,8 +37,8 @@ inline Contents read_stored(config::ConfigFile* config) {
 }
 
 // Of an adjustment file the library reads 48 bytes at most.
-inline Contents read_file(const char* path) {
-  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+inline Contents read_file(std::string_view path) {
+  const int fd = open(path.data(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return std::nullopt;
   std::array<std::uint8_t, 256> bytes{};
   const ssize_t size = read(fd, bytes.data(), bytes.size());
