@@ -174,6 +174,63 @@ void add_run_options(CLI::App& app, RunOptions& options) {
       "Serve in namespaces of its own: nobody but `camsim exec` reaches it (default: off)");
 }
 
+struct ExecOptions {
+  std::string devices = default_device_directory();
+  std::optional<int> camera;
+  bool starts_camera = false;
+  std::vector<std::string> command;
+};
+
+CLI::App* add_exec_command(CLI::App& app, ExecOptions& exec, RunOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("exec",
+                         "Run a command with stand-ins for the camera's devices, in the namespaces "
+                         "of a simulator that has its own.");
+  CLI::Option* start =
+      command->add_flag("--start", exec.starts_camera,
+                        "Beside a private camera of the command's own, which ends with it");
+  command->add_flag("--factory", options.with_factory_files,
+                    "Sample factory adjustment files (default: none)");
+  add_camera_options(*command, options);
+  for (CLI::Option* option : command->get_options()) {
+    const bool is_of_camera = option != start && option != command->get_help_ptr();
+    if (is_of_camera) option->needs(start);
+  }
+  command
+      ->add_option("--camera", exec.camera,
+                   "Process of that simulator (default: the one that there is)")
+      ->type_name("PID")
+      ->excludes(start);
+  command->add_option("--devices", exec.devices, "Directory of the stand-ins")
+      ->type_name("DIR")
+      ->capture_default_str();
+  command->add_option("command", exec.command, "Command and its arguments")
+      ->type_name("COMMAND")
+      ->required();
+  command->positionals_at_end();
+  command->prefix_command();
+  return command;
+}
+
+// Options stand behind their command, and --factory by itself.
+void check_places(const CLI::App& app, const CLI::Option* factory) {
+  const std::vector<const CLI::App*> commands = app.get_subcommands({});
+  std::vector<std::string> others;
+  for (const CLI::Option* option : app.get_options()) {
+    if (option->count() > 0 && option != factory) others.push_back(option->get_name());
+  }
+  for (const CLI::App* command : commands) {
+    if (!command->parsed()) continue;
+    if (!others.empty()) {
+      throw UsageError("command line: " + others[0] + " before " + command->get_name() +
+                       " (the options of a command go behind it)");
+    }
+    others.push_back(command->get_name());
+  }
+  if (factory->count() > 0 && !others.empty())
+    throw UsageError("command line: --factory and " + others[0] + " exclude each other");
+}
+
 int dispatch(int argc, char** argv) {
   CLI::App app(
       "Simulated camera: a comm application with a register file, and stand-ins for the camera's "
@@ -181,50 +238,21 @@ int dispatch(int argc, char** argv) {
       "camsim");
   app.footer(kFooter);
   app.require_subcommand(0, 1);
-
   app.set_version_flag("--version", CAMSIM_VERSION);
+
   RunOptions options;
+  ExecOptions exec;
+  std::string factory_folder;
   add_run_options(app, options);
-  std::string factory;
-  CLI::Option* factory_option =
-      app.add_option("--factory", factory,
+  const CLI::Option* factory =
+      app.add_option("--factory", factory_folder,
                      "Write sample factory adjustment files and end (default: /var/tmp)")
           ->type_name("[DIR]")
           ->expected(0, 1);
-
-  CLI::App* run_command =
-      app.add_subcommand("run", "Serve register requests until SIGINT or SIGTERM; the default.");
-  add_run_options(*run_command, options);
-
-  std::string devices = default_device_directory();
-  std::optional<int> camera;
-  std::vector<std::string> command;
-  CLI::App* exec_command =
-      app.add_subcommand("exec",
-                         "Run a command with stand-ins for the camera's devices, in the namespaces "
-                         "of a simulator that has its own.");
-  bool starts = false;
-  CLI::Option* start_option = exec_command->add_flag(
-      "--start", starts, "Beside a private camera of the command's own, which ends with it");
-  exec_command->add_flag("--factory", options.with_factory_files,
-                         "Sample factory adjustment files (default: none)");
-  add_camera_options(*exec_command, options);
-  for (CLI::Option* option : exec_command->get_options()) {
-    const bool is_of_camera = option != start_option && option != exec_command->get_help_ptr();
-    if (is_of_camera) option->needs(start_option);
-  }
-  exec_command
-      ->add_option("--camera", camera, "Process of that simulator (default: the one that there is)")
-      ->type_name("PID")
-      ->excludes(start_option);
-  exec_command->add_option("--devices", devices, "Directory of the stand-ins")
-      ->type_name("DIR")
-      ->capture_default_str();
-  exec_command->add_option("command", command, "Command and its arguments")
-      ->type_name("COMMAND")
-      ->required();
-  exec_command->positionals_at_end();
-  exec_command->prefix_command();
+  add_run_options(
+      *app.add_subcommand("run", "Serve register requests until SIGINT or SIGTERM; the default."),
+      options);
+  const CLI::App* exec_command = add_exec_command(app, exec, options);
 
   try {
     app.parse(argc, argv);
@@ -233,27 +261,13 @@ int dispatch(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     throw UsageError(std::string("command line: ") + error.what());
   }
+  check_places(app, factory);
 
-  const std::vector<CLI::App*> commands = app.get_subcommands();
-  std::vector<std::string> others;  // what stands beside --factory
-  for (const CLI::Option* option : app.get_options()) {
-    if (option->count() > 0 && option != factory_option) others.push_back(option->get_name());
-  }
-  if (!others.empty() && !commands.empty()) {
-    throw UsageError("command line: " + others[0] + " before " + commands[0]->get_name() +
-                     " (the options of a command go behind it)");
-  }
-  const bool writes_factory_files = factory_option->count() > 0;
-  if (!commands.empty()) others.push_back(commands[0]->get_name());
-  if (writes_factory_files && !others.empty()) {
-    throw UsageError("command line: --factory and " + others[0] + " exclude each other");
-  }
-
-  if (writes_factory_files) {
-    write_factory_files(factory.empty() ? "/var/tmp" : factory);
+  if (factory->count() > 0) {
+    write_factory_files(factory_folder.empty() ? "/var/tmp" : factory_folder);
   } else if (exec_command->parsed()) {
-    if (starts) return execute_with_camera(options, devices, command);
-    return execute(devices, camera, command);
+    if (exec.starts_camera) return execute_with_camera(options, exec.devices, exec.command);
+    return execute(exec.devices, exec.camera, exec.command);
   } else {
     run(options);
   }
