@@ -1,12 +1,14 @@
-// One line of a recording: a JSON object, put together in a buffer that it keeps.
+// One line of a recording: a JSON object, put together in a buffer of its own.
 #pragma once
 
 #include <charconv>
 #include <cstdint>
+#include <cstring>
+#include <new>
 #include <optional>
 #include <span>
-#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace ipcam::recorder {
@@ -24,12 +26,16 @@ class Line {
  public:
   // A new line in the place of the one before.
   void begin(std::string_view event, std::int64_t time_us) {
-    text_ = "{";
+    end_ = text_;
+    open("", '{');
     member("event", event);
     member("t", time_us);
   }
   // The line as a whole.
-  std::string_view end() { return text_ += "}\n"; }
+  std::string_view end() {
+    copy("}\n");
+    return {text_, end_};
+  }
 
   // The name of an element of a list is empty.
   template <class Value>
@@ -40,52 +46,65 @@ class Line {
   // A member that is an object or a list, up to close().
   void open(std::string_view name, char bracket) {
     key(name);
-    text_ += bracket;
+    *room(1) = bracket;
   }
-  void close(char bracket) { text_ += bracket; }
+  void close(char bracket) { *room(1) = bracket; }
 
  private:
+  // No line comes near it: 64 entries are the most that a packet holds, of 80 characters then.
+  static constexpr std::ptrdiff_t kMostBytes = 8192;
+
+  char* room(std::size_t size) {
+    if (static_cast<std::ptrdiff_t>(size) > text_ + kMostBytes - end_) throw std::bad_alloc();
+    return std::exchange(end_, end_ + size);
+  }
+  void copy(std::string_view text) { std::memcpy(room(text.size()), text.data(), text.size()); }
+
   void key(std::string_view name) {
-    if (text_.back() != '{' && text_.back() != '[') text_ += ',';
+    const char before = end_ == text_ ? '{' : end_[-1];
+    if (before != '{' && before != '[') copy(",");
     if (name.empty()) return;
     put(name);
-    text_ += ':';
+    copy(":");
   }
   void put(std::int64_t number) {
-    char digits[24];
-    text_.append(digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr);
+    constexpr std::size_t kMostDigits = 20;
+    char* const digits = room(kMostDigits);
+    end_ = std::to_chars(digits, end_, number).ptr;
   }
   // A name, which has nothing that JSON would take for something else.
   void put(std::string_view name) {
-    text_ += '"';
-    text_ += name;
-    text_ += '"';
+    copy("\"");
+    copy(name);
+    copy("\"");
   }
   void put(AnyText text) {
-    text_ += '"';
+    copy("\"");
     for (const char c : text.bytes) {
       const bool is_special = c < ' ' || c > '~' || c == '"' || c == '\\';
-      if (is_special) text_ += "\\u00";
-      is_special ? put_byte(static_cast<std::uint8_t>(c)) : text_.push_back(c);
+      if (is_special) copy("\\u00");
+      is_special ? put_byte(static_cast<std::uint8_t>(c)) : copy({&c, 1});
     }
-    text_ += '"';
+    copy("\"");
   }
   void put(Bytes bytes) {
-    text_ += '"';
+    copy("\"");
     for (const std::uint8_t byte : bytes) put_byte(byte);
-    text_ += '"';
+    copy("\"");
   }
   template <class Value>
   void put(const std::optional<Value>& value) {
-    value ? put(*value) : void(text_ += "null");
+    value ? put(*value) : copy("null");
   }
   void put_byte(std::uint8_t byte) {
     constexpr char kDigits[] = "0123456789abcdef";
-    const char digits[] = {kDigits[byte >> 4], kDigits[byte & 0xf]};
-    text_.append(digits, sizeof digits);
+    char* const digits = room(2);
+    digits[0] = kDigits[byte >> 4];
+    digits[1] = kDigits[byte & 0xf];
   }
 
-  std::string text_;
+  char text_[kMostBytes];
+  char* end_ = text_;
 };
 
 }  // namespace ipcam::recorder
