@@ -7,7 +7,7 @@ add_test(NAME tables_test COMMAND
 
 # For what users get: a plain build for this machine.
 if(NOT CAMERA_CTRL_SANITIZE AND NOT CMAKE_CROSSCOMPILING AND CAMERA_CTRL_TOOLS)
-  camera_test_program(timing_count INTERNAL SOURCES timing_count.cpp support/operations.cpp)
+  camera_test_program(timing_count INTERNAL SOURCES timing_count.cpp $<TARGET_OBJECTS:test_operations>)
   add_test(NAME documents_test COMMAND
     ${CMAKE_CURRENT_SOURCE_DIR}/documents_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
   # After a change of what they say: of the registers, the settings, or the time that requests take.
