@@ -139,8 +139,9 @@ class ControlThread {
   std::unique_ptr<AutoDaynight> auto_daynight_;
   std::unique_ptr<OnepushWB> onepush_wb_;
   std::unique_ptr<EVRControl> evr_control_;
-  int gpio0_ = -1;
-  int gpio4_ = -1;
+  // Opened when the thread starts. An object of zeros takes no room in the library's file.
+  int gpio0_ = 0;
+  int gpio4_ = 0;
 };
 
 }  // namespace ipcam::camera
