@@ -71,6 +71,15 @@ class ReplayTest(unittest.TestCase):
         self.check(1, 'recording', 'diff', 'a.rec', record('c.rec', '39=4 68=1'))
         self.check(0, 'replay', 'a.rec')
 
+    def test_a_request_that_was_not_served_is_left_out(self):
+        *lines, end = SESSION.read_text().splitlines(keepends=True)
+        waiting = {'event': 'request', 't': 2903000, 'number': 34, 'thread': 1, 'code': 39, 'name': 'saturation', 'value': 2}
+        answer = {'event': 'answer', 't': 2903900, 'number': 34, 'result': -1}
+        pathlib.Path('g.rec').write_text(''.join(lines) + f'{json.dumps(waiting)}\n{json.dumps(answer)}\n' + end)
+        self.check(0, 'replay', 'g.rec')
+        pathlib.Path('g.rec').write_text(''.join(lines) + f'{json.dumps(waiting)}\n{json.dumps(answer | {"result": 0})}\n' + end)
+        self.assertRegex(self.check(1, 'replay', 'g.rec').stdout, r'request 34, line 2: different')
+
     def test_a_changed_library_differs(self):
         for change, shown in (('table', r'13/0x00=0x06 .* 13/0x00=0x07 '), ('order', 'r 16/0x06 .* r 11/0x')):
             changed = BUILD / f'changed/{change}/libcamera_ctrl.so.1'

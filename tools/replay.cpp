@@ -31,6 +31,9 @@ using namespace std::chrono_literals;
 using std::chrono::microseconds;
 
 constexpr Place kAfter = {Place::Kind::kAfter, 0};
+constexpr bool is_worker(const Place& place) {
+  return place.kind == Place::Kind::kOnepush || place.kind == Place::Kind::kEvr;
+}
 
 ipcam::comm::s_port_inf g_port = {};
 
@@ -55,6 +58,23 @@ void cut(std::vector<Event>& events, int until) {
            (until != 0 && request != nullptr && request->number > until);
   };
   events.erase(std::ranges::find_if(events, is_behind), events.end());
+}
+
+// Requests that were still waiting when their control thread ended: behind them, up to a start-up
+// or the end, nothing was served, and they have no exchanges. The last refused ones look the same.
+std::set<int> unserved_requests(const std::vector<Event>& events) {
+  std::set<int> unserved;
+  bool is_at_end = true;
+  for (const Event& event : events | std::views::reverse) {
+    const auto* answer = event.as<RecordedAnswer>();
+    if (answer != nullptr) is_at_end = is_at_end && answer->result == -1;
+    if (answer != nullptr && is_at_end) unserved.insert(answer->number);
+    const auto* exchange = event.as<RecordedExchange>();
+    if (exchange == nullptr || !exchange->place || is_worker(*exchange->place)) continue;
+    is_at_end = exchange->request == 0;
+    unserved.erase(exchange->request);
+  }
+  return unserved;
 }
 
 MaybeBytes stored_now() {
@@ -109,10 +129,8 @@ class Replay {
   Replay(const Replay&) = delete;
   Replay& operator=(const Replay&) = delete;
 
-  void run();
-  ExitCode show() {
-    return show_difference(context_.out, recorded_, replayed_, "recorded", "replayed");
-  }
+  // Plays the recording up to the first difference, and shows it.
+  ExitCode run();
 
  private:
   void play(const Event& event);
@@ -128,7 +146,6 @@ class Replay {
   void watch(int direction, const wire::Packet& packet);
   void answer(const RecordedExchange& recorded);
   std::optional<Place> place_of(const wire::Packet& command);
-  void finish();
   bool wait_until(Clock::time_point deadline, const std::function<bool()>& holds);
 
   Context& context_;
@@ -166,6 +183,8 @@ Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
       recorded_(session_of(recording)),
       log_([this](int direction, const wire::Packet& packet) { watch(direction, packet); }) {
   recorded_.erase({Place::Kind::kBefore, 0});
+  for (const int number : unserved_requests(recording.events))
+    recorded_.erase({Place::Kind::kRequest, number});
   has_requests_ = std::ranges::any_of(
       recorded_, [](const auto& part) { return part.second.request.has_value(); });
   enter_sandbox({"/tmp", "/var/tmp"});
@@ -188,14 +207,21 @@ bool Replay::wait_until(Clock::time_point deadline, const std::function<bool()>&
   return true;
 }
 
-void Replay::run() {
+ExitCode Replay::run() {
   for (const Event& event : recording_.events) {
     play(event);
     const std::lock_guard lock(mutex_);
     if (different_at_) break;
   }
   stop();
-  finish();
+  const std::lock_guard lock(mutex_);  // workers of the library may go on
+  if (recorded_.contains(kAfter)) replayed_[kAfter].settings = settings_text(stored_now());
+  if (different_at_) {
+    last_ = nullptr;
+    for (Session* const session : {&recorded_, &replayed_})
+      *session = {{*different_at_, (*session)[*different_at_]}};
+  }
+  return show_difference(context_.out, recorded_, replayed_, "recorded", "replayed");
 }
 
 void Replay::play(const Event& event) {
@@ -240,9 +266,10 @@ void Replay::stop() {
 }
 
 void Replay::ask(const RecordedRequest& request) {
+  const Place place = {Place::Kind::kRequest, request.number};
+  if (!recorded_.contains(place)) return;  // it was not served
   if (!is_started_) start();
   asked_.insert(request.code);
-  const Place place = {Place::Kind::kRequest, request.number};
   context_.out.progress("replay: " + place_text(place) + ", " + request_text(request));
   std::jthread& caller = callers_[request.thread];
   const auto run = [this, &request](const std::stop_token& over) { call(request.thread, over); };
@@ -331,7 +358,7 @@ void Replay::watch(int direction, const wire::Packet& packet) {
   const auto recorded = recorded_.find(*place);
   // The recording has begun anew behind it.
   if (place->kind == Place::Kind::kStartUp && recorded == recorded_.end()) return;
-  const bool is_loose = place->kind > Place::Kind::kRequest || is_open(*place);
+  const bool is_loose = is_worker(*place) || is_open(*place);
   std::vector<RecordedExchange>& exchanges = replayed_[*place].exchanges;
   const std::size_t index = exchanges.size();
   exchanges.push_back({{packet, {}, Clock::now(), gettid()}, 0, 0, place, is_loose});
@@ -371,15 +398,6 @@ std::optional<Place> Replay::place_of(const wire::Packet& command) {
                           : Place{Place::Kind::kStartUp, starts_ - 1};
 }
 
-// Leaves only what differs, if anything does.
-void Replay::finish() {
-  if (recorded_.contains(kAfter)) replayed_[kAfter].settings = settings_text(stored_now());
-  if (!different_at_) return;
-  const auto is_elsewhere = [this](const auto& part) { return part.first != *different_at_; };
-  std::erase_if(recorded_, is_elsewhere);
-  std::erase_if(replayed_, is_elsewhere);
-}
-
 }  // namespace
 
 int replay(Context& context, const std::string& file, const ReplayOptions& options) {
@@ -390,8 +408,7 @@ int replay(Context& context, const std::string& file, const ReplayOptions& optio
   const double seconds = seconds_of(recording, options.in_real_time);
   context.out.note("replay: takes about " + std::to_string(std::lround(seconds)) + " s");
   Replay session(context, recording, options.in_real_time);
-  session.run();
-  return finish_recording(context, file, recording, session.show());
+  return finish_recording(context, file, recording, session.run());
 }
 
 }  // namespace ipcam::tools
