@@ -144,11 +144,7 @@ INTERPOSED void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
   static const auto next = next_definition<void (*)(DspCommand*, int, packet_info*)>(
       "_ZN5ipcam6camera10DspCommand11prt_gcmdbufEiPNS0_11packet_infoE");
   const auto copy = std::bit_cast<wire::Packet>(*packet);
-  if (direction == 0) {
-    record([&](Recorder& recorder) { recorder.begin_exchange(copy); }, true);
-  } else {
-    record([&](Recorder& recorder) { recorder.end_exchange(copy); });
-  }
+  record([&](Recorder& recorder) { recorder.exchange(direction, copy); }, direction == 0);
   next(this, direction, packet);
 }
 

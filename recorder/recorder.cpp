@@ -178,14 +178,13 @@ void Recorder::answer(Asked& asked) {
 
 // --- Exchanges ---
 
-void Recorder::begin_exchange(const wire::Packet& command) {
+void Recorder::exchange(int direction, const wire::Packet& packet) {
   const int thread = this_thread();
-  tell_exchange(thread, nullptr);
+  tell_exchange(thread, direction == 0 ? nullptr : &packet);
+  if (direction != 0) return;
   const bool is_served = served_ != nullptr && thread == control_thread_;
-  exchanges_.push_back({thread, is_served ? served_->number : 0, now_us(), command});
+  exchanges_.push_back({thread, is_served ? served_->number : 0, now_us(), packet});
 }
-
-void Recorder::end_exchange(const wire::Packet& reply) { tell_exchange(this_thread(), &reply); }
 
 // Ends what is under way on this thread, if there is anything.
 void Recorder::tell_exchange(int thread, const wire::Packet* reply) {

@@ -51,9 +51,8 @@ class Recorder {
   // The caller goes on. A request without an answer has not been served.
   void leave(Asked& asked);
 
-  // The calling thread sends a command, or has got its reply.
-  void begin_exchange(const wire::Packet& command);
-  void end_exchange(const wire::Packet& reply);
+  // The calling thread sends a command (direction 0), or has got its reply.
+  void exchange(int direction, const wire::Packet& packet);
 
  private:
   struct Exchange {

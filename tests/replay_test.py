@@ -8,7 +8,7 @@ import pathlib
 import subprocess
 import sys
 import time
-import unittest
+import unittest.mock
 
 from camera_sandbox import BUILD, CAMSIM, SOURCE, Camera, camctl, enter_sandbox, store
 
@@ -103,6 +103,14 @@ class ReplayTest(unittest.TestCase):
             faults = FAULTS[first:first + 6]
             options = [word for i, fault in enumerate(faults) for word in ('--fault', f'{fault}:{34 + 4 * i}')]
             name = record('f.rec', '39=1 40=1 67=1 34=2 39=2 40=2 67=2 34=3 39=3 40=3 67=3 34=4 b:r,10,9; 51=0', *options)
+            self.check(0, 'replay', name)
+
+    def test_a_camera_that_dies_and_comes_again_is_played_again(self):
+        pathlib.Path('mortal').write_text(f'#!/bin/sh\n{CAMSIM} "$@"\nexec {CAMSIM} --trace\n')
+        os.chmod('mortal', 0o755)
+        for fault in ('die_before', 'die_during', 'die_after', 'die_after_doorbell'):
+            with unittest.mock.patch('camera_sandbox.CAMSIM', '/tmp/mortal'):
+                name = record('h.rec', '39=1 39=2 40=2 ~0.5 39=3 40=3', '--fault', f'{fault}:34')
             self.check(0, 'replay', name)
 
     def test_what_can_be_read_of_a_broken_file_is_shown(self):

@@ -12,7 +12,6 @@
 #include <fstream>
 #include <functional>
 #include <mutex>
-#include <ranges>
 #include <set>
 #include <stop_token>
 #include <thread>
@@ -65,15 +64,15 @@ void cut(std::vector<Event>& events, int until) {
 std::set<int> unserved_requests(const std::vector<Event>& events) {
   std::set<int> unserved;
   bool is_at_end = true;
-  for (const Event& event : events | std::views::reverse) {
+  std::for_each(events.rbegin(), events.rend(), [&](const Event& event) {
     const auto* answer = event.as<RecordedAnswer>();
     if (answer != nullptr) is_at_end = is_at_end && answer->result == -1;
     if (answer != nullptr && is_at_end) unserved.insert(answer->number);
     const auto* exchange = event.as<RecordedExchange>();
-    if (exchange == nullptr || !exchange->place || is_worker(*exchange->place)) continue;
+    if (exchange == nullptr || !exchange->place || is_worker(*exchange->place)) return;
     is_at_end = exchange->request == 0;
     unserved.erase(exchange->request);
-  }
+  });
   return unserved;
 }
 
@@ -152,7 +151,6 @@ class Replay {
   const Recording& recording_;
   const bool in_real_time_;
   Session recorded_;
-  bool has_requests_;
 
   sim::SimulatedCamera camera_;
   MaybeBytes stored_;  // as it was recorded
@@ -185,8 +183,6 @@ Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
   recorded_.erase({Place::Kind::kBefore, 0});
   for (const int number : unserved_requests(recording.events))
     recorded_.erase({Place::Kind::kRequest, number});
-  has_requests_ = std::ranges::any_of(
-      recorded_, [](const auto& part) { return part.second.request.has_value(); });
   enter_sandbox({"/tmp", "/var/tmp"});
   apply_change(recording.start()->stored, stored_);
   store(stored_);
@@ -312,8 +308,10 @@ void Replay::compare(const Place& place) {
 
 // What was going on when the recording ended.
 bool Replay::is_open(const Place& place) const {
-  if (place.kind == Place::Kind::kStartUp) return !has_requests_;
-  return place.kind == Place::Kind::kRequest && !recorded_.at(place).answer;
+  if (place.kind == Place::Kind::kRequest) return !recorded_.at(place).answer;
+  const auto behind = recorded_.upper_bound(place);
+  return place.kind == Place::Kind::kStartUp &&
+         (behind == recorded_.end() || behind->first.kind > Place::Kind::kRequest);
 }
 
 bool Replay::is_librarys_own(std::size_t offset) const {
