@@ -50,7 +50,8 @@ config::ConfigFile* make_config_file() {
   return static_cast<config::ConfigFile*>(place);
 }
 
-Contents read_stored(config::ConfigFile* config) {
+Contents read_stored() {
+  static config::ConfigFile* const config = make_config_file();
   std::vector<std::uint8_t> bytes(sizeof(camera::SettingsRecord));
   const bool is_read =
       config != nullptr && config->read_record(bytes.data(), camera::kSettingsKind) == 0;
@@ -90,9 +91,7 @@ void put_entry(Line& line, wire::Access access, const wire::CommandEntry& entry,
 }  // namespace
 
 Recorder::Recorder(const std::string& path, int limit)
-    : file_(path, static_cast<rlim_t>(limit)),
-      config_(make_config_file()),
-      stored_(read_stored(config_)) {
+    : file_(path, static_cast<rlim_t>(limit)), stored_(read_stored()) {
   begin_us_ = now_us();
   std::ranges::transform(kAdjustmentFiles, files_.begin(), read_file);
 }
@@ -218,7 +217,7 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
 
 void Recorder::tell_changes() {
   const std::int64_t begin_us = now_us();
-  tell_stored(read_stored(config_));
+  tell_stored(read_stored());
   looked_us_ = now_us();
   const std::int64_t took_us = looked_us_ - begin_us;
   // The least, since other programs may have had the CPU meanwhile.

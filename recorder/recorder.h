@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "ipcam/camera/camera_request.h"
-#include "ipcam/config/config_file.h"
 #include "recorder/line.h"
 #include "recorder/recording_file.h"
 #include "wire/packet_entries.h"
@@ -78,7 +77,6 @@ class Recorder {
   Line line_;
   Line line_in_front_;  // of the one that is being put together
 
-  config::ConfigFile* const config_;
   Contents stored_;
   std::array<Contents, 3> files_;
   std::int64_t looked_us_ = 0;  // at the stored record
