@@ -6,9 +6,9 @@
 #include <bit>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <stdexcept>
 
 #include "ipcam/camera/dsp_command.h"
 #include "ipcam/comm/thd_if.h"
@@ -65,15 +65,16 @@ __attribute__((destructor)) void end_recording() {
   g_state.store(kOff);
 }
 
-bool begin_recording() {
-  const bool has_limit = g_limit && *g_limit >= kLeastLimit && *g_limit <= kMostLimit;
-  if (has_limit) g_recorder = new Recorder(*g_path, *g_limit);
-  if (has_limit && g_recorder->error() == 0) return true;
-  std::fprintf(stderr, "camera_ctrl_recorder: %s is not recorded to: %s\n", g_path->c_str(),
-               has_limit ? std::strerror(g_recorder->error())
-                         : "CAMERA_CTRL_RECORD_LIMIT is no number from 65536 to 1073741824");
-  g_state.store(kOff);
-  return false;
+void begin_recording() {
+  try {
+    if (!g_limit || *g_limit < kLeastLimit || *g_limit > kMostLimit)
+      throw std::runtime_error("CAMERA_CTRL_RECORD_LIMIT is no number from 65536 to 1073741824");
+    g_recorder = new Recorder(*g_path, *g_limit);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "camera_ctrl_recorder: %s is not recorded to: %s\n", g_path->c_str(),
+                 error.what());
+    g_state.store(kOff);
+  }
 }
 
 // Lets the recorder take a step, which waits for nothing but another thread's and changes nothing
@@ -89,7 +90,8 @@ void record(Step step, bool begins = false) {
     const std::lock_guard lock(g_mutex);
     try {
       const bool is_on = g_state.load() == kRecording;
-      if (is_on && (g_recorder != nullptr || begin_recording())) step(*g_recorder);
+      if (is_on && g_recorder == nullptr) begin_recording();
+      if (is_on && g_recorder != nullptr) step(*g_recorder);
     } catch (...) {
       if (g_recorder != nullptr) g_recorder->lose();
     }
@@ -112,27 +114,6 @@ class Call {
 
  private:
   Asked asked_;
-};
-
-// A message that is not queued, for whatever reason, is no request.
-class Sending {
- public:
-  explicit Sending(const void* message)
-      : asked_(t_asked != nullptr && t_asked->record() == message ? t_asked : nullptr) {
-    if (asked_ != nullptr) record([&](Recorder& recorder) { recorder.queue(*asked_); }, true);
-  }
-  ~Sending() {
-    if (asked_ != nullptr) record([&](Recorder& recorder) { recorder.forget(*asked_); });
-  }
-  Sending(const Sending&) = delete;
-  Sending& operator=(const Sending&) = delete;
-  int end(int result) {
-    if (result == 0) asked_ = nullptr;
-    return result;
-  }
-
- private:
-  Asked* asked_;
 };
 
 }  // namespace
@@ -163,11 +144,7 @@ INTERPOSED void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
   static const auto next = next_definition<void (*)(DspCommand*, int, packet_info*)>(
       "_ZN5ipcam6camera10DspCommand11prt_gcmdbufEiPNS0_11packet_infoE");
   const auto copy = std::bit_cast<wire::Packet>(*packet);
-  if (direction == 0) {
-    record([&](Recorder& recorder) { recorder.begin_exchange(copy); }, true);
-  } else {
-    record([&](Recorder& recorder) { recorder.end_exchange(copy); });
-  }
+  record([&](Recorder& recorder) { recorder.exchange(direction, copy); }, direction == 0);
   next(this, direction, packet);
 }
 
@@ -178,8 +155,14 @@ namespace ipcam::comm {
 INTERPOSED int ThdIf_send(int type, void* message, s_thdIf_ctl* ctl) {
   static const auto next =
       next_definition<decltype(&ThdIf_send)>("_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE");
-  recorder::Sending sending(message);
-  return sending.end(next(type, message, ctl));
+  recorder::Asked* const asked = recorder::t_asked;
+  if (asked == nullptr || asked->record() != message) return next(type, message, ctl);
+  record([&](Recorder& recorder) { recorder.queue(*asked); }, true);
+  // A message that is not queued, for whatever reason, is no request.
+  asked->is_refused = true;
+  const int result = next(type, message, ctl);
+  asked->is_refused = result != 0;
+  return result;
 }
 
 INTERPOSED int ThdIf_timed_receive(int* type, void* message, unsigned int* timeout_ms,

@@ -9,12 +9,10 @@
 #include <span>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace ipcam::recorder {
 
 using Bytes = std::span<const std::uint8_t>;
-using Contents = std::optional<std::vector<std::uint8_t>>;  // none: it cannot be read
 
 // A text of which nothing is known. A byte is the character of that number, so that any text is one
 // in JSON too.
@@ -27,7 +25,7 @@ class Line {
   // A new line in the place of the one before.
   void begin(std::string_view event, std::int64_t time_us) {
     end_ = text_;
-    open("", '{');
+    *room(1) = '{';
     member("event", event);
     member("t", time_us);
   }
@@ -61,11 +59,10 @@ class Line {
   void copy(std::string_view text) { std::memcpy(room(text.size()), text.data(), text.size()); }
 
   void key(std::string_view name) {
-    const char before = end_ == text_ ? '{' : end_[-1];
-    if (before != '{' && before != '[') copy(",");
+    if (end_[-1] != '{' && end_[-1] != '[') *room(1) = ',';
     if (name.empty()) return;
     put(name);
-    copy(":");
+    *room(1) = ':';
   }
   void put(std::int64_t number) {
     constexpr std::size_t kMostDigits = 20;
@@ -74,33 +71,34 @@ class Line {
   }
   // A name, which has nothing that JSON would take for something else.
   void put(std::string_view name) {
-    copy("\"");
-    copy(name);
-    copy("\"");
+    char* const place = room(name.size() + 2);
+    place[0] = '"';
+    std::memcpy(place + 1, name.data(), name.size());
+    place[name.size() + 1] = '"';
   }
   void put(AnyText text) {
     copy("\"");
     for (const char c : text.bytes) {
       const bool is_special = c < ' ' || c > '~' || c == '"' || c == '\\';
       if (is_special) copy("\\u00");
-      is_special ? put_byte(static_cast<std::uint8_t>(c)) : copy({&c, 1});
+      is_special ? put_byte(room(2), static_cast<std::uint8_t>(c)) : copy({&c, 1});
     }
     copy("\"");
   }
   void put(Bytes bytes) {
-    copy("\"");
-    for (const std::uint8_t byte : bytes) put_byte(byte);
-    copy("\"");
+    char* place = room(2 * bytes.size() + 2);
+    *place++ = '"';
+    for (const std::uint8_t byte : bytes) put_byte(std::exchange(place, place + 2), byte);
+    *place = '"';
   }
   template <class Value>
   void put(const std::optional<Value>& value) {
     value ? put(*value) : copy("null");
   }
-  void put_byte(std::uint8_t byte) {
+  static void put_byte(char* place, std::uint8_t byte) {
     constexpr char kDigits[] = "0123456789abcdef";
-    char* const digits = room(2);
-    digits[0] = kDigits[byte >> 4];
-    digits[1] = kDigits[byte & 0xf];
+    place[0] = kDigits[byte >> 4];
+    place[1] = kDigits[byte & 0xf];
   }
 
   char text_[kMostBytes];

@@ -6,21 +6,22 @@
 #include <ctime>
 #include <filesystem>
 
+#include "camera/factory_adjustment.h"
+#include "recorder/next_definition.h"
 #include "registers/register_names.h"
 #include "registers/request_names.h"
+#include "settings/settings_record.h"
 
 namespace ipcam::recorder {
 
 namespace {
 
-// To look whether record and files have changed may take this part of the time.
-constexpr std::int64_t kLookPart = 10;
-
-std::int64_t clock_us(clockid_t clock) {
-  timespec now{};
-  clock_gettime(clock, &now);
-  return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
-}
+// To look whether the stored record has changed may take this part of the time.
+constexpr std::int64_t kLookPart = 20;
+// The library reads them at a start-up only.
+constexpr std::int64_t kAdjustmentFilesPause_us = 100'000;
+constexpr std::array<std::string_view, 3> kAdjustmentFiles = {
+    camera::kCameraFile, camera::kAllPixelWbFile, camera::kHalfPixelWbFile};
 
 int this_thread() {
   thread_local const int id = gettid();
@@ -28,14 +29,43 @@ int this_thread() {
 }
 
 std::string wall_clock() {
-  const std::int64_t wall_us = clock_us(CLOCK_REALTIME);
-  const auto seconds = static_cast<std::time_t>(wall_us / 1'000'000);
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
   std::tm date{};
-  gmtime_r(&seconds, &date);
   char text[48] = "";
-  const std::size_t size = std::strftime(text, sizeof text, "%FT%T", &date);
-  std::snprintf(text + size, sizeof text - size, ".%06dZ", static_cast<int>(wall_us % 1'000'000));
+  const std::size_t size = std::strftime(text, sizeof text, "%FT%T", gmtime_r(&now.tv_sec, &date));
+  std::snprintf(text + size, sizeof text - size, ".%06ldZ", now.tv_nsec / 1000);
   return text;
+}
+
+// The camera's own ConfigFile, as the library has it, for the whole life of the process; null when
+// there is none. Its constructor is looked up, not linked: a program without the camera's
+// libraries must start with the recorder too.
+config::ConfigFile* make_config_file() {
+  const auto construct =
+      next_definition<void (*)(void*, char*)>("_ZN5ipcam6config10ConfigFileC1EPc");
+  if (construct == nullptr) return nullptr;
+  void* const place = operator new(sizeof(config::ConfigFile));
+  construct(place, camera::g_settings_file);
+  return static_cast<config::ConfigFile*>(place);
+}
+
+Contents read_stored() {
+  static config::ConfigFile* const config = make_config_file();
+  std::vector<std::uint8_t> bytes(sizeof(camera::SettingsRecord));
+  const bool is_read =
+      config != nullptr && config->read_record(bytes.data(), camera::kSettingsKind) == 0;
+  return is_read ? Contents(std::move(bytes)) : std::nullopt;
+}
+
+// Of an adjustment file the library reads 48 bytes at most.
+Contents read_file(std::string_view path) {
+  const int fd = open(path.data(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  std::array<std::uint8_t, 256> bytes{};
+  const ssize_t size = read(fd, bytes.data(), bytes.size());
+  close(fd);
+  return size < 0 ? std::nullopt : Contents({bytes.begin(), bytes.begin() + size});
 }
 
 void put_entry(Line& line, wire::Access access, const wire::CommandEntry& entry,
@@ -61,12 +91,13 @@ void put_entry(Line& line, wire::Access access, const wire::CommandEntry& entry,
 }  // namespace
 
 Recorder::Recorder(const std::string& path, int limit)
-    : file_(path, static_cast<rlim_t>(limit)),
-      begin_us_(clock_us(CLOCK_MONOTONIC)),
-      error_(file_.create() ? 0 : errno) {}
+    : file_(path, static_cast<rlim_t>(limit)), stored_(read_stored()) {
+  begin_us_ = now_us();
+  std::ranges::transform(kAdjustmentFiles, files_.begin(), read_file);
+}
 
 void Recorder::end() {
-  while (!exchanges_.empty()) tell_exchange(exchanges_.begin()->first, nullptr);
+  while (!exchanges_.empty()) tell_exchange(exchanges_.front().thread, nullptr);
   tell_changes();
   line_.begin("end", now_us());
   write();
@@ -80,11 +111,6 @@ void Recorder::queue(Asked& asked) {
   under_way_.push_back(&asked);
 }
 
-void Recorder::forget(const Asked& asked) {
-  std::erase(under_way_, &asked);
-  if (served_ == &asked) served_ = nullptr;
-}
-
 void Recorder::take(const void* record) {
   const auto asked = std::ranges::find(under_way_, record, &Asked::record);
   if (asked == under_way_.end()) return;
@@ -96,11 +122,15 @@ void Recorder::take(const void* record) {
 
 void Recorder::post(int semaphore) {
   if (served_ == nullptr || this_thread() != control_thread_) return;
-  if (served_->semaphore() == semaphore) answer(*served_);
+  const auto* setting = served_->setting;
+  const int own = setting != nullptr ? setting->reply_slot : served_->raw->reply_slot;
+  if (semaphore == own) answer(*served_);
 }
 
 void Recorder::leave(Asked& asked) {
-  if (std::ranges::find(under_way_, &asked) != under_way_.end()) answer(asked);
+  const bool is_request = !asked.is_refused || asked.number != 0;
+  if (is_request && std::ranges::count(under_way_, &asked) != 0) answer(asked);
+  std::erase(under_way_, &asked);
 }
 
 // The queue gives requests out in the order in which they went in, so they get their numbers here.
@@ -122,9 +152,11 @@ void Recorder::tell_request(Asked& asked) {
 }
 
 void Recorder::answer(Asked& asked) {
-  const bool is_served = served_ == &asked;
-  forget(asked);  // first of all: the frame in which it lies will be gone
-  if (is_served) tell_exchange(control_thread_, nullptr);
+  std::erase(under_way_, &asked);  // first of all: the frame in which it lies will be gone
+  if (served_ == &asked) {
+    served_ = nullptr;
+    tell_exchange(control_thread_, nullptr);
+  }
   if (asked.number == 0) tell_request(asked);
   line_.begin("answer", now_us());
   line_.member("number", asked.number);
@@ -145,20 +177,20 @@ void Recorder::answer(Asked& asked) {
 
 // --- Exchanges ---
 
-void Recorder::begin_exchange(const wire::Packet& command) {
+void Recorder::exchange(int direction, const wire::Packet& packet) {
   const int thread = this_thread();
-  tell_exchange(thread, nullptr);
+  tell_exchange(thread, direction == 0 ? nullptr : &packet);
+  if (direction != 0) return;
   const bool is_served = served_ != nullptr && thread == control_thread_;
-  exchanges_[thread] = {is_served ? served_->number : 0, now_us(), command};
+  exchanges_.push_back({thread, is_served ? served_->number : 0, now_us(), packet});
 }
-
-void Recorder::end_exchange(const wire::Packet& reply) { tell_exchange(this_thread(), &reply); }
 
 // Ends what is under way on this thread, if there is anything.
 void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
-  const auto found = exchanges_.extract(thread);
-  if (found.empty()) return;
-  const Exchange& exchange = found.mapped();
+  const auto found = std::ranges::find(exchanges_, thread, &Exchange::thread);
+  if (found == exchanges_.end()) return;
+  const Exchange exchange = *found;
+  exchanges_.erase(found);
   const wire::Command command = wire::decode_command(exchange.command);
   std::vector<wire::ReplyEntry> replies;
   line_.begin("exchange", exchange.begin_us);
@@ -185,51 +217,59 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
 
 void Recorder::tell_changes() {
   const std::int64_t begin_us = now_us();
-  const Contents stored = read_stored(config_);
-  if (stored != stored_) {
-    // All of it, if the last that was told is not there to compare with.
-    std::size_t begin = 0;
-    std::size_t end = stored ? stored->size() : 0;
-    if (stored && stored_) {
-      while ((*stored)[begin] == (*stored_)[begin]) ++begin;
-      while ((*stored)[end - 1] == (*stored_)[end - 1]) --end;
-    }
-    line_.begin("stored", now_us());
-    line_.member("offset", static_cast<std::int64_t>(begin));
-    line_.member("bytes",
-                 stored ? std::optional(Bytes(*stored).subspan(begin, end - begin)) : std::nullopt);
-    if (write()) stored_ = stored;
-  }
-  for (std::size_t i = 0; i < files_.size(); ++i) {
-    const Contents now = read_file(kAdjustmentFiles[i]);
-    if (now == files_[i]) continue;
-    line_.begin("file", now_us());
-    line_.member("path", kAdjustmentFiles[i]);
-    line_.member("bytes", now);
-    if (write()) files_[i] = now;
-  }
+  tell_stored(read_stored());
   looked_us_ = now_us();
   const std::int64_t took_us = looked_us_ - begin_us;
   // The least, since other programs may have had the CPU meanwhile.
   look_took_us_ = look_took_us_ == 0 ? took_us : std::min(look_took_us_, took_us);
+  if (looked_us_ - looked_at_files_us_ < kAdjustmentFilesPause_us) return;
+  looked_at_files_us_ = looked_us_;
+  for (std::size_t i = 0; i < files_.size(); ++i) {
+    Contents now = read_file(kAdjustmentFiles[i]);
+    if (now == files_[i]) continue;
+    line_.begin("file", now_us());
+    line_.member("path", kAdjustmentFiles[i]);
+    line_.member("bytes", now);
+    if (write()) files_[i] = std::move(now);
+  }
+}
+
+void Recorder::tell_stored(const Contents& stored) {
+  if (stored == stored_) return;
+  // All of it, if the last that was told is not there to compare with.
+  std::size_t begin = 0;
+  std::size_t end = stored ? stored->size() : 0;
+  if (stored && stored_) {
+    while ((*stored)[begin] == (*stored_)[begin]) ++begin;
+    while ((*stored)[end - 1] == (*stored_)[end - 1]) --end;
+  }
+  line_.begin("stored", now_us());
+  line_.member("offset", static_cast<std::int64_t>(begin));
+  line_.member("bytes",
+               stored ? std::optional(Bytes(*stored).subspan(begin, end - begin)) : std::nullopt);
+  if (write()) stored_ = stored;
 }
 
 // --- Lines ---
 
-std::int64_t Recorder::now_us() const { return clock_us(CLOCK_MONOTONIC) - begin_us_; }
+std::int64_t Recorder::now_us() const {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000 - begin_us_;
+}
 
 // Writes the line that has been put together. What cannot be written is counted.
 bool Recorder::write() {
   const std::string_view line = line_.end();
-  const bool is_full = has_start_ && !file_.has_room(line.size());
-  if ((is_full || file_.is_closed()) && file_.begin_anew()) has_start_ = false;
+  const bool is_full = !file_.is_empty() && !file_.has_room(line.size());
+  if (is_full || !file_.is_open()) file_.begin_anew();
   const bool is_written = write_start() && write_lost() && file_.append(line);
   if (!is_written) ++lost_;
   return is_written;
 }
 
 bool Recorder::write_start() {
-  if (has_start_) return true;
+  if (!file_.is_empty()) return true;
   std::error_code error;
   const auto program = std::filesystem::read_symlink("/proc/self/exe", error).filename();
   Line& line = line_in_front_;
@@ -244,8 +284,7 @@ bool Recorder::write_start() {
   line.open("files", '{');
   for (std::size_t i = 0; i < files_.size(); ++i) line.member(kAdjustmentFiles[i], files_[i]);
   line.close('}');
-  has_start_ = file_.append(line.end());
-  return has_start_;
+  return file_.append(line.end());
 }
 
 bool Recorder::write_lost() {

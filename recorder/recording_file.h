@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -16,33 +18,26 @@ namespace ipcam::recorder {
 // writes to it, and that writing neither waits for a reader nor raises a signal.
 class RecordingFile {
  public:
-  RecordingFile(std::string path, rlim_t limit) : path_(std::move(path)), limit_(limit) {}
-
-  // Creates the file, as PATH-2 to PATH-9 when there is one already. Returns false, with errno set,
-  // when it is not to be had.
-  bool create() {
-    const std::string wanted = path_;
-    for (char number = '2'; !create_here(); ++number) {
-      if (errno != EEXIST || number > '9') return false;
-      path_ = wanted + '-' + number;
+  // Creates the file, as PATH-2 to PATH-9 when there is one already. Throws std::runtime_error,
+  // with the reason as its text, when it is not to be had.
+  RecordingFile(const std::string& path, rlim_t limit) : path_(path), limit_(limit) {
+    for (char number = '2'; !create(); ++number) {
+      if (errno != EEXIST || number > '9') throw std::runtime_error(std::strerror(errno));
+      path_ = path + '-' + number;
     }
-    return true;
   }
   // Keeps the file as PATH.1 and creates it anew.
-  bool begin_anew() {
-    const bool is_kept = rename(path_.c_str(), (path_ + ".1").c_str()) == 0 || errno == ENOENT;
-    return is_kept && create_here();
+  void begin_anew() {
+    if (rename(path_.c_str(), (path_ + ".1").c_str()) == 0 || errno == ENOENT) create();
   }
-  // The program has closed the descriptor.
-  bool is_closed() const { return fd_ < 0; }
+  // Not once the program has closed the descriptor.
+  bool is_open() const { return fd_ >= 0; }
+  bool is_empty() const { return size_ == 0; }
   bool has_room(std::size_t size) const { return size_ + size <= limit_; }
   // Appends the whole line, or nothing.
   bool append(std::string_view line) {
     if (!has_room(line.size())) return false;
-    ssize_t written = -1;
-    do {
-      written = write(fd_, line.data(), line.size());
-    } while (written < 0 && errno == EINTR);
+    const ssize_t written = TEMP_FAILURE_RETRY(write(fd_, line.data(), line.size()));
     if (written < 0 && errno == EBADF) fd_ = -1;
     const bool is_whole = written == static_cast<ssize_t>(line.size());
     // Otherwise the last room on the disk has taken a part of it.
@@ -52,7 +47,7 @@ class RecordingFile {
   }
 
  private:
-  bool create_here() {
+  bool create() {
     const int created =
         open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (created < 0) return false;

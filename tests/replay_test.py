@@ -8,7 +8,7 @@ import pathlib
 import subprocess
 import sys
 import time
-import unittest
+import unittest.mock
 
 from camera_sandbox import BUILD, CAMSIM, SOURCE, Camera, camctl, enter_sandbox, store
 
@@ -71,6 +71,15 @@ class ReplayTest(unittest.TestCase):
         self.check(1, 'recording', 'diff', 'a.rec', record('c.rec', '39=4 68=1'))
         self.check(0, 'replay', 'a.rec')
 
+    def test_a_request_that_was_not_served_is_left_out(self):
+        *lines, end = SESSION.read_text().splitlines(keepends=True)
+        waiting = {'event': 'request', 't': 2903000, 'number': 34, 'thread': 1, 'code': 39, 'name': 'saturation', 'value': 2}
+        answer = {'event': 'answer', 't': 2903900, 'number': 34, 'result': -1}
+        pathlib.Path('g.rec').write_text(''.join(lines) + f'{json.dumps(waiting)}\n{json.dumps(answer)}\n' + end)
+        self.check(0, 'replay', 'g.rec')
+        pathlib.Path('g.rec').write_text(''.join(lines) + f'{json.dumps(waiting)}\n{json.dumps(answer | {"result": 0})}\n' + end)
+        self.assertRegex(self.check(1, 'replay', 'g.rec').stdout, r'request 34, line 2: different')
+
     def test_a_changed_library_differs(self):
         for change, shown in (('table', r'13/0x00=0x06 .* 13/0x00=0x07 '), ('order', 'r 16/0x06 .* r 11/0x')):
             changed = BUILD / f'changed/{change}/libcamera_ctrl.so.1'
@@ -94,6 +103,14 @@ class ReplayTest(unittest.TestCase):
             faults = FAULTS[first:first + 6]
             options = [word for i, fault in enumerate(faults) for word in ('--fault', f'{fault}:{34 + 4 * i}')]
             name = record('f.rec', '39=1 40=1 67=1 34=2 39=2 40=2 67=2 34=3 39=3 40=3 67=3 34=4 b:r,10,9; 51=0', *options)
+            self.check(0, 'replay', name)
+
+    def test_a_camera_that_dies_and_comes_again_is_played_again(self):
+        pathlib.Path('mortal').write_text(f'#!/bin/sh\n{CAMSIM} "$@"\nexec {CAMSIM} --trace\n')
+        os.chmod('mortal', 0o755)
+        for fault in ('die_before', 'die_during', 'die_after', 'die_after_doorbell'):
+            with unittest.mock.patch('camera_sandbox.CAMSIM', '/tmp/mortal'):
+                name = record('h.rec', '39=1 39=2 40=2 ~0.5 39=3 40=3', '--fault', f'{fault}:34')
             self.check(0, 'replay', name)
 
     def test_what_can_be_read_of_a_broken_file_is_shown(self):

@@ -20,7 +20,7 @@ namespace {
 
 std::mutex g_mutex;
 std::vector<LoggedExchange> g_exchanges;
-std::function<void(const wire::Packet&)> g_before;
+ExchangeLog::Watch g_watch;
 bool g_is_logging = false;
 
 // A process has one DspCommand at work, so its exchanges do not overlap:
@@ -28,8 +28,8 @@ bool g_is_logging = false;
 void log_packet(int direction, const wire::Packet& packet) {
   const std::lock_guard lock(g_mutex);
   if (!g_is_logging) return;
+  if (g_watch) g_watch(direction, packet);
   if (direction == 0) {
-    if (g_before) g_before(packet);
     g_exchanges.push_back(
         {.command = packet, .reply = {}, .start = Clock::now(), .thread = gettid()});
   } else if (!g_exchanges.empty()) {
@@ -39,9 +39,9 @@ void log_packet(int direction, const wire::Packet& packet) {
 
 }  // namespace
 
-ExchangeLog::ExchangeLog(std::function<void(const wire::Packet&)> before) {
+ExchangeLog::ExchangeLog(Watch watch) {
   const std::lock_guard lock(g_mutex);
-  g_before = std::move(before);
+  g_watch = std::move(watch);
   g_exchanges.clear();
   g_is_logging = true;
 }

@@ -40,8 +40,10 @@ inline Address address_in(const wire::CommandEntry& entry, std::size_t index) {
 // Takes exchanges down while it exists, of all threads. One at a time.
 class ExchangeLog {
  public:
-  // `before`, if any, is called with each command before it is sent, on the thread that sends it.
-  explicit ExchangeLog(std::function<void(const wire::Packet&)> before = {});
+  // Called, if there is one, with each command (direction 0) before it is sent and with each reply,
+  // on the thread that exchanges.
+  using Watch = std::function<void(int direction, const wire::Packet&)>;
+  explicit ExchangeLog(Watch watch = {});
   ~ExchangeLog();
   ExchangeLog(const ExchangeLog&) = delete;
   ExchangeLog& operator=(const ExchangeLog&) = delete;

@@ -40,12 +40,10 @@ template <class Number = std::int32_t>
 Number number(const Json& line, const char* name, Number min = std::numeric_limits<Number>::min(),
               Number max = std::numeric_limits<Number>::max()) {
   const Json& value = member(line, name);
-  const bool is_small =
-      !value.is_number_unsigned() || std::in_range<std::int64_t>(value.get<std::uint64_t>());
-  require(value.is_number_integer() && is_small, name);
-  const auto wide = value.get<std::int64_t>();
-  require(wide >= min && wide <= max, name);
-  return static_cast<Number>(wide);
+  require(value.is_number_integer(), name);
+  const auto wide = value.get<double>();  // all limits are below 2^53 and so exact in it
+  require(wide >= static_cast<double>(min) && wide <= static_cast<double>(max), name);
+  return value.get<Number>();
 }
 
 std::string text(const Json& line, const char* name) {

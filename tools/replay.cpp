@@ -13,6 +13,7 @@
 #include <functional>
 #include <mutex>
 #include <set>
+#include <stop_token>
 #include <thread>
 
 #include "ipcam/camera/camera_interface.h"
@@ -27,6 +28,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using std::chrono::microseconds;
+
+constexpr Place kAfter = {Place::Kind::kAfter, 0};
+constexpr bool is_worker(const Place& place) {
+  return place.kind == Place::Kind::kOnepush || place.kind == Place::Kind::kEvr;
+}
 
 ipcam::comm::s_port_inf g_port = {};
 
@@ -51,6 +57,23 @@ void cut(std::vector<Event>& events, int until) {
            (until != 0 && request != nullptr && request->number > until);
   };
   events.erase(std::ranges::find_if(events, is_behind), events.end());
+}
+
+// Requests that were still waiting when their control thread ended: behind them, up to a start-up
+// or the end, nothing was served, and they have no exchanges. The last refused ones look the same.
+std::set<int> unserved_requests(const std::vector<Event>& events) {
+  std::set<int> unserved;
+  bool is_at_end = true;
+  std::for_each(events.rbegin(), events.rend(), [&](const Event& event) {
+    const auto* answer = event.as<RecordedAnswer>();
+    if (answer != nullptr) is_at_end = is_at_end && answer->result == -1;
+    if (answer != nullptr && is_at_end) unserved.insert(answer->number);
+    const auto* exchange = event.as<RecordedExchange>();
+    if (exchange == nullptr || !exchange->place || is_worker(*exchange->place)) return;
+    is_at_end = exchange->request == 0;
+    unserved.erase(exchange->request);
+  });
+  return unserved;
 }
 
 MaybeBytes stored_now() {
@@ -101,14 +124,12 @@ RecordedAnswer ask_library(const RecordedRequest& request) {
 class Replay {
  public:
   Replay(Context& context, const Recording& recording, bool in_real_time);
-  ~Replay();
+  ~Replay() { stop(); }
   Replay(const Replay&) = delete;
   Replay& operator=(const Replay&) = delete;
 
-  void run();
-  ExitCode show() {
-    return show_difference(context_.out, recorded_, replayed_, "recorded", "replayed");
-  }
+  // Plays the recording up to the first difference, and shows it.
+  ExitCode run();
 
  private:
   void play(const Event& event);
@@ -116,25 +137,22 @@ class Replay {
   void start();
   void stop();
   void ask(const RecordedRequest& request);
-  void call(int caller);
-  void check_count(const Place& place);
-  void differ(const Place& place);
+  void call(int caller, const std::stop_token& over);
+  void compare(const Place& place);
   bool is_open(const Place& place) const;
   void change_stored(const StoredChange& change);
   bool is_librarys_own(std::size_t offset) const;
-  void answer_exchange(const wire::Packet& command);
+  void watch(int direction, const wire::Packet& packet);
+  void answer(const RecordedExchange& recorded);
   std::optional<Place> place_of(const wire::Packet& command);
-  void finish();
   bool wait_until(Clock::time_point deadline, const std::function<bool()>& holds);
 
   Context& context_;
   const Recording& recording_;
   const bool in_real_time_;
   Session recorded_;
-  bool has_requests_;
 
   sim::SimulatedCamera camera_;
-  std::map<int, std::thread> callers_;
   MaybeBytes stored_;  // as it was recorded
   Clock::time_point zero_;
   std::set<std::int32_t> asked_;  // codes since the library last changed the stored record
@@ -143,17 +161,17 @@ class Replay {
   bool is_started_ = false;
 
   std::mutex mutex_;  // guards what follows; the log's is taken before it
-  std::condition_variable changed_;
+  std::condition_variable_any changed_;
   const RecordedRequest* turn_ = nullptr;  // the request that is being made
-  bool is_over_ = false;
-  Session replayed_;  // exchanges come last
+  Session replayed_;
+  RecordedExchange* last_ = nullptr;  // in it: its reply is still to come
   int control_thread_ = 0;
   WorkerRuns workers_;
-  std::map<Place, std::size_t> counts_;
-  std::vector<std::optional<Place>> places_;  // of all exchanges so far
   std::optional<Place> different_at_;
 
-  ExchangeLog log_;  // last: it calls
+  // Last, as their threads use what stands above.
+  ExchangeLog log_;
+  std::map<int, std::jthread> callers_;
 };
 
 Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
@@ -161,10 +179,10 @@ Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
       recording_(recording),
       in_real_time_(in_real_time),
       recorded_(session_of(recording)),
-      log_([this](const wire::Packet& command) { answer_exchange(command); }) {
+      log_([this](int direction, const wire::Packet& packet) { watch(direction, packet); }) {
   recorded_.erase({Place::Kind::kBefore, 0});
-  has_requests_ = std::ranges::any_of(
-      recorded_, [](const auto& part) { return part.second.request.has_value(); });
+  for (const int number : unserved_requests(recording.events))
+    recorded_.erase({Place::Kind::kRequest, number});
   enter_sandbox({"/tmp", "/var/tmp"});
   apply_change(recording.start()->stored, stored_);
   store(stored_);
@@ -172,16 +190,6 @@ Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
   camera_.start();
   camera_.board().sensor_off = 1;
   zero_ = Clock::now() - microseconds(recording.events.front().t_us);
-}
-
-Replay::~Replay() {
-  stop();
-  {
-    const std::lock_guard lock(mutex_);
-    is_over_ = true;
-  }
-  changed_.notify_all();
-  for (auto& [number, thread] : callers_) thread.join();
 }
 
 // Looks for a signal that ends the command, too.
@@ -195,14 +203,21 @@ bool Replay::wait_until(Clock::time_point deadline, const std::function<bool()>&
   return true;
 }
 
-void Replay::run() {
+ExitCode Replay::run() {
   for (const Event& event : recording_.events) {
     play(event);
     const std::lock_guard lock(mutex_);
     if (different_at_) break;
   }
   stop();
-  finish();
+  const std::lock_guard lock(mutex_);  // workers of the library may go on
+  if (recorded_.contains(kAfter)) replayed_[kAfter].settings = settings_text(stored_now());
+  if (different_at_) {
+    last_ = nullptr;
+    for (Session* const session : {&recorded_, &replayed_})
+      *session = {{*different_at_, (*session)[*different_at_]}};
+  }
+  return show_difference(context_.out, recorded_, replayed_, "recorded", "replayed");
 }
 
 void Replay::play(const Event& event) {
@@ -217,13 +232,14 @@ void Replay::play(const Event& event) {
 void Replay::follow(const RecordedExchange& exchange) {
   if (!exchange.place) return;
   const Place place = *exchange.place;
-  const std::size_t index = followed_[place]++;
+  const std::size_t count = ++followed_[place];
   if (place.kind == Place::Kind::kStartUp && place.number == starts_) {
     if (in_real_time_) zero_ = Clock::now() - exchange.start.time_since_epoch();
     start();
   }
   if (place.kind != Place::Kind::kOnepush || exchange.is_loose) return;
-  if (!wait_until(Clock::now() + kPatience, [&] { return counts_[place] > index; })) differ(place);
+  const auto is_there = [&] { return replayed_[place].exchanges.size() >= count; };
+  if (!wait_until(Clock::now() + kPatience, is_there)) compare(place);
 }
 
 void Replay::start() {
@@ -235,7 +251,7 @@ void Replay::start() {
   // A code without a handler: answered when the start-up is done.
   camera::s_cam_cgi_cmd nothing = {};
   camera::cam_cgi_command(&nothing);
-  check_count(place);
+  compare(place);
 }
 
 void Replay::stop() {
@@ -246,12 +262,14 @@ void Replay::stop() {
 }
 
 void Replay::ask(const RecordedRequest& request) {
+  const Place place = {Place::Kind::kRequest, request.number};
+  if (!recorded_.contains(place)) return;  // it was not served
   if (!is_started_) start();
   asked_.insert(request.code);
-  const Place place = {Place::Kind::kRequest, request.number};
   context_.out.progress("replay: " + place_text(place) + ", " + request_text(request));
-  std::thread& caller = callers_[request.thread];
-  if (!caller.joinable()) caller = std::thread([this, id = request.thread] { call(id); });
+  std::jthread& caller = callers_[request.thread];
+  const auto run = [this, &request](const std::stop_token& over) { call(request.thread, over); };
+  if (!caller.joinable()) caller = std::jthread(run);
   {
     const std::lock_guard lock(mutex_);
     replayed_[place].request = request;
@@ -259,48 +277,41 @@ void Replay::ask(const RecordedRequest& request) {
   }
   changed_.notify_all();
   wait_until(Clock::time_point::max(), [this] { return turn_ == nullptr; });
-  if (is_open(place)) return;
-  check_count(place);
-  const RecordedAnswer& then = *recorded_.at(place).answer;
-  std::optional<RecordedAnswer>& now = replayed_[place].answer;
-  if (!then.value) now->value.reset();
-  if (answer_text(then) != answer_text(*now)) differ(place);
+  compare(place);
 }
 
 // A caller's thread.
-void Replay::call(int caller) {
+void Replay::call(int caller, const std::stop_token& over) {
   std::unique_lock lock(mutex_);
-  for (;;) {
-    const auto is_asked = [&] { return turn_ != nullptr && turn_->thread == caller; };
-    changed_.wait(lock, [&] { return is_asked() || is_over_; });
-    if (!is_asked()) return;
+  const auto is_asked = [&] { return turn_ != nullptr && turn_->thread == caller; };
+  while (changed_.wait(lock, over, is_asked)) {
     const RecordedRequest& request = *turn_;
     lock.unlock();
-    const RecordedAnswer answer = ask_library(request);
+    RecordedAnswer answer = ask_library(request);
     lock.lock();
     const Place place = {Place::Kind::kRequest, request.number};
-    if (!is_open(place)) replayed_[place].answer = answer;
+    const std::optional<RecordedAnswer>& then = recorded_.at(place).answer;
+    if (then && !then->value) answer.value.reset();
+    if (then) replayed_[place].answer = answer;
     turn_ = nullptr;
     changed_.notify_all();
   }
 }
 
-void Replay::check_count(const Place& place) {
+// Once nothing is missing any more that belongs there.
+void Replay::compare(const Place& place) {
+  const std::lock_guard lock(mutex_);
   const auto recorded = recorded_.find(place);
-  if (recorded == recorded_.end() || is_open(place)) return;
-  const std::lock_guard lock(mutex_);
-  if (counts_[place] != recorded->second.exchanges.size()) different_at_ = place;
-}
-
-void Replay::differ(const Place& place) {
-  const std::lock_guard lock(mutex_);
-  if (!different_at_) different_at_ = place;
+  if (different_at_ || recorded == recorded_.end()) return;
+  if (!is_same(recorded->second, replayed_[place])) different_at_ = place;
 }
 
 // What was going on when the recording ended.
 bool Replay::is_open(const Place& place) const {
-  if (place.kind == Place::Kind::kStartUp) return !has_requests_;
-  return place.kind == Place::Kind::kRequest && !recorded_.at(place).answer;
+  if (place.kind == Place::Kind::kRequest) return !recorded_.at(place).answer;
+  const auto behind = recorded_.upper_bound(place);
+  return place.kind == Place::Kind::kStartUp &&
+         (behind == recorded_.end() || behind->first.kind > Place::Kind::kRequest);
 }
 
 bool Replay::is_librarys_own(std::size_t offset) const {
@@ -328,35 +339,50 @@ void Replay::change_stored(const StoredChange& change) {
   if (!has_own) return;
   asked_.clear();
   if (wait_until(Clock::now() + kPatience, [this] { return stored_now() == stored_; })) return;
-  recorded_[{Place::Kind::kAfter, 0}].settings = settings_text(stored_);
-  differ({Place::Kind::kAfter, 0});
+  recorded_[kAfter].settings = settings_text(stored_);
+  compare(kAfter);
 }
 
-// On the thread that is about to exchange; of all threads, one at a time.
-void Replay::answer_exchange(const wire::Packet& command) {
+// On the thread that exchanges; of all threads, one at a time.
+void Replay::watch(int direction, const wire::Packet& packet) {
   const std::lock_guard lock(mutex_);
-  const std::optional<Place> place = place_of(command);
-  places_.push_back(place);
+  if (direction != 0) {
+    if (last_ != nullptr) last_->reply = packet;
+    return;
+  }
+  last_ = nullptr;
+  const std::optional<Place> place = place_of(packet);
   if (!place) return;
-  const std::size_t index = counts_[*place]++;
-  changed_.notify_all();
   const auto recorded = recorded_.find(*place);
+  // The recording has begun anew behind it.
+  if (place->kind == Place::Kind::kStartUp && recorded == recorded_.end()) return;
+  const bool is_loose = is_worker(*place) || is_open(*place);
+  std::vector<RecordedExchange>& exchanges = replayed_[*place].exchanges;
+  const std::size_t index = exchanges.size();
+  exchanges.push_back({{packet, {}, Clock::now(), gettid()}, 0, 0, place, is_loose});
+  last_ = &exchanges.back();
+  changed_.notify_all();
   if (recorded == recorded_.end() || index >= recorded->second.exchanges.size()) return;
-  const RecordedExchange& exchange = recorded->second.exchanges[index];
-  if (std::memcmp(&command, &exchange.command, sizeof command) != 0) {
-    if (!different_at_) different_at_ = place;
-    return;
+  const RecordedExchange& then = recorded->second.exchanges[index];
+  if (std::memcmp(&packet, &then.command, sizeof packet) == 0) {
+    answer(then);
+  } else if (!different_at_) {
+    different_at_ = place;
   }
+}
+
+// The same command is about to be sent.
+void Replay::answer(const RecordedExchange& recorded) {
   sim::Switchboard& board = camera_.board();
-  if (!exchange.reply) {
+  if (!recorded.reply) {
     constexpr std::int64_t kWaited_us = 900'000;
-    board.arm(exchange.took_us < kWaited_us ? sim::Fault::reply_255 : sim::Fault::no_reply);
+    board.arm(recorded.took_us < kWaited_us ? sim::Fault::reply_255 : sim::Fault::no_reply);
     return;
   }
-  board.give_reply(*exchange.reply);
+  board.give_reply(*recorded.reply);
   // For workers that go on when the recording has ended.
-  const std::vector<wire::CommandEntry> entries = wire::decode_command(command).entries;
-  const std::vector<wire::ReplyEntry> reply = wire::decode_reply(*exchange.reply);
+  const std::vector<wire::CommandEntry> entries = wire::decode_command(recorded.command).entries;
+  const std::vector<wire::ReplyEntry> reply = wire::decode_reply(*recorded.reply);
   for (std::size_t i = 0; i < std::min(entries.size(), reply.size()); ++i) {
     if (reply[i].value) board.set_reg(address_in(entries[i], 0), *reply[i].value);
   }
@@ -370,25 +396,6 @@ std::optional<Place> Replay::place_of(const wire::Packet& command) {
                           : Place{Place::Kind::kStartUp, starts_ - 1};
 }
 
-// What was replayed, as far as the recording goes, or only where it differs.
-void Replay::finish() {
-  const std::vector<LoggedExchange> exchanges = log_.exchanges();
-  const std::lock_guard lock(mutex_);
-  for (std::size_t i = 0; i < exchanges.size(); ++i) {
-    const std::optional<Place>& place = places_[i];
-    if (!place || (place->kind == Place::Kind::kStartUp && !recorded_.contains(*place))) continue;
-    const bool is_loose =
-        place->kind == Place::Kind::kOnepush || place->kind == Place::Kind::kEvr || is_open(*place);
-    replayed_[*place].exchanges.push_back({exchanges[i], 0, 0, place, is_loose});
-  }
-  const Place after = {Place::Kind::kAfter, 0};
-  if (recorded_.contains(after)) replayed_[after].settings = settings_text(stored_now());
-  if (!different_at_) return;
-  const auto is_elsewhere = [this](const auto& part) { return part.first != *different_at_; };
-  std::erase_if(recorded_, is_elsewhere);
-  std::erase_if(replayed_, is_elsewhere);
-}
-
 }  // namespace
 
 int replay(Context& context, const std::string& file, const ReplayOptions& options) {
@@ -399,8 +406,7 @@ int replay(Context& context, const std::string& file, const ReplayOptions& optio
   const double seconds = seconds_of(recording, options.in_real_time);
   context.out.note("replay: takes about " + std::to_string(std::lround(seconds)) + " s");
   Replay session(context, recording, options.in_real_time);
-  session.run();
-  return finish_recording(context, file, recording, session.show());
+  return finish_recording(context, file, recording, session.run());
 }
 
 }  // namespace ipcam::tools

@@ -185,6 +185,8 @@ std::string settings_text(const MaybeBytes& stored) {
   return record_text(std::bit_cast<camera::SettingsRecord>(bytes));
 }
 
+bool is_same(const Part& a, const Part& b) { return !difference_of(lines_of(a), lines_of(b)); }
+
 ExitCode show_difference(Output& out, const Session& a, const Session& b, const std::string& left,
                          const std::string& right) {
   Session all = b;

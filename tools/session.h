@@ -35,6 +35,7 @@ std::string place_text(const Place& place);
 // The stored record as lines.
 std::string settings_text(const MaybeBytes& stored);
 
+bool is_same(const Part& a, const Part& b);
 // Shows whether both are the same, or else the lines around the first difference, side by side
 // under these names. Returns the exit code.
 ExitCode show_difference(Output& out, const Session& a, const Session& b, const std::string& left,
