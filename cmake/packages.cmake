@@ -71,8 +71,8 @@ if(CAMERA_CTRL_TOOLS)
     NEEDS camera_ctrl ${platform_component}
     DESCRIPTION "image control of a network camera, tool and simulated camera
 The command-line tool camctl sets, reads and examines the camera's image
-control, and records what server programs ask of it. The simulated camera camsim
-takes the camera's side on workstations.")
+control, and records what server programs ask of it. The simulated camera
+camsim takes the camera's side on workstations.")
 endif()
 
 # Copyright, change log and compressed manual pages, put into the packages only.

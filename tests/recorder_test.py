@@ -11,7 +11,7 @@ import unittest
 
 from camera_sandbox import BUILD, CAMCTL, CONFIG, Camera, camctl, enter_sandbox, store
 
-RECORDER = BUILD / 'lib/libcamera_ctrl_recorder.so'
+RECORDER = BUILD / 'lib/camctl/libcamera_ctrl_recorder.so'
 FILE = pathlib.Path('/tmp/recordings/a.jsonl')
 MEMBERS = {
     'start': {'format', 'version', 'wall', 'process', 'program', 'word_bits', 'stored', 'files'},

@@ -21,13 +21,13 @@ namespace fs = std::filesystem;
   throw CommandError(kUsage, "record: " + what + ": " + reason);
 }
 
-// Lies beside the library.
+// Lies in a folder beside the library.
 std::string recorder_path() {
   Dl_info library = {};
   if (dladdr(reinterpret_cast<const void*>(&camera::cam_cgi_command), &library) == 0)
     fail("recorder", "the library cannot be found");
   std::string path =
-      fs::canonical(library.dli_fname).replace_filename("libcamera_ctrl_recorder.so");
+      fs::canonical(library.dli_fname).replace_filename("camctl/libcamera_ctrl_recorder.so");
   if (access(path.c_str(), R_OK) != 0) fail(path, std::strerror(errno));
   // The dynamic linker takes them for the end of a name.
   if (path.find_first_of(" :") != std::string::npos) fail(path, "a path with a blank or a colon");
