@@ -31,9 +31,6 @@ camera::s_cam_cgi_cmd send(std::int32_t code, int value) {
   return request;
 }
 
-// A code without a handler: answered when all that was queued before, and the start-up, is done.
-bool control_thread_serves() { return send(0, 0).result == 0; }
-
 // A measurement with a result ends in preset 1.
 bool selects_preset(const std::vector<RegisterWrite>& writes) {
   constexpr registers::Bits kMode = registers::bits("wb_mode");
@@ -60,7 +57,8 @@ CameraSession::CameraSession(Output& out, const std::string& tried)
   const ExchangeLog log;
   if (camera::new_camera_ctrl(&g_port) != 0)
     throw CommandError(kRefused, tried + ": the control thread did not start");
-  if (!control_thread_serves()) {
+  // A code without a handler: answered when the start-up is done.
+  if (send(0, 0).result != 0) {
     camera::delete_camera_IF(nullptr);
     throw CommandError(
         kRefused,

@@ -52,8 +52,7 @@ void enter_sandbox(const workstation::Paths& covered);
 
 struct Request {
   const Setting* setting;
-  int value;
-  std::string text;  // "saturation=3", "onepush"
+  int value = 0;
 };
 void list_settings(Context& context, const Words& names);
 std::vector<Request> parse_assignments(const Words& assignments);

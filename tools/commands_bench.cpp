@@ -57,7 +57,7 @@ void report(Output& out, const std::string& name, std::vector<double> times_us) 
   std::string text = padded(name, 16);
   for (const auto& [label, share] :
        {std::pair{"p50", 0.5}, {"p90", 0.9}, {"p99", 0.99}, {"max", 1.0}}) {
-    const double last = static_cast<double>(times_us.size() - 1);
+    const auto last = static_cast<double>(times_us.size() - 1);
     const double us = times_us[static_cast<std::size_t>(std::lround(last * share))];
     json[std::string(label) + "_us"] = us;
     char number[32];

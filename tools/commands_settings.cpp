@@ -69,9 +69,7 @@ Request parse_assignment(const std::string& text) {
     }
     refuse_name(tried, "setting", name, setting_names(Kind::kSetting));
   }
-  const int number = accepted_value(setting->values, Form::kRequest, value, tried);
-  return {setting, number,
-          std::string(setting->name) + "=" + value_text(setting->values, Form::kRequest, number)};
+  return {setting, accepted_value(setting->values, Form::kRequest, value, tried)};
 }
 
 Json write_json(const RegisterWrite& write) {
@@ -96,8 +94,9 @@ std::string unsent_text(const Setting& setting, const sim::RegisterMap& register
 void run_request(Context& context, CameraSession& session, const Request& request, bool strict) {
   const Setting& setting = *request.setting;
   const bool is_setting = setting.kind == Kind::kSetting;
-  const std::string tried = (is_setting ? "set " : "do ") + request.text;
   const std::string wanted = value_text(setting.values, Form::kRequest, request.value);
+  std::string text = std::string(setting.name) + (is_setting ? "=" + wanted : "");
+  const std::string tried = (is_setting ? "set " : "do ") + text;
   sim::RegisterMap held = session.port().read_map(registers_around(setting), tried);
   const auto before = held_text(setting, held, wanted);
   const std::vector<RegisterWrite> writes = session.request(setting, request.value, tried);
@@ -105,7 +104,6 @@ void run_request(Context& context, CameraSession& session, const Request& reques
 
   Json json = {{"name", setting.name}};
   if (is_setting) json["value"] = request.value;
-  std::string text = request.text;
   if (const auto after = held_text(setting, held, wanted); before && after) {
     json["old"] = *before;
     json["new"] = *after;
@@ -210,7 +208,7 @@ std::vector<Request> parse_assignments(const Words& assignments) {
 
 Request parse_action(const std::string& name) {
   const Setting* setting = find_setting(Kind::kAction, name);
-  if (setting != nullptr) return {setting, 0, std::string(setting->name)};
+  if (setting != nullptr) return {setting};
   refuse_name("do " + name, "action", name, setting_names(Kind::kAction));
 }
 
@@ -222,7 +220,7 @@ void run_requests(Context& context, const std::vector<Request>& requests, bool s
 void get_settings(Context& context, const Words& names) {
   auto rows = chosen(names, "get", "setting or query", Kind::kAction);
   const auto is_query = [](const Setting* row) { return row->kind == Kind::kQuery; };
-  std::ranges::stable_partition(rows, is_query);
+  std::stable_partition(rows.begin(), rows.end(), is_query);
   for (const Setting* row : rows)
     is_query(row) ? get_query(context, *row) : get_setting(context, *row);
 }

@@ -3,19 +3,10 @@
 
 namespace ipcam::tools {
 
-namespace {
-
 using sim::RegisterMap;
 
-int value_in(const RegisterMap& registers, Address address) {
-  const auto found = registers.find(address);
-  return found == registers.end() ? 0 : found->second;
-}
-
-}  // namespace
-
-sim::RegisterMap read_registers(Context& context, const std::string& tried,
-                                const std::set<Address>& addresses) {
+RegisterMap read_registers(Context& context, const std::string& tried,
+                           const std::set<Address>& addresses) {
   context.out.progress(tried + ": reading registers");
   RegisterMap registers = port_of(context, tried)->read_map(addresses, tried);
   context.out.progress("");
@@ -29,17 +20,17 @@ void reg_save(Context& context, const std::string& file) {
 }
 
 int reg_diff(Context& context, const std::string& file, const std::string& other) {
-  const RegisterMap before = sim::read_register_file(file);
+  RegisterMap before = sim::read_register_file(file);
   std::set<Address> addresses = registers::named_registers();
   for (const auto& [address, value] : before) addresses.insert(address);
-  const RegisterMap after = other.empty() ? read_registers(context, "reg diff " + file, addresses)
-                                          : sim::read_register_file(other);
+  RegisterMap after = other.empty() ? read_registers(context, "reg diff " + file, addresses)
+                                    : sim::read_register_file(other);
   for (const auto& [address, value] : after) addresses.insert(address);
 
   int code = kDone;
   for (const Address& address : addresses) {
-    const int old_value = value_in(before, address);
-    const int value = value_in(after, address);
+    const std::uint8_t old_value = before[address];  // 0 where a file leaves it out
+    const std::uint8_t value = after[address];
     if (((old_value ^ value) & register_mask(address)) == 0) continue;
     if (code == kDone && !context.out.modes().json)
       context.out.line("# " + file + " -> " + (other.empty() ? "camera" : other));

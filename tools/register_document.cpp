@@ -52,7 +52,7 @@ std::string tables_of(const Register& row) {
 }
 
 std::string names_of(const Register& row) {
-  const std::string name(row.name);
+  std::string name(row.name);
   if (row.count == 1) return name;
   if (row.count == 2) return name + "_lo, " + name + "_hi";
   return name + "_0 to " + name + "_" + std::to_string(row.count - 1);

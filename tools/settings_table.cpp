@@ -22,7 +22,7 @@ using namespace ipcam::camera;  // request codes and parameter tables
 template <std::size_t... kRow>
 constexpr auto wb_words(std::index_sequence<kRow...>) {
   constexpr auto kModes = registers::kRequestedModes;
-  return std::array{Word(kModes[kRow].keyword, kModes[kRow].request, kModes[kRow].stored)...};
+  return std::array{Word{kModes[kRow].keyword, kModes[kRow].request, kModes[kRow].stored}...};
 }
 constexpr auto kWbWords = wb_words(std::make_index_sequence<registers::kRequestedModes.size()>());
 
