@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <compare>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -17,6 +18,11 @@ struct Address {
   std::uint16_t byte = 0;
   auto operator<=>(const Address&) const = default;
 };
+
+// The register so many behind another.
+constexpr Address operator+(Address first, std::integral auto count) {
+  return {first.category, static_cast<std::uint16_t>(first.byte + count)};
+}
 
 enum class Kind : std::uint8_t {
   kWritable,
@@ -147,10 +153,6 @@ constexpr std::uint8_t mask_of(const Register& row, int index) {
                                                                      : row.mask & 0xff);
 }
 
-constexpr Address address_of(const Register& row, int index) {
-  return {row.first.category, static_cast<std::uint16_t>(row.first.byte + index)};
-}
-
 // Whether writes leave the register as it is.
 constexpr bool is_read_only(Address address) {
   return std::ranges::any_of(kRegisters, [&](const Register& row) {
@@ -189,8 +191,7 @@ void no_register_has_this_name();  // never defined: where the compiler reports 
 consteval Bits bits(std::string_view name) {
   for (const Register& row : kRegisters) {
     const int index = index_of(row, name);
-    if (index >= 0)
-      return {address_of(row, index), mask_of(row, index), row.kind == Kind::kReadOnly};
+    if (index >= 0) return {row.first + index, mask_of(row, index), row.kind == Kind::kReadOnly};
   }
   no_register_has_this_name();
   return {};
@@ -208,7 +209,7 @@ consteval bool is_in_order() {
       if (kRegisters[before].name == row.name) return false;
     }
     const Register& whole = kRegisters[last];
-    const bool is_next = row.first > address_of(whole, whole.count - 1);
+    const bool is_next = row.first > whole.first + (whole.count - 1);
     if (row.kind != Kind::kBits) {
       if (i > 0 && !is_next) return false;
       last = i;

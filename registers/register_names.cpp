@@ -16,12 +16,12 @@ constexpr bool is_group(const Register& row) { return row.kind != Kind::kBits; }
 
 constexpr auto kGroups = [] {
   constexpr auto kCount = std::count_if(std::begin(kRegisters), std::end(kRegisters), is_group);
-  std::array<RegisterGroup, kCount> groups;
+  std::array<Register, kCount> groups;
   std::copy_if(std::begin(kRegisters), std::end(kRegisters), groups.begin(), is_group);
   return groups;
 }();
 
-std::string name_in_group(const RegisterGroup& group, int index) {
+std::string name_in_group(const Register& group, int index) {
   std::string name(group.name);
   if (group.count == 2) return name + (index == 0 ? "_lo" : "_hi");
   if (group.count > 2) return name + "_" + std::to_string(index);
@@ -40,11 +40,9 @@ std::optional<Address> parse_numbers(std::string_view text) {
 
 }  // namespace
 
-std::span<const RegisterGroup> register_groups() { return kGroups; }
-
-const RegisterGroup* group_of(Address address) {
+const Register* group_of(Address address) {
   const auto* group =
-      std::find_if(std::begin(kGroups), std::end(kGroups), [&](const RegisterGroup& row) {
+      std::find_if(std::begin(kGroups), std::end(kGroups), [&](const Register& row) {
         return row.first.category == address.category && row.first.byte <= address.byte &&
                address.byte < row.first.byte + row.count;
       });
@@ -52,12 +50,12 @@ const RegisterGroup* group_of(Address address) {
 }
 
 std::string register_name(Address address) {
-  const RegisterGroup* group = group_of(address);
+  const Register* group = group_of(address);
   return group == nullptr ? "" : name_in_group(*group, address.byte - group->first.byte);
 }
 
 std::uint8_t register_mask(Address address) {
-  const RegisterGroup* group = group_of(address);
+  const Register* group = group_of(address);
   return group == nullptr ? std::uint8_t{0xff} : mask_of(*group, address.byte - group->first.byte);
 }
 
@@ -80,18 +78,24 @@ std::optional<Address> parse_address(std::string_view text) {
   if (const auto address = parse_numbers(text)) return address;
   std::string name(text);
   std::replace(name.begin(), name.end(), '-', '_');  // as in names of settings
-  for (const RegisterGroup& group : kGroups) {
+  for (const Register& group : kGroups) {
     if (name == group.name) return group.first;
-    if (const int index = index_of(group, name); index >= 0) return address_of(group, index);
+    if (const int index = index_of(group, name); index >= 0) return group.first + index;
   }
   return std::nullopt;
 }
 
+std::set<Address> named_registers() {
+  std::set<Address> addresses;
+  for (const Register& group : kGroups) {
+    for (int i = 0; i < group.count; ++i) addresses.insert(group.first + i);
+  }
+  return addresses;
+}
+
 std::vector<std::string> register_names() {
   std::vector<std::string> names;
-  for (const RegisterGroup& group : kGroups) {
-    for (int i = 0; i < group.count; ++i) names.push_back(name_in_group(group, i));
-  }
+  for (const Address& address : named_registers()) names.push_back(register_name(address));
   return names;
 }
 

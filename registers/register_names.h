@@ -2,7 +2,7 @@
 #pragma once
 
 #include <optional>
-#include <span>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,14 +11,8 @@
 
 namespace ipcam::registers {
 
-// Registers that follow one another and belong together: a row of
-// the map that is no part of a register.
-using RegisterGroup = Register;
-
-// In ascending order of addresses.
-std::span<const RegisterGroup> register_groups();
-// Null when the register has no name.
-const RegisterGroup* group_of(Address address);
+// The row of the map that a register stands in under a name of its own; null when it has none.
+const Register* group_of(Address address);
 
 // "saturation", "fixed_gain_lo", "cgamma_3"; empty when the register has no name.
 std::string register_name(Address address);
@@ -33,7 +27,8 @@ std::string register_text(Address address);
 
 // "10/0x09", "10/9" or a name. A group's name stands for its first register.
 std::optional<Address> parse_address(std::string_view text);
-// Names of all registers, one by one.
+// All registers that have a name, in ascending order, and their names.
+std::set<Address> named_registers();
 std::vector<std::string> register_names();
 
 }  // namespace ipcam::registers

@@ -21,6 +21,7 @@
 #include "sim/input_text.h"
 #include "sim/private_camera.h"
 #include "sim/run_command.h"
+#include "workstation/programs.h"
 
 namespace {
 
@@ -72,24 +73,17 @@ fs::path preload_library() {
 }
 
 int execute(const std::string& directory, std::optional<int> camera,
-            std::vector<std::string> command) {
+            const std::vector<std::string>& command) {
   // Before, since the way to this program may look different then.
-  std::string preload = preload_library().string();
+  const std::string library = preload_library().string();
   if (!camera) camera = find_private_camera();
   if (camera) join_private_camera(*camera);
   make_device_directory(directory);
-  if (const char* others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0') {
-    preload.append(":").append(others);
-  }
-  setenv("LD_PRELOAD", preload.c_str(), 1);
+  ipcam::workstation::preload(library);
   setenv("CAMSIM_DEVICES_DIR", fs::absolute(directory).c_str(), 1);
 
-  std::vector<char*> arguments;
-  for (std::string& word : command) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  execvp(arguments[0], arguments.data());
-  const int error = errno;
-  std::fprintf(stderr, "camsim: exec: %s (%s)\n", std::strerror(error), arguments[0]);
+  const int error = ipcam::workstation::execute(command);
+  std::fprintf(stderr, "camsim: exec: %s (%s)\n", std::strerror(error), command[0].c_str());
   return error == ENOENT ? kNotFound : kNotExecutable;
 }
 

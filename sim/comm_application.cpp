@@ -169,8 +169,8 @@ void CommApplication::clear_abandoned() {
 }
 
 void CommApplication::serve_doorbell() {
-  Request request{.posted = board_.posted, .requester = 0, .fault = Fault::none, .plan = {}};
-  request.fault = board_.planned(board_.requests_taken, request.plan);
+  const std::uint32_t posted = board_.posted;
+  Request request{board_.planned(board_.requests_taken), posted};
   // The doorbell is rung with the request already in the record, so
   // it can be looked at without the lock.
   if (request.fault == Fault::die_before && record_->status == kPosted) {

@@ -39,11 +39,9 @@ class CommApplication {
   void clear_abandoned();
 
  private:
-  struct Request {
+  struct Request : PlannedFault {
     std::uint32_t posted;  // the switchboard's count when the doorbell came
-    std::int32_t requester;
-    Fault fault;
-    FaultPlan plan;
+    std::int32_t requester = 0;
   };
 
   void open_objects();

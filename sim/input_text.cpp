@@ -81,7 +81,7 @@ RegisterValues parse_register_value(const std::string& tried, std::string_view t
   return result;
 }
 
-FaultText parse_fault(const std::string& tried, std::string_view text) {
+PlannedFault parse_fault(const std::string& tried, std::string_view text) {
   const std::vector<std::string_view> words = split(text, ':');
   const auto* name_end = kFaultNames.end();
   const auto* fault = std::find(kFaultNames.begin() + 1, name_end, words[0]);  // the first is none
@@ -92,7 +92,7 @@ FaultText parse_fault(const std::string& tried, std::string_view text) {
     throw UsageError(tried + ": no such fault (" + std::string(text) +
                      ", NAME[:EXCHANGE[:COUNT[:ENTRY]]] with" + names + ")");
   }
-  FaultText result{static_cast<Fault>(fault - kFaultNames.begin()), {}};
+  PlannedFault result{static_cast<Fault>(fault - kFaultNames.begin()), {}};
   if (words.size() > 1) result.plan.exchange = parse_number(tried, words[1], 1000000);
   if (words.size() > 2) result.plan.count = parse_number(tried, words[2], 1000000);
   if (words.size() > 3) result.plan.entry = parse_number(tried, words[3], 15);

@@ -41,10 +41,6 @@ RegisterValues parse_register_value(const std::string& tried, std::string_view t
 registers::Address parse_register(const std::string& tried, std::string_view text);
 
 // "NAME[:EXCHANGE[:COUNT[:ENTRY]]]"
-struct FaultText {
-  Fault fault;
-  FaultPlan plan;
-};
-FaultText parse_fault(const std::string& tried, std::string_view text);
+PlannedFault parse_fault(const std::string& tried, std::string_view text);
 
 }  // namespace ipcam::sim

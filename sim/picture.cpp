@@ -7,12 +7,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
-#include <memory>
 #include <new>
 #include <numbers>
-#include <stdexcept>
 #include <vector>
 
 #include "registers/register_map.h"
@@ -259,36 +255,33 @@ PictureSettings picture_settings(const Switchboard& board) {
     return static_cast<int>(static_cast<std::int8_t>(board.reg(at)));
   };
   const auto level = [&](Address at) { return board.reg(at) == 0 ? kNeutral : board.reg(at); };
-  const auto factor = [&](Address gain, std::uint32_t measured) {
-    return board.word(gain) == 0 ? 1.0 : static_cast<double>(measured) / board.word(gain);
+  const int mode = board.reg(bits("wb_mode"));
+  // Of the gain that the mode looks at, if it looks at any.
+  const auto factor = [&](Address manual, Address preset1, std::uint32_t measured) {
+    const int gain = mode == registers::kWbManual    ? board.word(manual)
+                     : mode == registers::kWbPreset1 ? board.word(preset1)
+                                                     : 0;
+    return gain == 0 ? 1.0 : static_cast<double>(measured) / gain;
   };
 
-  PictureSettings settings{.expcomp = signed_reg(address("expcomp")),
-                           .red_factor = 1,
-                           .blue_factor = 1,
-                           .gamma = std::min<int>(board.reg(address("gamma")), 6),
-                           .luma_curve = {},
-                           .brightness = level(address("brightness")),
-                           .contrast = level(address("contrast")),
-                           .sharpness = level(address("sharpness")),
-                           .saturation = level(address("saturation")),
-                           .hue = signed_reg(address("hue")),
-                           .monochrome = board.reg(bits("monochrome")) != 0,
-                           .negative = board.reg(bits("negative")) != 0,
-                           .colorbar = board.reg(address("colorbar")) != 0};
-  const int mode = board.reg(bits("wb_mode"));
-  if (mode == registers::kWbManual) {
-    settings.red_factor = factor(address("manual_red_gain_lo"), board.onepush_red);
-    settings.blue_factor = factor(address("manual_blue_gain_lo"), board.onepush_blue);
-  }
-  if (mode == registers::kWbPreset1) {
-    settings.red_factor = factor(address("preset1_red_gain_lo"), board.onepush_red);
-    settings.blue_factor = factor(address("preset1_blue_gain_lo"), board.onepush_blue);
-  }
-  constexpr Address kLumaCurve = address("ygamma_0");
-  for (std::uint32_t i = 0; i < settings.luma_curve.size(); ++i) {
-    settings.luma_curve[i] = board.reg(kLumaCurve.category, kLumaCurve.byte + i);
-  }
+  PictureSettings settings{
+      .expcomp = signed_reg(address("expcomp")),
+      .red_factor =
+          factor(address("manual_red_gain_lo"), address("preset1_red_gain_lo"), board.onepush_red),
+      .blue_factor = factor(address("manual_blue_gain_lo"), address("preset1_blue_gain_lo"),
+                            board.onepush_blue),
+      .gamma = std::min<int>(board.reg(address("gamma")), 6),
+      .luma_curve = {},
+      .brightness = level(address("brightness")),
+      .contrast = level(address("contrast")),
+      .sharpness = level(address("sharpness")),
+      .saturation = level(address("saturation")),
+      .hue = signed_reg(address("hue")),
+      .monochrome = board.reg(bits("monochrome")) != 0,
+      .negative = board.reg(bits("negative")) != 0,
+      .colorbar = board.reg(address("colorbar")) != 0};
+  for (std::size_t i = 0; i < settings.luma_curve.size(); ++i)
+    settings.luma_curve[i] = board.reg(address("ygamma_0") + i);
   return settings;
 }
 
@@ -297,19 +290,16 @@ void write_picture(const PictureSettings& settings, const std::string& path) {
       processed(settings.colorbar ? colour_bars() : exposed_chart(settings), settings);
   const std::vector<std::uint8_t> bytes = to_bytes(picture, settings.negative);
 
-  // Encoded in memory, since the library does not tell when a file cannot be written to its end.
   constexpr int kChannels = 3;
-  int size = 0;
-  const std::unique_ptr<unsigned char, decltype(&std::free)> png(
-      stbi_write_png_to_mem(bytes.data(), kWidth * kChannels, kWidth, kHeight, kChannels, &size),
-      &std::free);
-  if (png == nullptr) throw std::bad_alloc();
-  replace_file(path, [&](const std::string& temporary) {
-    std::ofstream file(temporary, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(png.get()), size);
-    file.close();
-    if (!file) throw std::runtime_error(path + ": cannot be written");
-  });
+  const auto append = [](void* to, void* data, int size) {
+    static_cast<std::string*>(to)->append(static_cast<const char*>(data),
+                                          static_cast<std::size_t>(size));
+  };
+  std::string png;
+  if (stbi_write_png_to_func(append, &png, kWidth, kHeight, kChannels, bytes.data(),
+                             kWidth * kChannels) == 0)
+    throw std::bad_alloc();
+  replace_file(path, png);
 }
 
 }  // namespace ipcam::sim

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 
 namespace ipcam::sim {
@@ -22,18 +23,15 @@ void check_replaceable(const std::string& path) {
   }
 }
 
-void replace_file(const std::string& path, const std::function<void(const std::string&)>& write) {
+void replace_file(const std::string& path, const std::string& content) {
   check_replaceable(path);
   const std::string temporary = path + "." + std::to_string(getpid());
-  try {
-    write(temporary);
-    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-      throw std::runtime_error(path + ": cannot be written: " + std::strerror(errno));
-    }
-  } catch (...) {
-    unlink(temporary.c_str());
-    throw;
-  }
+  std::ofstream file(temporary, std::ios::binary);
+  file << content << std::flush;
+  if (file && std::rename(temporary.c_str(), path.c_str()) == 0) return;
+  const std::string reason = file ? std::string(": ") + std::strerror(errno) : "";
+  unlink(temporary.c_str());
+  throw std::runtime_error(path + ": cannot be written" + reason);
 }
 
 }  // namespace ipcam::sim

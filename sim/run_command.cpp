@@ -44,11 +44,7 @@ void save_registers(const Switchboard& board, const std::string& path) {
       if (value != 0 || fresh->reg(address) != 0) registers[address] = value;
     }
   }
-  replace_file(path, [&](const std::string& temporary) {
-    std::ofstream file(temporary);
-    file << register_file_text(registers) << std::flush;
-    if (!file) throw std::runtime_error(path + ": cannot be written");
-  });
+  replace_file(path, register_file_text(registers));
 }
 
 class Run {
@@ -91,10 +87,10 @@ Run::Run(const RunOptions& options) : options_(options), input_is_open_(options.
   }
   for (const std::string& text : options.settings) {
     const RegisterValues row = parse_register_value("--set", text);
-    board_->set_reg(row.address.category, row.address.byte, row.values[0]);
+    board_->set_reg(row.address, row.values[0]);
   }
   for (const std::string& text : options.faults) {
-    const FaultText fault = parse_fault("--fault", text);
+    const PlannedFault fault = parse_fault("--fault", text);
     if (board_->arm(fault.fault, fault.plan)) continue;
     throw UsageError("--fault: too many faults (at most " +
                      std::to_string(Switchboard::kFaultSlots) + ")");
@@ -131,13 +127,13 @@ void Run::play(const ScenarioStep& step) {
                step.text.c_str());
   for (const RegisterValues& row : step.registers) {
     if (step.action == Action::set) {
-      board_->set_reg(row.address.category, row.address.byte, row.values[0]);
+      board_->set_reg(row.address, row.values[0]);
     } else if (!board_->script(row.address.category, row.address.byte, row.values)) {
       throw std::runtime_error(step.where + ": too many values or scripts (at most 256, " +
                                std::to_string(Switchboard::kScriptSlots) + ")");
     }
   }
-  for (const FaultText& fault : step.faults) {
+  for (const PlannedFault& fault : step.faults) {
     if (board_->arm(fault.fault, fault.plan)) continue;
     throw std::runtime_error(step.where + ": too many faults at a time (at most " +
                              std::to_string(Switchboard::kFaultSlots) + ")");

@@ -21,7 +21,7 @@ struct ScenarioStep {
   std::uint32_t pause_ms = 0;
   Action action = Action::set;
   std::vector<RegisterValues> registers = {};  // set, script
-  std::vector<FaultText> faults = {};          // fault; exchanges are counted from the step
+  std::vector<PlannedFault> faults = {};       // fault; exchanges are counted from the step
   std::uint32_t down_ms = 0;                   // restart: so long nobody serves
 };
 

@@ -22,12 +22,12 @@ void Switchboard::set_reg(std::uint32_t category, std::uint32_t byte, std::uint3
 }
 
 std::uint16_t Switchboard::word(Address low) const {
-  return static_cast<std::uint16_t>(reg(low) | reg(low.category, low.byte + 1u) << 8);
+  return static_cast<std::uint16_t>(reg(low) | reg(low + 1) << 8);
 }
 
 void Switchboard::set_word(Address low, std::uint32_t value) {
   set_reg(low, value & 0xff);
-  set_reg(low.category, low.byte + 1u, value >> 8);
+  set_reg(low + 1, value >> 8);
 }
 
 bool Switchboard::script(std::uint32_t category, std::uint32_t byte,
@@ -80,15 +80,13 @@ void Switchboard::clear_faults() {
   for (FaultSlot& slot : faults) slot.fault = static_cast<std::uint32_t>(Fault::none);
 }
 
-Fault Switchboard::planned(std::uint32_t exchange, FaultPlan& plan) const {
+PlannedFault Switchboard::planned(std::uint32_t exchange) const {
   for (const FaultSlot& slot : faults) {
     const auto fault = static_cast<Fault>(slot.fault.load());
     if (fault == Fault::none || exchange - slot.first >= slot.count) continue;
-    plan = {
-        .exchange = exchange, .count = slot.count, .entry = slot.entry, .delay_ms = slot.delay_ms};
-    return fault;
+    return {fault, {exchange, slot.count, slot.entry, slot.delay_ms}};
   }
-  return Fault::none;
+  return {};
 }
 
 SharedSwitchboard::SharedSwitchboard() {

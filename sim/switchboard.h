@@ -60,6 +60,10 @@ struct FaultPlan {
   // Late faults: how long, unless the requester is known to have given up.
   std::uint32_t delay_ms = 1200;
 };
+struct PlannedFault {
+  Fault fault = Fault::none;
+  FaultPlan plan = {};
+};
 
 // One exchange, as it was taken from and put into the record.
 struct Exchange {
@@ -155,8 +159,8 @@ struct Switchboard {
   // counts. Returns false when all slots are in use.
   bool arm(Fault fault, const FaultPlan& plan = {});
   void clear_faults();
-  // The plan for the exchange of this number, or one with Fault::none.
-  Fault planned(std::uint32_t exchange, FaultPlan& plan) const;
+  // For the exchange of this number.
+  PlannedFault planned(std::uint32_t exchange) const;
 };
 static_assert(Switchboard::Counter::is_always_lock_free && sizeof(Switchboard::Counter) == 4);
 static_assert(sizeof(Switchboard::FaultSlot) == 20 && sizeof(Switchboard::Script) == 268);

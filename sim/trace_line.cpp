@@ -18,31 +18,25 @@ using registers::Address;
 constexpr const char* kAccessNames[] = {"read", "write", "block", "other"};
 static_assert(std::size(kAccessNames) == static_cast<std::size_t>(Access::other) + 1);
 
-// The register so many behind another.
-Address address_of(Address first, std::size_t index) {
-  return {first.category, static_cast<std::uint16_t>(first.byte + index)};
-}
-
-bool begins_with(std::span<const Address> addresses, const registers::RegisterGroup& group) {
+bool begins_with(std::span<const Address> addresses, const registers::Register& group) {
   std::size_t i = 0;
-  while (i < group.count && i < addresses.size() && addresses[i] == address_of(group.first, i)) ++i;
+  while (i < group.count && i < addresses.size() && addresses[i] == group.first + i) ++i;
   return i == group.count;
 }
 
+// Empty when no register has a name.
 std::string names_of(std::span<const Address> addresses) {
   std::string names;
-  bool any = false;
   while (!addresses.empty()) {
-    const registers::RegisterGroup* group = registers::group_of(addresses[0]);
+    const registers::Register* group = registers::group_of(addresses[0]);
     const bool whole = group != nullptr && begins_with(addresses, *group);
-    any = any || group != nullptr;
     names += names.empty() ? "" : " ";
     names += whole              ? std::string(group->name)
              : group != nullptr ? registers::register_name(addresses[0])
                                 : "-";
     addresses = addresses.subspan(whole ? group->count : 1);
   }
-  return any ? names : "";
+  return names.find_first_not_of("- ") == names.npos ? "" : names;
 }
 
 }  // namespace
@@ -52,7 +46,7 @@ std::string trace_line(const Exchange& exchange) {
   std::vector<Address> addresses;
   for (const CommandEntry& entry : command.entries) {
     for (std::size_t i = 0; i < entry.values.size(); ++i)
-      addresses.push_back(address_of({entry.category, entry.byte}, i));
+      addresses.push_back(Address{entry.category, entry.byte} + i);
   }
   const std::string names = command.access == Access::other ? "" : names_of(addresses);
   return command_text(exchange) + " -> " + reply_text(exchange) + (names.empty() ? "" : "  # ") +
@@ -69,7 +63,7 @@ std::string trace_json(const Exchange& exchange, std::uint32_t number) {
     const Json read =
         i < reply.size() && reply[i].value.has_value() ? Json(*reply[i].value) : Json();
     for (std::size_t n = 0; n < entry.values.size(); ++n) {
-      const Address address = address_of({entry.category, entry.byte}, n);
+      const Address address = Address{entry.category, entry.byte} + n;
       const Json value = entry.type == kWriteEntry ? Json(entry.values[n]) : read;
       registers.push_back({{"category", address.category},
                            {"byte", address.byte},

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <map>
 #include <set>
 #include <thread>
 
@@ -32,29 +31,34 @@ camera::s_cam_cgi_cmd send(std::int32_t code, int value) {
   return request;
 }
 
-// A code without a handler: answered when all that was queued before, and the start-up, is done.
-bool control_thread_serves() { return send(0, 0).result == 0; }
-
 // A measurement with a result ends in preset 1.
 bool selects_preset(const std::vector<RegisterWrite>& writes) {
   constexpr registers::Bits kMode = registers::bits("wb_mode");
-  return std::any_of(writes.begin(), writes.end(), [&](const RegisterWrite& write) {
+  return std::ranges::any_of(writes, [&](const RegisterWrite& write) {
     return write.address == kMode.address && (write.value & kMode.mask) == registers::kWbPreset1;
   });
 }
 
+std::set<Address> registers_in(const std::vector<RegisterWrite>& writes) {
+  std::set<Address> addresses;
+  for (const RegisterWrite& write : writes) addresses.insert(write.address);
+  return addresses;
+}
+
 }  // namespace
 
-CameraSession::CameraSession(Output& out, const std::string& tried) : port_(out) {
+CameraSession::CameraSession(Output& out, const std::string& tried)
+    : port_(out, RegisterPort::Road::kControlThread) {
   if (!read_stored_record())
     throw CommandError(kUsage, tried + ": the stored settings cannot be read");
   require_link(tried);
   // Start-up would wait for each of a dozen replies of a camera that does not answer.
-  OwnPort(out).read(registers::address("sensor_mode"), tried);
+  RegisterPort(out, RegisterPort::Road::kOwn).read(registers::address("sensor_mode"), tried);
   const ExchangeLog log;
   if (camera::new_camera_ctrl(&g_port) != 0)
     throw CommandError(kRefused, tried + ": the control thread did not start");
-  if (!control_thread_serves()) {
+  // A code without a handler: answered when the start-up is done.
+  if (send(0, 0).result != 0) {
     camera::delete_camera_IF(nullptr);
     throw CommandError(
         kRefused,
@@ -123,10 +127,8 @@ std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int va
 void CameraSession::check_for_stop(const std::vector<RegisterWrite>& writes,
                                    const std::string& tried) {
   if (!stop_requested()) return;
-  std::set<Address> addresses;
-  for (const RegisterWrite& write : writes) addresses.insert(write.address);
   std::string text;
-  for (const Address& address : addresses)
+  for (const Address& address : registers_in(writes))
     text += (text.empty() ? "; may be half set: " : ", ") + register_text(address);
   throw CommandError(kRefused, tried + ": stopped by a signal" + text);
 }
@@ -139,16 +141,13 @@ int CameraSession::query(const Setting& setting, const std::string& tried) {
 
 void CameraSession::check_registers(const std::vector<RegisterWrite>& writes,
                                     const std::string& tried) {
-  std::map<Address, std::uint8_t> last;
-  for (const RegisterWrite& write : writes) last[write.address] = write.value;
-  std::vector<Address> addresses;
-  for (const auto& [address, value] : last) addresses.push_back(address);
-  const std::vector<std::uint8_t> held = port_.read(addresses, tried);
-  for (std::size_t i = 0; i < addresses.size(); ++i) {
-    const int sent = last[addresses[i]];
-    if (((held[i] ^ sent) & register_mask(addresses[i])) == 0) continue;
-    throw CommandError(kRefused, tried + ": register " + address_text(addresses[i]) + " holds " +
-                                     std::to_string(held[i]) + ", not " + std::to_string(sent));
+  sim::RegisterMap sent;
+  for (const RegisterWrite& write : writes) sent[write.address] = write.value;
+  for (const auto& [address, held] : port_.read_map(registers_in(writes), tried)) {
+    const int wanted = sent.at(address);
+    if (((held ^ wanted) & register_mask(address)) == 0) continue;
+    throw CommandError(kRefused, tried + ": register " + address_text(address) + " holds " +
+                                     std::to_string(held) + ", not " + std::to_string(wanted));
   }
 }
 

@@ -37,7 +37,7 @@ class CameraSession {
   static void check_for_stop(const std::vector<RegisterWrite>& writes, const std::string& tried);
   void check_registers(const std::vector<RegisterWrite>& writes, const std::string& tried);
 
-  ControlThreadPort port_;
+  RegisterPort port_;
   int control_thread_ = 0;  // its id
 };
 

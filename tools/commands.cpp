@@ -1,7 +1,6 @@
 // What the commands of camctl share.
 #include "tools/commands.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -20,9 +19,10 @@ std::pair<std::string, std::string> split_assignment(const std::string& text,
   throw CommandError(kUsage, tried + ": no value (" + std::string(form) + ")");
 }
 
-bool is_wanted(std::string_view name, const Words& names) {
-  const auto is_same = [&](const std::string& wanted) { return same_name(name, wanted); };
-  return names.empty() || std::ranges::any_of(names, is_same);
+int accepted_value(const Values& values, Form form, const std::string& text,
+                   const std::string& tried) {
+  if (const auto number = parse_value(values, form, text)) return *number;
+  throw CommandError(kUsage, tried + ": " + refusal(values, form, text));
 }
 
 std::string register_columns(Address address) {
@@ -45,20 +45,19 @@ void save_text(Context& context, const std::string& tried, const std::string& fi
   context.out.result({{"file", file}}, "saved in " + file);
 }
 
-BorrowedPort::BorrowedPort(Context& context, const std::string& tried)
-    : port_(context.session != nullptr ? &context.session->port() : nullptr) {
-  if (port_ != nullptr) return;
+std::shared_ptr<RegisterPort> port_of(const Context& context, const std::string& tried) {
+  if (context.session != nullptr) return {context.session, &context.session->port()};
   require_link(tried);
-  port_ = &own_.emplace(context.out);
+  return std::make_shared<RegisterPort>(context.out, RegisterPort::Road::kOwn);
 }
 
-BorrowedSession::BorrowedSession(Context& context) : session_(context.session) {
-  if (session_ != nullptr) return;
+std::shared_ptr<CameraSession> session_of(const Context& context) {
+  if (context.session != nullptr) return context.session;
   const std::string tried = "start the control thread";
   require_link(tried);
   context.out.detail(
       "starting a control thread for this call; it applies the stored settings first");
-  session_ = &own_.emplace(context.out, tried);
+  return std::make_shared<CameraSession>(context.out, tried);
 }
 
 }  // namespace ipcam::tools

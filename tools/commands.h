@@ -1,7 +1,8 @@
 // The commands of camctl, and what they share. Each throws CommandError when it fails.
 #pragma once
 
-#include <optional>
+#include <memory>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -21,39 +22,21 @@ using Words = std::vector<std::string>;
 // Where results go, and, in a shell, the control thread that it holds and the line it is at.
 struct Context {
   Output& out;
-  CameraSession* session = nullptr;
+  std::shared_ptr<CameraSession> session = {};
   std::string place = {};  // "line 7: ", before what is wrong in it
 };
 
-// The port of the shell's control thread, or one of the command's own once
-// the link is known to carry requests.
-class BorrowedPort {
- public:
-  BorrowedPort(Context& context, const std::string& tried);
-  RegisterPort* operator->() { return port_; }
-
- private:
-  std::optional<OwnPort> own_;
-  RegisterPort* port_;
-};
-
-// The shell's control thread, or one of the command's own.
-class BorrowedSession {
- public:
-  explicit BorrowedSession(Context& context);
-  CameraSession& operator*() { return *session_; }
-
- private:
-  std::optional<CameraSession> own_;
-  CameraSession* session_;
-};
+// Those of the shell, or ones of the command's own, for which the link must carry requests.
+std::shared_ptr<RegisterPort> port_of(const Context& context, const std::string& tried);
+std::shared_ptr<CameraSession> session_of(const Context& context);
 
 // NAME and VALUE of "NAME=VALUE". Throws CommandError; `form` says what was expected.
 std::pair<std::string, std::string> split_assignment(const std::string& text,
                                                      const std::string& tried,
                                                      std::string_view form);
-// Whether a row of a list was asked for: by name, or by no names at all.
-bool is_wanted(std::string_view name, const Words& names);
+// The number of a value that must be one of those accepted.
+int accepted_value(const Values& values, Form form, const std::string& text,
+                   const std::string& tried);
 // Address and name of a register, as columns.
 std::string register_columns(Address address);
 // Into a file, or, for "-", as a result.
@@ -69,8 +52,7 @@ void enter_sandbox(const workstation::Paths& covered);
 
 struct Request {
   const Setting* setting;
-  int value;
-  std::string text;  // "saturation=3", "onepush"
+  int value = 0;
 };
 void list_settings(Context& context, const Words& names);
 std::vector<Request> parse_assignments(const Words& assignments);
@@ -130,15 +112,15 @@ void show_write(Output& out, const camera::param_info& entry, std::uint8_t befor
 void reg_dump(Context& context, const DumpRange& range);
 void reg_watch(Context& context, const Words& registers, const WatchLimits& limits);
 void reg_list(Context& context);
-Json register_json(Address address);
-// docs/registers.md.
+// Which register it is, and what there is to say of it.
+Json register_json(Address address, const Json& more = Json::object());
+// docs/registers.md: register_document.cpp.
 std::string register_document();
 
 // Snapshots of registers: commands_snapshot.cpp.
 
-std::vector<Address> named_registers();
 sim::RegisterMap read_registers(Context& context, const std::string& tried,
-                                const std::vector<Address>& addresses);
+                                const std::set<Address>& addresses);
 void reg_save(Context& context, const std::string& file);
 // Of a file and the camera, or another file. Returns the exit code.
 int reg_diff(Context& context, const std::string& file, const std::string& other);
@@ -156,6 +138,10 @@ int config_diff(Context& context, const std::string& file);  // returns the exit
 // A program that is recorded, in this process: commands_record.cpp. Returns only by a failure.
 
 [[noreturn]] void record(const std::string& file, int limit, const Words& command);
+
+// Runs one command, in a shell with its control thread. Prints results, or what was wrong, and
+// returns the exit code: camctl.cpp.
+int run_command_line(Context& context, const Words& words);
 
 // Service: commands_service.cpp, commands_bench.cpp, shell.cpp.
 

@@ -44,27 +44,21 @@ class BareRequest {
   std::thread server_;
 };
 
-using Durations = std::vector<std::chrono::nanoseconds>;
-
-std::chrono::nanoseconds time_of(const std::function<void()>& call) {
+double time_us(const std::function<void()>& call) {
   const auto start = std::chrono::steady_clock::now();
   call();
-  return std::chrono::steady_clock::now() - start;
+  return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
+      .count();
 }
 
-double percentile_us(const Durations& sorted, double share) {
-  const auto last = static_cast<double>(sorted.size() - 1);
-  const auto index = static_cast<std::size_t>(std::lround(last * share));
-  return static_cast<double>(sorted[index].count()) / 1000;
-}
-
-void report(Output& out, const std::string& name, Durations durations) {
-  std::sort(durations.begin(), durations.end());
-  Json json = {{"name", name}, {"count", durations.size()}};
+void report(Output& out, const std::string& name, std::vector<double> times_us) {
+  std::ranges::sort(times_us);
+  Json json = {{"name", name}, {"count", times_us.size()}};
   std::string text = padded(name, 16);
   for (const auto& [label, share] :
        {std::pair{"p50", 0.5}, {"p90", 0.9}, {"p99", 0.99}, {"max", 1.0}}) {
-    const double us = percentile_us(durations, share);
+    const auto last = static_cast<double>(times_us.size() - 1);
+    const double us = times_us[static_cast<std::size_t>(std::lround(last * share))];
     json[std::string(label) + "_us"] = us;
     char number[32];
     std::snprintf(number, sizeof number, "  %s %8.1f us", label, us);
@@ -77,21 +71,21 @@ void report(Output& out, const std::string& name, Durations durations) {
 void compare(Output& out, const std::string& name, int count, const std::function<void()>& bare,
              const std::function<void()>& library) {
   out.progress("bench: " + name + "s");
-  Durations bare_times;
-  Durations library_times;
+  std::vector<double> bare_us;
+  std::vector<double> library_us;
   for (int i = 0; i < count; ++i) {
     check_for_stop();
-    bare_times.push_back(time_of(bare));
-    library_times.push_back(time_of(library));
+    bare_us.push_back(time_us(bare));
+    library_us.push_back(time_us(library));
   }
-  report(out, "bare " + name, bare_times);
-  report(out, name, library_times);
+  report(out, "bare " + name, bare_us);
+  report(out, name, library_us);
 }
 
 void bench_exchanges(Context& context, int count) {
   const std::string tried = "bench";
   const Address address = registers::address("sensor_mode");
-  BorrowedPort port(context, tried);
+  const auto port = port_of(context, tried);
   bench::CommPeer bare(IPC_PRIVATE);
   compare(
       context.out, "exchange", count, [&] { bare.bare_exchange(); },
@@ -100,7 +94,7 @@ void bench_exchanges(Context& context, int count) {
 
 // A request code without a handler: the road to the control thread and back alone.
 void bench_requests(Context& context, int count) {
-  const BorrowedSession session(context);
+  const auto session = session_of(context);
   BareRequest bare;
   const auto request = [] {
     camera::s_cam_cgi_cmd nothing = {};

@@ -23,11 +23,6 @@ void store(const camera::SettingsRecord& record, const std::string& tried) {
   throw CommandError(kUsage, tried + ": the stored settings cannot be written");
 }
 
-const Field& known_field(const std::string& name, const std::string& tried) {
-  if (const Field* field = find_field(name)) return *field;
-  throw CommandError(kUsage, tried + ": no field " + name + did_you_mean(name, field_names()));
-}
-
 std::string stored_text(const Field& field, int value) {
   return value_text(field.values, Form::kStored, value);
 }
@@ -77,10 +72,7 @@ void config_set(Context& context, const Words& assignments) {
     const std::string tried = "config set " + text;
     const auto [name, value] = split_assignment(text, tried, "FIELD=VALUE");
     const Field& field = known_field(name, tried);
-    const auto number = parse_value(field.values, Form::kStored, value);
-    if (!number)
-      throw CommandError(kUsage, tried + ": " + refusal(field.values, Form::kStored, value));
-    changes.emplace_back(&field, *number);
+    changes.emplace_back(&field, accepted_value(field.values, Form::kStored, value, tried));
   }
 
   camera::SettingsRecord record = stored_record("config set");

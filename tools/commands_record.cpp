@@ -10,6 +10,7 @@
 
 #include "ipcam/camera/camera_request.h"
 #include "tools/commands.h"
+#include "workstation/programs.h"
 
 namespace ipcam::tools {
 
@@ -46,20 +47,12 @@ void check_file(const std::string& file) {
 
 void record(const std::string& file, int limit, const Words& command) {
   const std::string path = fs::absolute(file);
-  const char* const preloaded = std::getenv("LD_PRELOAD");
-  const std::string others = preloaded == nullptr ? "" : std::string(":") + preloaded;
   const std::string recorder = recorder_path();
   check_file(path);
-  setenv("LD_PRELOAD", (recorder + others).c_str(), 1);
+  workstation::preload(recorder);
   setenv("CAMERA_CTRL_RECORD_FILE", path.c_str(), 1);
   setenv("CAMERA_CTRL_RECORD_LIMIT", std::to_string(limit).c_str(), 1);
-
-  Words words = command;
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  execvp(arguments[0], arguments.data());
-  fail(command[0], std::strerror(errno));
+  fail(command[0], std::strerror(workstation::execute(command)));
 }
 
 }  // namespace ipcam::tools

@@ -4,8 +4,6 @@
 #include <thread>
 
 #include "tools/commands.h"
-#include "tools/parameter_tables.h"
-#include "tools/settings_table.h"
 
 namespace ipcam::tools {
 
@@ -22,10 +20,9 @@ std::vector<Address> parse_registers(const Words& registers, const std::string& 
   std::vector<Address> addresses;
   for (const std::string& text : registers) {
     const Address first = parse_register(text, tried);
-    const registers::RegisterGroup* group = registers::group_of(first);
+    const registers::Register* group = registers::group_of(first);
     const bool is_group = group != nullptr && same_name(group->name, text);
-    for (int i = 0; i < (is_group ? group->count : 1); ++i)
-      addresses.push_back({first.category, static_cast<std::uint16_t>(first.byte + i)});
+    for (int i = 0; i < (is_group ? group->count : 1); ++i) addresses.push_back(first + i);
   }
   return addresses;
 }
@@ -55,12 +52,6 @@ camera::param_info parse_write(const std::string& text, bool force) {
   return entry;
 }
 
-void print_value(Output& out, Address address, std::uint8_t value) {
-  Json json = register_json(address);
-  json["value"] = value;
-  out.result(json, register_text(address) + " = " + hex(value));
-}
-
 // Sleeps, but ends early when the process is to stop. Returns false then.
 bool pause_between_reads(std::chrono::milliseconds interval) {
   constexpr std::chrono::milliseconds kStep{20};
@@ -80,71 +71,38 @@ void print_state(Output& out, Address address, std::optional<std::uint8_t> old_v
   out.line(out.modes().json ? json_text(json) : register_text(address) + change + hex(value));
 }
 
-// Names of the tables that write the registers of a row; of a part of a
-// register, those that write just this part.
-std::string tables_of(const registers::Register& row) {
-  const bool is_part = row.kind == registers::Kind::kBits;
-  std::string names;
-  for (const ParameterTable& table : parameter_tables()) {
-    const bool writes =
-        std::any_of(table.rows.begin(), table.rows.end(), [&](const camera::param_info& entry) {
-          const int index = entry.byte - row.first.byte;
-          return entry.category == row.first.category && index >= 0 && index < row.count &&
-                 (!is_part || entry.mask == row.mask);
-        });
-    if (writes) names += (names.empty() ? "" : ", ") + std::string(table.name);
-  }
-  return names;
-}
-
-std::string group_name(const registers::RegisterGroup& group) {
-  std::string name(group.name);
-  if (group.count == 1) return name;
-  if (group.count == 2) return name + "_lo, " + name + "_hi";
-  return name + "_0 to " + name + "_" + std::to_string(group.count - 1);
-}
-
-std::string group_bytes(const registers::RegisterGroup& group) {
-  const std::string first = hex(group.first.byte);
-  return group.count == 1 ? first : first + " to " + hex(group.first.byte + group.count - 1);
-}
-
-// A curve of 16-bit values may take two masks in turn.
-std::string group_mask(const registers::RegisterGroup& group) {
-  const std::string first = hex(mask_of(group, 0));
-  const std::string second = group.count > 1 ? hex(mask_of(group, 1)) : first;
-  return first == second ? first : first + ", " + second;
-}
-
 }  // namespace
 
 void reg_read(Context& context, const Words& registers) {
   const std::string tried = "reg read";
   const std::vector<Address> addresses = parse_registers(registers, tried);
-  const std::vector<std::uint8_t> values = BorrowedPort(context, tried)->read(addresses, tried);
-  for (std::size_t i = 0; i < addresses.size(); ++i)
-    print_value(context.out, addresses[i], values[i]);
+  const std::vector<std::uint8_t> values = port_of(context, tried)->read(addresses, tried);
+  for (std::size_t i = 0; i < addresses.size(); ++i) {
+    context.out.result(register_json(addresses[i], {{"value", values[i]}}),
+                       register_text(addresses[i]) + " = " + hex(values[i]));
+  }
 }
 
-Json register_json(Address address) {
-  return {{"category", address.category}, {"byte", address.byte}, {"name", register_name(address)}};
+Json register_json(Address address, const Json& more) {
+  Json json = {
+      {"category", address.category}, {"byte", address.byte}, {"name", register_name(address)}};
+  json.update(more);
+  return json;
 }
 
 void show_write(Output& out, const camera::param_info& entry, std::uint8_t before,
                 std::uint8_t after) {
-  Json json = register_json(address_of(entry));
-  json["mask"] = entry.mask;
-  json["old"] = before;
-  json["new"] = after;
-  out.result(json, register_text(address_of(entry)) + " mask " + hex(entry.mask) + "  " +
-                       hex(before) + " -> " + hex(after));
+  const Address address = address_of(entry);
+  out.result(register_json(address, {{"mask", entry.mask}, {"old", before}, {"new", after}}),
+             register_text(address) + " mask " + hex(entry.mask) + "  " + hex(before) + " -> " +
+                 hex(after));
 }
 
 void write_and_show(Context& context, std::span<const camera::param_info> entries,
                     const std::string& tried) {
   std::vector<Address> addresses;
   for (const camera::param_info& entry : entries) addresses.push_back(address_of(entry));
-  BorrowedPort port(context, tried);
+  const auto port = port_of(context, tried);
   const std::vector<std::uint8_t> before = port->write(entries, tried);
   const std::vector<std::uint8_t> after = port->read(addresses, tried);
   for (std::size_t i = 0; i < entries.size(); ++i) {
@@ -168,14 +126,13 @@ void reg_dump(Context& context, const DumpRange& range) {
   if (range.first > range.last) {
     throw CommandError(kUsage, tried + ": no range " + hex(range.first) + " to " + hex(range.last));
   }
-  BorrowedPort port(context, tried);
+  const auto port = port_of(context, tried);
   std::vector<std::uint8_t> values;
-  const auto category = static_cast<std::uint8_t>(range.category);
+  const Address start{static_cast<std::uint8_t>(range.category), 0};
   for (int byte = range.first; byte <= range.last; byte += kColumns) {
     std::vector<Address> row;
-    for (int i = byte; i <= std::min(byte + kColumns - 1, range.last); ++i) {
-      row.push_back({category, static_cast<std::uint16_t>(i)});
-    }
+    for (int i = byte; i <= std::min(byte + kColumns - 1, range.last); ++i)
+      row.push_back(start + i);
     context.out.progress(tried + ": " + hex(byte));
     const std::vector<std::uint8_t> read = port->read(row, tried);
     values.insert(values.end(), read.begin(), read.end());
@@ -190,8 +147,8 @@ void reg_dump(Context& context, const DumpRange& range) {
     if (byte < range.first) continue;
     const std::string value = hex(values[static_cast<std::size_t>(byte - range.first)]);
     grid += " " + value.substr(2);
-    const Address address{category, static_cast<std::uint16_t>(byte)};
-    if (!register_name(address).empty()) names += "\n" + register_text(address) + " = " + value;
+    if (!register_name(start + byte).empty())
+      names += "\n" + register_text(start + byte) + " = " + value;
   }
   context.out.result({{"category", range.category}, {"first", range.first}, {"values", values}},
                      grid + names);
@@ -200,7 +157,7 @@ void reg_dump(Context& context, const DumpRange& range) {
 void reg_watch(Context& context, const Words& registers, const WatchLimits& limits) {
   const std::string tried = "reg watch";
   const std::vector<Address> addresses = parse_registers(registers, tried);
-  BorrowedPort port(context, tried);
+  const auto port = port_of(context, tried);
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeout_s);
 
   std::vector<std::uint8_t> known = port->read(addresses, tried);
@@ -223,32 +180,12 @@ void reg_watch(Context& context, const Words& registers, const WatchLimits& limi
 }
 
 void reg_list(Context& context) {
-  for (const std::string& name : registers::register_names()) {
-    const Address address = *registers::parse_address(name);
-    const registers::RegisterGroup& group = *group_of(address);
-    Json json = register_json(address);
-    json["mask"] = register_mask(address);
-    json["meaning"] = meaning_of(group);
-    context.out.result(json, register_columns(address) + "mask " + hex(register_mask(address)) +
-                                 "  " + meaning_of(group));
+  for (const Address& address : registers::named_registers()) {
+    const std::string meaning = meaning_of(*group_of(address));
+    const std::uint8_t mask = register_mask(address);
+    context.out.result(register_json(address, {{"mask", mask}, {"meaning", meaning}}),
+                       register_columns(address) + "mask " + hex(mask) + "  " + meaning);
   }
-}
-
-std::string register_document() {
-  std::string document;
-  int category = -1;
-  for (const registers::Register& row : registers::kRegisters) {
-    if (row.first.category != category) {
-      document += category < 0 ? "" : "\n";
-      category = row.first.category;
-      document += "## Category " + std::to_string(category) +
-                  "\n\n| Byte | Name | Mask | Meaning | Tables |\n|---|---|---|---|---|\n";
-    }
-    const std::string where = row.kind == registers::Kind::kBits ? "in " : "";
-    document += "| " + where + group_bytes(row) + " | " + group_name(row) + " | " +
-                group_mask(row) + " | " + meaning_of(row) + " | " + tables_of(row) + " |\n";
-  }
-  return document;
 }
 
 }  // namespace ipcam::tools

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "ipcam/camera/camera_request.h"
+#include "registers/register_values.h"
 #include "tools/commands.h"
 #include "tools/held_values.h"
 #include "tools/link_state.h"
@@ -66,20 +67,14 @@ Request parse_assignment(const std::string& text) {
       throw CommandError(
           kUsage, tried + ": only its stored value has an effect, use " + command_of(*stored));
     }
-    throw CommandError(
-        kUsage, tried + ": no setting " + name + did_you_mean(name, setting_names(Kind::kSetting)));
+    refuse_name(tried, "setting", name, setting_names(Kind::kSetting));
   }
-  const auto number = parse_value(setting->values, Form::kRequest, value);
-  if (!number)
-    throw CommandError(kUsage, tried + ": " + refusal(setting->values, Form::kRequest, value));
-  return {setting, *number,
-          std::string(setting->name) + "=" + value_text(setting->values, Form::kRequest, *number)};
+  return {setting, accepted_value(setting->values, Form::kRequest, value, tried)};
 }
 
 Json write_json(const RegisterWrite& write) {
-  return {{"category", write.address.category},           {"byte", write.address.byte},
-          {"name", register_name(write.address)},         {"mask", write.mask},
-          {"old", write.old ? Json(*write.old) : Json()}, {"new", write.value}};
+  const Json old = write.old ? Json(*write.old) : Json();
+  return register_json(write.address, {{"mask", write.mask}, {"old", old}, {"new", write.value}});
 }
 
 std::string write_text(const RegisterWrite& write) {
@@ -99,8 +94,9 @@ std::string unsent_text(const Setting& setting, const sim::RegisterMap& register
 void run_request(Context& context, CameraSession& session, const Request& request, bool strict) {
   const Setting& setting = *request.setting;
   const bool is_setting = setting.kind == Kind::kSetting;
-  const std::string tried = (is_setting ? "set " : "do ") + request.text;
   const std::string wanted = value_text(setting.values, Form::kRequest, request.value);
+  std::string text = std::string(setting.name) + (is_setting ? "=" + wanted : "");
+  const std::string tried = (is_setting ? "set " : "do ") + text;
   sim::RegisterMap held = session.port().read_map(registers_around(setting), tried);
   const auto before = held_text(setting, held, wanted);
   const std::vector<RegisterWrite> writes = session.request(setting, request.value, tried);
@@ -108,7 +104,6 @@ void run_request(Context& context, CameraSession& session, const Request& reques
 
   Json json = {{"name", setting.name}};
   if (is_setting) json["value"] = request.value;
-  std::string text = request.text;
   if (const auto after = held_text(setting, held, wanted); before && after) {
     json["old"] = *before;
     json["new"] = *after;
@@ -133,11 +128,8 @@ void run_request(Context& context, CameraSession& session, const Request& reques
 // As the control thread's handler answers, but without one.
 int icr_answer(Context& context, const std::string& tried) {
   constexpr registers::Bits kState = registers::bits("icr_state");
-  constexpr int kSet = 59;
-  constexpr int kClear = 60;
-  const bool is_set =
-      (BorrowedPort(context, tried)->read(kState.address, tried) & kState.mask) != 0;
-  return is_set ? kSet : kClear;
+  const bool is_set = (port_of(context, tried)->read(kState.address, tried) & kState.mask) != 0;
+  return is_set ? registers::kFilterStateSet : registers::kFilterStateClear;
 }
 
 void get_query(Context& context, const Setting& setting) {
@@ -172,7 +164,7 @@ void get_setting(Context& context, const Setting& setting) {
   }
   if (!setting.tables[0].empty()) {
     const sim::RegisterMap held =
-        BorrowedPort(context, tried)->read_map(registers_around(setting), tried);
+        port_of(context, tried)->read_map(registers_around(setting), tried);
     if (const auto value = held_text(setting, held, stored)) {
       json["registers"] = *value;
       text += "registers " + *value;
@@ -183,21 +175,29 @@ void get_setting(Context& context, const Setting& setting) {
   context.out.result(json, text);
 }
 
-bool can_be_asked(const Setting& setting) { return setting.kind != Kind::kAction; }
+// All but those `without` that have one of the names, or any. Throws CommandError for a name that
+// none has.
+std::vector<const Setting*> chosen(const Words& names, const std::string& command,
+                                   const std::string& kind, std::optional<Kind> without = {}) {
+  std::vector<const Setting*> rows;
+  for (const Setting& setting : settings()) {
+    const auto is_it = [&](const std::string& name) { return same_name(setting.name, name); };
+    const bool is_wanted = names.empty() || std::ranges::any_of(names, is_it);
+    if (is_wanted && setting.kind != without) rows.push_back(&setting);
+  }
+  for (const std::string& name : names) {
+    const auto is_it = [&](const Setting* row) { return same_name(row->name, name); };
+    if (std::ranges::none_of(rows, is_it))
+      refuse_name(command + " " + name, kind, name, setting_names());
+  }
+  return rows;
+}
 
 }  // namespace
 
 void list_settings(Context& context, const Words& names) {
-  for (const std::string& name : names) {
-    const auto is_known = [&](const Setting& setting) { return same_name(setting.name, name); };
-    if (std::ranges::any_of(settings(), is_known)) continue;
-    throw CommandError(
-        kUsage, "list " + name + ": no setting " + name + did_you_mean(name, setting_names()));
-  }
-  for (const Setting& setting : settings()) {
-    if (is_wanted(setting.name, names))
-      context.out.result(setting_json(setting), setting_text(context.out, setting));
-  }
+  for (const Setting* setting : chosen(names, "list", "setting"))
+    context.out.result(setting_json(*setting), setting_text(context.out, *setting));
 }
 
 std::vector<Request> parse_assignments(const Words& assignments) {
@@ -208,32 +208,21 @@ std::vector<Request> parse_assignments(const Words& assignments) {
 
 Request parse_action(const std::string& name) {
   const Setting* setting = find_setting(Kind::kAction, name);
-  if (setting != nullptr) return {setting, 0, std::string(setting->name)};
-  throw CommandError(kUsage, "do " + name + ": no action " + name +
-                                 did_you_mean(name, setting_names(Kind::kAction)));
+  if (setting != nullptr) return {setting};
+  refuse_name("do " + name, "action", name, setting_names(Kind::kAction));
 }
 
 void run_requests(Context& context, const std::vector<Request>& requests, bool strict) {
-  BorrowedSession session(context);
+  const auto session = session_of(context);
   for (const Request& request : requests) run_request(context, *session, request, strict);
 }
 
 void get_settings(Context& context, const Words& names) {
-  for (const std::string& name : names) {
-    const auto is_it = [&](const Setting& setting) {
-      return can_be_asked(setting) && same_name(setting.name, name);
-    };
-    if (std::ranges::any_of(settings(), is_it)) continue;
-    throw CommandError(kUsage, "get " + name + ": no setting or query " + name +
-                                   did_you_mean(name, setting_names()));
-  }
-  for (const bool is_query : {true, false}) {
-    for (const Setting& setting : settings()) {
-      if (!can_be_asked(setting) || !is_wanted(setting.name, names)) continue;
-      if ((setting.kind == Kind::kQuery) != is_query) continue;
-      is_query ? get_query(context, setting) : get_setting(context, setting);
-    }
-  }
+  auto rows = chosen(names, "get", "setting or query", Kind::kAction);
+  const auto is_query = [](const Setting* row) { return row->kind == Kind::kQuery; };
+  std::stable_partition(rows.begin(), rows.end(), is_query);
+  for (const Setting* row : rows)
+    is_query(row) ? get_query(context, *row) : get_setting(context, *row);
 }
 
 std::string man_settings() {

@@ -1,64 +1,42 @@
 // camctl reg save, diff and restore: all named registers, of the camera or of a file.
-#include <set>
-
 #include "tools/commands.h"
 
 namespace ipcam::tools {
 
-namespace {
-
 using sim::RegisterMap;
 
-int value_in(const RegisterMap& registers, Address address) {
-  const auto found = registers.find(address);
-  return found == registers.end() ? 0 : found->second;
-}
-
-}  // namespace
-
-sim::RegisterMap read_registers(Context& context, const std::string& tried,
-                                const std::vector<Address>& addresses) {
+RegisterMap read_registers(Context& context, const std::string& tried,
+                           const std::set<Address>& addresses) {
   context.out.progress(tried + ": reading registers");
-  RegisterMap registers = BorrowedPort(context, tried)->read_map(addresses, tried);
+  RegisterMap registers = port_of(context, tried)->read_map(addresses, tried);
   context.out.progress("");
   return registers;
-}
-
-std::vector<Address> named_registers() {
-  std::vector<Address> addresses;
-  for (const std::string& name : registers::register_names())
-    addresses.push_back(*registers::parse_address(name));
-  return addresses;
 }
 
 void reg_save(Context& context, const std::string& file) {
   const std::string tried = "reg save " + file;
   save_text(context, tried, file,
-            sim::register_file_text(read_registers(context, tried, named_registers())));
+            sim::register_file_text(read_registers(context, tried, registers::named_registers())));
 }
 
 int reg_diff(Context& context, const std::string& file, const std::string& other) {
-  const RegisterMap before = sim::read_register_file(file);
-  std::set<Address> addresses;
-  for (const Address& address : named_registers()) addresses.insert(address);
+  RegisterMap before = sim::read_register_file(file);
+  std::set<Address> addresses = registers::named_registers();
   for (const auto& [address, value] : before) addresses.insert(address);
-  const RegisterMap after = other.empty() ? read_registers(context, "reg diff " + file,
-                                                           {addresses.begin(), addresses.end()})
-                                          : sim::read_register_file(other);
+  RegisterMap after = other.empty() ? read_registers(context, "reg diff " + file, addresses)
+                                    : sim::read_register_file(other);
   for (const auto& [address, value] : after) addresses.insert(address);
 
   int code = kDone;
   for (const Address& address : addresses) {
-    const int old_value = value_in(before, address);
-    const int value = value_in(after, address);
+    const std::uint8_t old_value = before[address];  // 0 where a file leaves it out
+    const std::uint8_t value = after[address];
     if (((old_value ^ value) & register_mask(address)) == 0) continue;
     if (code == kDone && !context.out.modes().json)
       context.out.line("# " + file + " -> " + (other.empty() ? "camera" : other));
     code = kDiffer;
-    Json json = register_json(address);
-    json["old"] = old_value;
-    json["new"] = value;
-    context.out.result(json, register_columns(address) + hex(old_value) + " -> " + hex(value));
+    context.out.result(register_json(address, {{"old", old_value}, {"new", value}}),
+                       register_columns(address) + hex(old_value) + " -> " + hex(value));
   }
   context.out.finish();
   return code;
@@ -67,9 +45,9 @@ int reg_diff(Context& context, const std::string& file, const std::string& other
 void reg_restore(Context& context, const std::string& file, bool dry_run) {
   const std::string tried = "reg restore " + file;
   const RegisterMap wanted = sim::read_register_file(file);
-  std::vector<Address> addresses;
+  std::set<Address> addresses;
   for (const auto& [address, value] : wanted) {
-    if (!registers::is_read_only(address)) addresses.push_back(address);
+    if (!registers::is_read_only(address)) addresses.insert(address);
   }
   std::vector<camera::param_info> entries;
   std::vector<std::uint8_t> before;

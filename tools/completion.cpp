@@ -13,55 +13,48 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-void add_values(const std::string& name, const Values& values, Form form, Words& words) {
-  for (const Word& word : values.words) words.push_back(name + "=" + std::string(word.word));
+Words with_equals(Words names) {
+  for (std::string& name : names) name += '=';
+  return names;
+}
+
+// NAME=VALUE for each value, as far as they can be listed.
+Words assignments(std::string_view name, const Values& values, Form form) {
+  Words words;
+  for (const Word& word : values.words) words.emplace_back(word.word);
   const bool is_short = values.words.empty() && values.min == 0 && values.max <= 18;
-  for (int i = 0; is_short && i <= values.max; ++i)
-    words.push_back(name + "=" + value_text(values, form, i));
+  for (int i = 0; is_short && i <= values.max; ++i) words.push_back(value_text(values, form, i));
+  for (std::string& word : words) word = std::string(name) + "=" + word;
+  return words;
 }
 
 Words gettable_names() {
   std::set<std::string> names;
-  for (const Kind kind : {Kind::kSetting, Kind::kStored, Kind::kQuery}) {
-    for (const std::string& name : setting_names(kind)) names.insert(name);
+  for (const Setting& setting : settings()) {
+    if (setting.kind != Kind::kAction) names.emplace(setting.name);
   }
   return {names.begin(), names.end()};
-}
-
-bool takes_assignments(const Setting& setting) { return setting.kind == Kind::kSetting; }
-bool takes_assignments(const Field& /*field*/) { return true; }
-
-// NAME= for each name, or the values of the name that stands before
-// the '=' of the word being typed.
-template <class Row>
-Words assignments(std::span<const Row> rows, const std::string& typed, Form form) {
-  Words words;
-  for (const Row& row : rows) {
-    if (!takes_assignments(row)) continue;
-    const std::string name(row.name);
-    if (typed.starts_with(name + "=")) {
-      add_values(name, row.values, form, words);
-    } else {
-      words.push_back(name + "=");
-    }
-  }
-  return words;
 }
 
 // What the arguments of a command can be.
 Words arguments(const std::string& family, const std::string& command, const std::string& typed) {
   if (family == "reg" && (command == "read" || command == "watch"))
     return registers::register_names();
-  if (family == "reg" && command == "write") {
-    Words names = registers::register_names();
-    for (std::string& name : names) name += '=';
-    return names;
-  }
+  if (family == "reg" && command == "write") return with_equals(registers::register_names());
   if (family == "config" && command == "show") return field_names();
-  if (family == "config" && command == "set")
-    return assignments(stored_fields(), typed, Form::kStored);
+  const std::size_t equals = typed.find('=');
+  const std::string name = equals == typed.npos ? "" : typed.substr(0, equals);
+  if (family == "config" && command == "set") {
+    const Field* field = find_field(name);
+    return field == nullptr ? with_equals(field_names())
+                            : assignments(field->name, field->values, Form::kStored);
+  }
+  if (command == "set") {
+    const Setting* setting = find_setting(Kind::kSetting, name);
+    return setting == nullptr ? with_equals(setting_names(Kind::kSetting))
+                              : assignments(setting->name, setting->values, Form::kRequest);
+  }
   if (command == "list") return setting_names();
-  if (command == "set") return assignments(settings(), typed, Form::kRequest);
   if (command == "do") return setting_names(Kind::kAction);
   if (command == "get") return gettable_names();
   return {};

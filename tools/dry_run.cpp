@@ -9,6 +9,7 @@
 #include "tools/commands.h"
 #include "tools/link_state.h"
 #include "tools/record_text.h"
+#include "workstation/programs.h"
 
 namespace ipcam::tools {
 
@@ -19,14 +20,11 @@ constexpr char kTried[] = "dry run";
 // Namespaces are for a process with one thread, so beside a control thread a
 // dry run needs a process of its own.
 int run_own_program(Context& context, Words command_line) {
-  command_line.insert(command_line.begin(), "camctl");
+  command_line.insert(command_line.begin(), "/proc/self/exe");
   if (context.out.modes().json) command_line.push_back("--json");
-  std::vector<char*> arguments;
-  for (std::string& word : command_line) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
   const pid_t child = fork();
   if (child == 0) {
-    execv("/proc/self/exe", arguments.data());
+    workstation::execute(command_line);
     _exit(kUsage);
   }
   int status = 0;
@@ -44,7 +42,7 @@ int run_dry(Context& context, const std::vector<Request>& requests, bool strict,
   const auto record = read_stored_record();
   if (!record)
     throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be read");
-  const sim::RegisterMap registers = read_registers(context, kTried, named_registers());
+  const sim::RegisterMap registers = read_registers(context, kTried, registers::named_registers());
   enter_sandbox({"/tmp"});  // the factory's adjustment files in /var/tmp are the real ones
   if (!workstation::write_stored_record(*record))
     throw CommandError(kUsage, std::string(kTried) + ": the stored settings cannot be copied");
@@ -52,8 +50,7 @@ int run_dry(Context& context, const std::vector<Request>& requests, bool strict,
   camera.start();
   for (const auto& [address, value] : registers)
     camera.set_reg(address.category, address.byte, value);
-  CameraSession session(context.out, kTried);
-  Context inner{context.out, &session};
+  Context inner{context.out, std::make_shared<CameraSession>(context.out, kTried)};
   run_requests(inner, requests, strict);
   context.out.finish();
   return kDone;

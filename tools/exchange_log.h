@@ -34,7 +34,7 @@ struct RegisterWrite {
 
 // The register of an entry, or the one so many behind it.
 inline Address address_in(const wire::CommandEntry& entry, std::size_t index) {
-  return {entry.category, static_cast<std::uint16_t>(entry.byte + index)};
+  return Address{entry.category, entry.byte} + index;
 }
 
 // Takes exchanges down while it exists, of all threads. One at a time.

@@ -6,8 +6,7 @@
 #include "ipcam/camera/parameter_tables.h"
 #include "registers/register_values.h"
 #include "registers/white_balance_modes.h"
-#include "tools/output.h"
-#include "tools/parameter_tables.h"
+#include "tools/register_port.h"
 
 namespace ipcam::tools {
 
@@ -23,10 +22,7 @@ class Held {
     return registers_.at(part.address) & part.mask;
   }
   // A 16-bit value, from its low byte.
-  int word(Address low) const {
-    const Address high{low.category, static_cast<std::uint16_t>(low.byte + 1)};
-    return registers_.at(low) | registers_.at(high) << 8;
-  }
+  int word(Address low) const { return registers_.at(low) | registers_.at(low + 1) << 8; }
   int red_gain() const { return word(registers::address("manual_red_gain_lo")); }
   int blue_gain() const { return word(registers::address("manual_blue_gain_lo")); }
 
@@ -114,21 +110,19 @@ Form form_of(const Setting& setting) {
   return setting.kind == Kind::kStored ? Form::kStored : Form::kRequest;
 }
 
-std::vector<Address> registers_of(const Setting& setting) {
-  std::vector<Address> addresses;
+std::set<Address> registers_of(const Setting& setting) {
+  std::set<Address> addresses;
   for (const auto& table : setting.tables) {
-    for (const param_info& row : table) addresses.push_back(address_of(row));
+    for (const param_info& row : table) addresses.insert(address_of(row));
   }
-  std::sort(addresses.begin(), addresses.end());
-  addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
   return addresses;
 }
 
-std::vector<Address> registers_around(const Setting& setting) {
-  std::vector<Address> addresses = registers_of(setting);
+std::set<Address> registers_around(const Setting& setting) {
+  std::set<Address> addresses = registers_of(setting);
   for (const Address& address : {registers::address("sensor_mode"), registers::address("ae_mode"),
                                  registers::address("wb_mode")}) {
-    addresses.push_back(address);
+    addresses.insert(address);
   }
   return addresses;
 }

@@ -2,8 +2,8 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "sim/register_file.h"
 #include "tools/settings_table.h"
@@ -15,8 +15,8 @@ const Values& values_of(const Setting& setting);
 Form form_of(const Setting& setting);
 
 // The registers that show a setting, and those on which its meaning or effect depends.
-std::vector<registers::Address> registers_of(const Setting& setting);
-std::vector<registers::Address> registers_around(const Setting& setting);
+std::set<registers::Address> registers_of(const Setting& setting);
+std::set<registers::Address> registers_around(const Setting& setting);
 
 // The value that the registers of a setting, of which all around it are given, have been written
 // for: a word or a level, else "raw" and the registers. Where several values give the same, it is

@@ -13,6 +13,8 @@
 #include <cstring>
 #include <utility>
 
+#include "registers/words.h"
+
 namespace ipcam::tools {
 
 namespace {
@@ -70,6 +72,12 @@ std::FILE* library_stream() {
 }
 
 }  // namespace
+
+void refuse_name(const std::string& tried, const std::string& kind, const std::string& name,
+                 const std::vector<std::string>& names) {
+  throw CommandError(kUsage,
+                     tried + ": no " + kind + " " + name + registers::did_you_mean(name, names));
+}
 
 Trouble take_trouble() { return g_trouble.exchange(Trouble::kOther); }
 

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace ipcam::tools {
 
@@ -31,6 +32,10 @@ class CommandError : public std::runtime_error {
  private:
   ExitCode code_;
 };
+
+// Ends a command that has an unknown name in it: "list wc: no setting wc, did you mean wb".
+[[noreturn]] void refuse_name(const std::string& tried, const std::string& kind,
+                              const std::string& name, const std::vector<std::string>& names);
 
 // What the library last said about an exchange that failed; its result does not tell.
 enum class Trouble { kOther, kRecordInUse, kNoCpu };

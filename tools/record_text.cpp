@@ -42,8 +42,7 @@ void print_bytes(const camera::SettingsRecord& record, std::size_t first, std::s
 }
 
 bool is_named(std::size_t offset) {
-  const auto fields = stored_fields();
-  return std::any_of(fields.begin(), fields.end(), [&](const Field& field) {
+  return std::ranges::any_of(stored_fields(), [&](const Field& field) {
     return offset >= field.offset && offset < field.offset + field.width;
   });
 }
@@ -67,6 +66,11 @@ bool set_bytes(const std::string& where, const std::string& bytes, camera::Setti
 }
 
 }  // namespace
+
+const Field& known_field(const std::string& name, const std::string& tried) {
+  if (const Field* field = find_field(name)) return *field;
+  refuse_name(tried, "field", name, field_names());
+}
 
 int field_value(const camera::SettingsRecord& record, const Field& field) {
   const std::uint8_t* bytes = bytes_of(record) + field.offset;
@@ -107,16 +111,14 @@ void apply_record_file(const std::string& file, camera::SettingsRecord& record) 
         throw CommandError(kUsage, tried + ": no bytes of the record without a name");
       return;
     }
-    const Field* field = find_field(name);
-    if (field == nullptr)
-      throw CommandError(kUsage, tried + ": no field " + name + did_you_mean(name, field_names()));
+    const Field& field = known_field(name, tried);
     // A saved record is restored as it was, also where another program
     // has left a value that is out of range.
-    const auto accepted = parse_value(field->values, Form::kStored, value);
+    const auto accepted = parse_value(field.values, Form::kStored, value);
     const auto stored = accepted ? accepted : parse_number(value);
-    if (!stored || !fits(*field, *stored))
-      throw CommandError(kUsage, tried + ": " + refusal(field->values, Form::kStored, value));
-    set_field(record, *field, *stored);
+    if (!stored || !fits(field, *stored))
+      throw CommandError(kUsage, tried + ": " + refusal(field.values, Form::kStored, value));
+    set_field(record, field, *stored);
   });
 }
 

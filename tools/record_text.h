@@ -11,6 +11,9 @@ namespace ipcam::tools {
 
 using workstation::read_stored_record;
 
+// Throws CommandError, which `tried` leads, when there is none of that name.
+const Field& known_field(const std::string& name, const std::string& tried);
+
 int field_value(const camera::SettingsRecord& record, const Field& field);
 void set_field(camera::SettingsRecord& record, const Field& field, int value);
 

@@ -1,5 +1,4 @@
-// Register access for commands: through a DspCommand of the tool's
-// own, or through the control thread's.
+// Register access for commands.
 #include "tools/register_port.h"
 
 #include <algorithm>
@@ -20,6 +19,10 @@ constexpr std::size_t kEntriesPerWrite = 14;
 
 }  // namespace
 
+RegisterPort::RegisterPort(Output& out, Road road) : out_(out) {
+  if (road == Road::kOwn) own_.emplace();
+}
+
 std::vector<std::uint8_t> RegisterPort::read(std::span<const Address> addresses,
                                              const std::string& tried) {
   std::vector<camera::param_info> entries;
@@ -28,11 +31,13 @@ std::vector<std::uint8_t> RegisterPort::read(std::span<const Address> addresses,
   return run_all('r', entries, tried);
 }
 
-sim::RegisterMap RegisterPort::read_map(std::span<const Address> addresses,
+sim::RegisterMap RegisterPort::read_map(const std::set<Address>& addresses,
                                         const std::string& tried) {
-  const std::vector<std::uint8_t> values = read(addresses, tried);
+  const std::vector<std::uint8_t> values =
+      read(std::vector(addresses.begin(), addresses.end()), tried);
   sim::RegisterMap registers;
-  for (std::size_t i = 0; i < addresses.size(); ++i) registers[addresses[i]] = values[i];
+  auto value = values.begin();
+  for (const Address& address : addresses) registers[address] = *value++;
   return registers;
 }
 
@@ -79,12 +84,9 @@ void RegisterPort::run_or_fail(const std::string& text, unsigned char* result,
   }
 }
 
-int OwnPort::run(const std::string& text, unsigned char* result) {
-  std::string copy = text;  // split in place
-  return dsp_.do_debug(reinterpret_cast<unsigned char*>(copy.data()), result);
-}
-
-int ControlThreadPort::run(const std::string& text, unsigned char* result) {
+int RegisterPort::run(std::string text, unsigned char* result) {
+  // It splits the text in place.
+  if (own_) return own_->do_debug(reinterpret_cast<unsigned char*>(text.data()), result);
   camera::s_ccdlsi_dbg request = {};
   if (text.size() >= sizeof request.cmd) return -1;
   std::memcpy(request.cmd, text.data(), text.size());

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ipcam/camera/parameter_tables.h"
+#include "registers/register_values.h"
 #include "registers/request_names.h"
 #include "registers/white_balance_modes.h"
 #include "settings/settings_record.h"
@@ -21,7 +22,7 @@ using namespace ipcam::camera;  // request codes and parameter tables
 template <std::size_t... kRow>
 constexpr auto wb_words(std::index_sequence<kRow...>) {
   constexpr auto kModes = registers::kRequestedModes;
-  return std::array{Word(kModes[kRow].keyword, kModes[kRow].request, kModes[kRow].stored)...};
+  return std::array{Word{kModes[kRow].keyword, kModes[kRow].request, kModes[kRow].stored}...};
 }
 constexpr auto kWbWords = wb_words(std::make_index_sequence<registers::kRequestedModes.size()>());
 
@@ -35,8 +36,9 @@ constexpr Word kBinningWords[] = {{"on", 0}, {"off", 1}};
 constexpr Word kForcedBinningWords[] = {{"on", 0}, {"off", 1}, {"end", 29}};
 constexpr Word kBinningFuncWords[] = {{"on", 0}, {"off", 1}, {"auto", 4}};
 constexpr Word kDayNightWords[] = {{"on", 61}, {"off", 62}, {"off-still", 0}};
-constexpr Word kIcrWords[] = {{"state bit set: night, filter out of place", 59},
-                              {"state bit clear: day, filter in place", 60}};
+constexpr Word kIcrWords[] = {
+    {"state bit set: night, filter out of place", registers::kFilterStateSet},
+    {"state bit clear: day, filter in place", registers::kFilterStateClear}};
 constexpr Word kHeldWords[] = {{"not held", 0}, {"held open", 1}};
 constexpr Word kSecondsWords[] = {{"2", 2}, {"30", 30}};
 
@@ -57,120 +59,103 @@ constexpr char kNextStart[] =
 
 // clang-format off
 constexpr Setting kRows[] = {
-    {.code = REQUEST_COLOR, .kind = Kind::kSetting, .values = kColor,
-     .meaning = "colour or monochrome picture",
+    {.code = REQUEST_COLOR, .values = kColor, .meaning = "colour or monochrome picture",
      .depends = "nothing is sent when the picture is that way already; colour applies the stored "
                 "white balance too",
      .field = "color", .tables = {g_effect_mono}},
-    {.code = REQUEST_WB_MODE, .kind = Kind::kSetting, .values = kWb,
+    {.code = REQUEST_WB_MODE, .values = kWb,
      .meaning = "white-balance mode; ends a running one-push measurement",
-     .depends = "manual and onepush take their gains from the stored record",
-     .field = "wb_mode", .tables = {g_whitebalance_preset0}},
-    {.code = REQUEST_EXP_COMP, .kind = Kind::kSetting, .values = kExpComp,
+     .depends = "manual and onepush take their gains from the stored record", .field = "wb_mode",
+     .tables = {g_whitebalance_preset0}},
+    {.code = REQUEST_EXP_COMP, .values = kExpComp,
      .meaning = "exposure compensation; 9 is none, a step is 1",
      .depends = "has an effect only while the stored expcomp_gate is 0, 3, 4 or 5",
      .field = "expcomp", .effect = Effect::kWhenSent, .tables = {g_expcomp}},
-    {.code = REQUEST_GAIN, .kind = Kind::kSetting, .values = kLevel,
-     .meaning = "manual gain",
+    {.code = REQUEST_GAIN, .values = kLevel, .meaning = "manual gain",
      .depends = "has an effect only with a fixed slow shutter; 6 counts as 5 unless pixels are "
                 "binned",
      .field = "gain_level", .effect = Effect::kManualExposure, .tables = {g_gain}},
-    {.code = REQUEST_BL_COMP, .kind = Kind::kSetting, .values = kBacklight,
-     .meaning = "backlight compensation", .field = "blcomp", .tables = {g_blcomp}},
-    {.code = REQUEST_SHUTTER, .kind = Kind::kStored,
-     .meaning = "fixed shutter", .depends = "has an effect only while auto-shutter is off",
-     .field = "shutter_speed", .tables = {g_shutter}},
-    {.code = REQUEST_SATURATION, .kind = Kind::kSetting, .values = kLevel,
-     .meaning = "colour saturation; 3 is neutral", .field = "saturation", .tables = {g_saturation}},
-    {.code = REQUEST_SHARPNESS, .kind = Kind::kSetting, .values = kLevel,
-     .meaning = "sharpness; 3 is neutral",
-     .depends = "the register value also depends on pixel binning",
-     .field = "sharpness", .tables = {g_sharpness}},
-    {.code = REQUEST_R_GAIN, .kind = Kind::kSetting, .values = kWhiteBalanceGain,
-     .meaning = "manual red gain", .depends = "has an effect only in white-balance mode manual",
-     .field = "rgain", .effect = Effect::kManualWhiteBalance, .tables = {g_rgain}},
-    {.code = REQUEST_B_GAIN, .kind = Kind::kSetting, .values = kWhiteBalanceGain,
-     .meaning = "manual blue gain", .depends = "has an effect only in white-balance mode manual",
-     .field = "bgain", .effect = Effect::kManualWhiteBalance, .tables = {g_bgain}},
+    {.code = REQUEST_BL_COMP, .values = kBacklight, .meaning = "backlight compensation",
+     .field = "blcomp", .tables = {g_blcomp}},
+    {.code = REQUEST_SHUTTER, .kind = Kind::kStored, .meaning = "fixed shutter",
+     .depends = "has an effect only while auto-shutter is off", .field = "shutter_speed",
+     .tables = {g_shutter}},
+    {.code = REQUEST_SATURATION, .values = kLevel, .meaning = "colour saturation; 3 is neutral",
+     .field = "saturation", .tables = {g_saturation}},
+    {.code = REQUEST_SHARPNESS, .values = kLevel, .meaning = "sharpness; 3 is neutral",
+     .depends = "the register value also depends on pixel binning", .field = "sharpness",
+     .tables = {g_sharpness}},
+    {.code = REQUEST_R_GAIN, .values = kWhiteBalanceGain, .meaning = "manual red gain",
+     .depends = "has an effect only in white-balance mode manual", .field = "rgain",
+     .effect = Effect::kManualWhiteBalance, .tables = {g_rgain}},
+    {.code = REQUEST_B_GAIN, .values = kWhiteBalanceGain, .meaning = "manual blue gain",
+     .depends = "has an effect only in white-balance mode manual", .field = "bgain",
+     .effect = Effect::kManualWhiteBalance, .tables = {g_bgain}},
     {.code = REQUEST_GET_ICR, .kind = Kind::kQuery, .values = {.words = kIcrWords},
      .meaning = "state of the IR-cut filter: 59 while its state bit is set, else 60"},
-    {.code = REQUEST_COLORBAR, .kind = Kind::kSetting, .values = kOffOn,
-     .meaning = "colour-bar test pattern", .tables = {g_colorbar}},
+    {.code = REQUEST_COLORBAR, .values = kOffOn, .meaning = "colour-bar test pattern",
+     .tables = {g_colorbar}},
     {.code = REQUEST_EXP_MODE, .kind = Kind::kAction,
      .meaning = "applies the stored exposure settings", .tables = {g_expmode, g_max_frm_exp}},
     {.code = REQUEST_ONE_PUSH_TRG, .kind = Kind::kAction,
      .meaning = "measures the white balance, about 3 s, and stores and applies its gains",
      .depends = "needs white-balance mode onepush",
      .tables = {g_whitebalance_mode, g_rbgain_preset1}},
-    {.code = REQUEST_FLICKERLESS, .kind = Kind::kStored,
-     .meaning = "flickerless exposure", .field = "exposure_mode"},
+    {.code = REQUEST_FLICKERLESS, .kind = Kind::kStored, .meaning = "flickerless exposure",
+     .field = "exposure_mode"},
     {.code = REQUEST_AUTO_SLOW_SHUTTER, .kind = Kind::kStored,
      .meaning = "automatic shutter may go slow",
-     .depends = "has an effect only while auto-shutter is on",
-     .field = "auto_slow_shutter"},
-    {.code = REQUEST_CONTRAST, .kind = Kind::kSetting, .values = kLevel,
-     .meaning = "contrast; 3 is neutral", .field = "contrast", .tables = {g_contrast}},
-    {.code = REQUEST_HOLD_AUTO_IRIS_OPEN, .kind = Kind::kSetting,
-     .values = {.words = kHoldWords},
+     .depends = "has an effect only while auto-shutter is on", .field = "auto_slow_shutter"},
+    {.code = REQUEST_CONTRAST, .values = kLevel, .meaning = "contrast; 3 is neutral",
+     .field = "contrast", .tables = {g_contrast}},
+    {.code = REQUEST_HOLD_AUTO_IRIS_OPEN, .values = {.words = kHoldWords},
      .meaning = "holds the automatic iris open, with focus assist; applies the stored exposure too",
      .depends = "use camctl shell: the next start lets the iris go, but leaves it open while "
                 "exposure is flickerless",
      .field = "hold_iris_open", .effect = Effect::kInShell, .tables = {g_miris_mode}},
-    {.code = REQUEST_AUTO_SHUTTER, .kind = Kind::kStored,
-     .meaning = "automatic shutter", .depends = "has no effect while exposure is flickerless",
-     .field = "auto_shutter"},
+    {.code = REQUEST_AUTO_SHUTTER, .kind = Kind::kStored, .meaning = "automatic shutter",
+     .depends = "has no effect while exposure is flickerless", .field = "auto_shutter"},
     {.code = REQUEST_AUTO_SLOW_SHUTTER_MIN_SPEED, .kind = Kind::kStored,
      .meaning = "limit of the slow shutter", .field = "slow_shutter_min_speed",
      .tables = {g_max_frm_exp}},
-    {.code = REQUEST_AGC_MAX_GAIN, .kind = Kind::kSetting,
-     .values = {.max = 13},
+    {.code = REQUEST_AGC_MAX_GAIN, .values = {.max = 13},
      .meaning = "limit of the automatic gain; 7 to 13 hold the gain at levels 0 to 6",
      .depends = "6 counts as 5 unless pixels are binned", .field = "agc_max_gain",
      .tables = {g_agc_max_gain}},
-    {.code = REQUEST_GAMMA, .kind = Kind::kSetting, .values = kLevel,
-     .meaning = "gamma curve", .field = "gamma", .tables = {g_gamma}},
-    {.code = REQUEST_BINNING_MODE, .kind = Kind::kSetting,
-     .values = kBinningMode,
+    {.code = REQUEST_GAMMA, .values = kLevel, .meaning = "gamma curve", .field = "gamma",
+     .tables = {g_gamma}},
+    {.code = REQUEST_BINNING_MODE, .values = kBinningMode,
      .meaning = "who decides about pixel binning; nothing is sent",
      .depends = "use camctl shell: the next start takes the stored one", .field = "binning_mode",
      .effect = Effect::kInShell},
-    {.code = REQUEST_BINNING, .kind = Kind::kSetting,
-     .values = {.words = kBinningWords},
+    {.code = REQUEST_BINNING, .values = {.words = kBinningWords},
      .meaning = "pixel binning, about 1 s",
-     .depends = "needs the white-balance adjustment file of that readout",
-     .tables = {g_binning}},
-    {.code = REQUEST_FORCE_BINNING, .kind = Kind::kSetting,
-     .values = {.words = kForcedBinningWords},
+     .depends = "needs the white-balance adjustment file of that readout", .tables = {g_binning}},
+    {.code = REQUEST_FORCE_BINNING, .values = {.words = kForcedBinningWords},
      .meaning = "forces pixel binning on or off until the end of forcing",
      .depends = "needs the white-balance adjustment file of that readout", .tables = {g_binning}},
-    {.code = REQUEST_BINNING_FUNC, .kind = Kind::kSetting,
-     .values = {.words = kBinningFuncWords},
+    {.code = REQUEST_BINNING_FUNC, .values = {.words = kBinningFuncWords},
      .meaning = "pixel binning by hand, or left to the day/night worker",
-     .depends = "refused while binning is forced",
-     .tables = {g_binning}},
-    {.code = REQUEST_HOLD_AUTO_IRIS_OPEN_INQ, .kind = Kind::kQuery,
-     .values = {.words = kHeldWords},
+     .depends = "refused while binning is forced", .tables = {g_binning}},
+    {.code = REQUEST_HOLD_AUTO_IRIS_OPEN_INQ, .kind = Kind::kQuery, .values = {.words = kHeldWords},
      .meaning = "whether the automatic iris is held open: 1 or 0",
      .depends = "in camctl shell only"},
-    {.code = REQUEST_DN_MODE, .kind = Kind::kSetting,
-     .values = {.words = kDayNightWords},
+    {.code = REQUEST_DN_MODE, .values = {.words = kDayNightWords},
      .meaning = "night (on) or day (off): day/night registers and IR-cut filter, 1 s; off-still is "
                 "day, but leaves the filter where it is",
      .tables = {g_dnlevel}},
-    {.code = REQUEST_DN_HYS, .kind = Kind::kSetting, .values = {.max = 0xffff},
+    {.code = REQUEST_DN_HYS, .values = {.max = 0xffff},
      .meaning = "hysteresis of the automatic day/night switch; switches binning off",
      .depends = kNextStart, .effect = Effect::kInShell, .tables = {g_binning}},
-    {.code = REQUEST_BN_TIME, .kind = Kind::kSetting,
-     .values = {.words = kSecondsWords, .unit = "s"},
+    {.code = REQUEST_BN_TIME, .values = {.words = kSecondsWords, .unit = "s"},
      .meaning = "how long the light must have changed before the automatic switch; switches "
                 "binning off",
      .depends = kNextStart, .effect = Effect::kInShell, .tables = {g_binning}},
-    {.code = REQUEST_BN_LEVEL, .kind = Kind::kSetting, .values = {.max = 4095},
+    {.code = REQUEST_BN_LEVEL, .values = {.max = 4095},
      .meaning = "light level of the automatic day/night switch; switches binning off",
      .depends = kNextStart, .effect = Effect::kInShell, .tables = {g_binning}},
 };
-static_assert(std::is_sorted(std::begin(kRows), std::end(kRows),
-                             [](const Setting& a, const Setting& b) { return a.code < b.code; }));
+static_assert(std::ranges::is_sorted(kRows, {}, &Setting::code));
 
 constexpr auto kSettings = [] {
   auto rows = std::to_array(kRows);
@@ -179,76 +164,60 @@ constexpr auto kSettings = [] {
 }();
 static_assert(std::ranges::none_of(kSettings, &std::string_view::empty, &Setting::name));
 
-#define SNAPSHOT_FIELD(field) .name = #field, .offset = offsetof(SettingsSnapshot, field), \
-                              .width = sizeof(SettingsSnapshot::field)
-#define RECORD_FIELD(field) .name = #field, .offset = offsetof(SettingsRecord, field), \
-                            .width = sizeof(SettingsRecord::field)
+#define IN(record, field) #field, offsetof(record, field), sizeof(record::field)
+#define IN_SNAPSHOT(field) IN(SettingsSnapshot, field)
+#define IN_RECORD(field) IN(SettingsRecord, field)
 
 constexpr Field kFields[] = {
-    {SNAPSHOT_FIELD(wb_mode), .values = kWb, .meaning = "white-balance mode, applied with colour"},
-    {SNAPSHOT_FIELD(expcomp_gate), .values = kAnyNumber,
-     .meaning = "exposure compensation is sent only while this is 0, 3, 4 or 5"},
-    {SNAPSHOT_FIELD(blcomp), .values = kBacklight,
-     .meaning = "backlight compensation, applied at start"},
-    {SNAPSHOT_FIELD(gain_level), .values = kLevel, .meaning = "manual gain, applied with exposure"},
-    {SNAPSHOT_FIELD(shutter_speed), .values = {.max = 14},
-     .meaning = "fixed shutter; 0 to 4 slow, 5 to 14 normal; applied with exposure"},
-    {SNAPSHOT_FIELD(saturation), .values = kLevel,
-     .meaning = "colour saturation, applied at start"},
-    {SNAPSHOT_FIELD(expcomp), .values = kExpComp,
-     .meaning = "exposure compensation, applied at start"},
-    {SNAPSHOT_FIELD(color), .values = kColor,
-     .meaning = "colour or monochrome picture, applied at start"},
-    {SNAPSHOT_FIELD(sharpness), .values = kLevel, .meaning = "sharpness, applied at start"},
-    {SNAPSHOT_FIELD(rgain), .values = kWhiteBalanceGain,
-     .meaning = "red gain of white-balance mode manual"},
-    {SNAPSHOT_FIELD(bgain), .values = kWhiteBalanceGain,
-     .meaning = "blue gain of white-balance mode manual"},
-    {SNAPSHOT_FIELD(auto_slow_shutter), .values = kOffOn,
-     .meaning = "automatic shutter may go slow; applied with exposure"},
-    {SNAPSHOT_FIELD(contrast), .values = kLevel, .meaning = "contrast, applied at start"},
-    {SNAPSHOT_FIELD(exposure_mode), .values = kAnyNumber,
-     .meaning = "0 flickerless; 3 with a fixed slow shutter ends the automatic gain; applied with "
-                "exposure"},
-    {SNAPSHOT_FIELD(hold_iris_open), .values = kOffOn, .meaning = "iris hold as last requested"},
-    {SNAPSHOT_FIELD(auto_shutter), .values = kOffOn,
-     .meaning = "automatic shutter; off: shutter_speed decides; applied with exposure"},
-    {SNAPSHOT_FIELD(slow_shutter_min_speed), .values = kSlowSpeed,
-     .meaning = "limit of the slow shutter, applied with exposure"},
-    {SNAPSHOT_FIELD(agc_max_gain), .values = kLevel,
-     .meaning = "limit of the automatic gain, applied with exposure"},
-    {SNAPSHOT_FIELD(gamma), .values = kLevel, .meaning = "gamma curve, applied at start"},
-    {SNAPSHOT_FIELD(onepush_rgain), .values = kRegisterGain,
-     .meaning = "red gain of the last one-push measurement"},
-    {SNAPSHOT_FIELD(onepush_bgain), .values = kRegisterGain,
-     .meaning = "blue gain of the last one-push measurement"},
-    {RECORD_FIELD(focus_assist_level), .values = kAnyNumber,
-     .meaning = "level of the focus assist while iris is held"},
-    {RECORD_FIELD(icr_condition), .values = kAnyNumber,
-     .meaning = "2, with icr_enable 1: IR-cut at start; no effect"},
-    {RECORD_FIELD(icr_enable), .values = {.max = 255}, .meaning = "see icr_condition"},
-    {RECORD_FIELD(binning_mode), .values = kBinningMode,
-     .meaning = "who decides about pixel binning, from the start"},
-    {RECORD_FIELD(half_pixel_wb), .values = kOffOn,
-     .meaning = "start takes the white-balance adjustment file of binned pixels"},
-    {RECORD_FIELD(daynight_seconds), .values = {.max = INT_MAX / 1000, .unit = "s"},
-     .meaning = "condition time of the automatic day/night switch"},
-    {RECORD_FIELD(daynight_level), .values = {.max = 4095},
-     .meaning = "light level of the automatic day/night switch; 0 stands for 32, 1 for 33"},
+    {IN_SNAPSHOT(wb_mode), kWb, "white-balance mode, applied with colour"},
+    {IN_SNAPSHOT(expcomp_gate), kAnyNumber,
+     "exposure compensation is sent only while this is 0, 3, 4 or 5"},
+    {IN_SNAPSHOT(blcomp), kBacklight, "backlight compensation, applied at start"},
+    {IN_SNAPSHOT(gain_level), kLevel, "manual gain, applied with exposure"},
+    {IN_SNAPSHOT(shutter_speed), {.max = 14},
+     "fixed shutter; 0 to 4 slow, 5 to 14 normal; applied with exposure"},
+    {IN_SNAPSHOT(saturation), kLevel, "colour saturation, applied at start"},
+    {IN_SNAPSHOT(expcomp), kExpComp, "exposure compensation, applied at start"},
+    {IN_SNAPSHOT(color), kColor, "colour or monochrome picture, applied at start"},
+    {IN_SNAPSHOT(sharpness), kLevel, "sharpness, applied at start"},
+    {IN_SNAPSHOT(rgain), kWhiteBalanceGain, "red gain of white-balance mode manual"},
+    {IN_SNAPSHOT(bgain), kWhiteBalanceGain, "blue gain of white-balance mode manual"},
+    {IN_SNAPSHOT(auto_slow_shutter), kOffOn,
+     "automatic shutter may go slow; applied with exposure"},
+    {IN_SNAPSHOT(contrast), kLevel, "contrast, applied at start"},
+    {IN_SNAPSHOT(exposure_mode), kAnyNumber,
+     "0 flickerless; 3 with a fixed slow shutter ends the automatic gain; applied with exposure"},
+    {IN_SNAPSHOT(hold_iris_open), kOffOn, "iris hold as last requested"},
+    {IN_SNAPSHOT(auto_shutter), kOffOn,
+     "automatic shutter; off: shutter_speed decides; applied with exposure"},
+    {IN_SNAPSHOT(slow_shutter_min_speed), kSlowSpeed,
+     "limit of the slow shutter, applied with exposure"},
+    {IN_SNAPSHOT(agc_max_gain), kLevel, "limit of the automatic gain, applied with exposure"},
+    {IN_SNAPSHOT(gamma), kLevel, "gamma curve, applied at start"},
+    {IN_SNAPSHOT(onepush_rgain), kRegisterGain, "red gain of the last one-push measurement"},
+    {IN_SNAPSHOT(onepush_bgain), kRegisterGain, "blue gain of the last one-push measurement"},
+    {IN_RECORD(focus_assist_level), kAnyNumber, "level of the focus assist while iris is held"},
+    {IN_RECORD(icr_condition), kAnyNumber, "2, with icr_enable 1: IR-cut at start; no effect"},
+    {IN_RECORD(icr_enable), {.max = 255}, "see icr_condition"},
+    {IN_RECORD(binning_mode), kBinningMode, "who decides about pixel binning, from the start"},
+    {IN_RECORD(half_pixel_wb), kOffOn,
+     "start takes the white-balance adjustment file of binned pixels"},
+    {IN_RECORD(daynight_seconds), {.max = INT_MAX / 1000, .unit = "s"},
+     "condition time of the automatic day/night switch"},
+    {IN_RECORD(daynight_level), {.max = 4095},
+     "light level of the automatic day/night switch; 0 stands for 32, 1 for 33"},
 };
 // clang-format on
-static_assert(std::is_sorted(std::begin(kFields), std::end(kFields),
-                             [](const Field& a, const Field& b) { return a.offset < b.offset; }));
+static_assert(std::ranges::is_sorted(kFields, {}, &Field::offset));
 
 }  // namespace
 
 std::span<const Setting> settings() { return kSettings; }
 
 const Setting* find_setting(Kind kind, std::string_view name) {
-  const auto* row =
-      std::find_if(std::begin(kSettings), std::end(kSettings), [&](const Setting& setting) {
-        return setting.kind == kind && same_name(setting.name, name);
-      });
+  const auto* row = std::ranges::find_if(kSettings, [&](const Setting& setting) {
+    return setting.kind == kind && same_name(setting.name, name);
+  });
   return row == std::end(kSettings) ? nullptr : row;
 }
 
@@ -276,8 +245,8 @@ const Field* find_field(std::string_view name) {
   for (const Setting& setting : kSettings) {
     if (!setting.field.empty() && same_name(setting.name, name)) name = setting.field;
   }
-  const auto* row = std::find_if(std::begin(kFields), std::end(kFields),
-                                 [&](const Field& field) { return same_name(field.name, name); });
+  const auto* row = std::ranges::find_if(
+      kFields, [&](const Field& field) { return same_name(field.name, name); });
   return row == std::end(kFields) ? nullptr : row;
 }
 

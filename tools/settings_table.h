@@ -35,7 +35,7 @@ enum class Effect {
 struct Setting {
   std::string_view name = {};  // of its code
   camera::e_request_code code;
-  Kind kind;
+  Kind kind = Kind::kSetting;
   Values values = {};  // of a stored setting: those of its field
   std::string_view meaning;
   std::string_view depends = {};  // when it has an effect, or what else it needs; empty: nothing

@@ -2,9 +2,8 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <utility>
+#include <sstream>
 
-#include "tools/cli.h"
 #include "tools/commands.h"
 
 namespace ipcam::tools {
@@ -16,15 +15,8 @@ constexpr std::streamsize kMaxLine = 4096;
 // Words apart by blanks; '#' begins a comment.
 Words split(const std::string& line) {
   Words words;
-  std::string word;
-  for (const char c : line + ' ') {
-    if (c == '#' && word.empty()) break;
-    if (c != ' ' && c != '\t' && c != '\r') {
-      word += c;
-    } else if (!word.empty()) {
-      words.push_back(std::exchange(word, {}));
-    }
-  }
+  std::istringstream stream(line);
+  for (std::string word; stream >> word && word[0] != '#';) words.push_back(word);
   return words;
 }
 
@@ -33,7 +25,7 @@ Words split(const std::string& line) {
 int run_shell(Context& context) {
   context.out.detail(
       "starting a control thread for this shell; it applies the stored settings first");
-  CameraSession session(context.out, "shell");
+  const auto session = std::make_shared<CameraSession>(context.out, "shell");
   const bool is_terminal = isatty(STDIN_FILENO) == 1;
   const char* const prompt = is_terminal ? "camctl> " : "";
   int first_failure = kDone;
@@ -49,7 +41,7 @@ int run_shell(Context& context) {
     if (words.empty()) continue;
     if (words[0] == "exit" || words[0] == "quit") break;
     if (words[0] == "help") words[0] = "--help";
-    Context inner{context.out, &session, is_terminal ? "" : place};
+    Context inner{context.out, session, is_terminal ? "" : place};
     const int code = run_command_line(inner, words);
     if (first_failure == kDone) first_failure = code;
   }

@@ -18,13 +18,9 @@ using registers::same_name;
 enum class Form { kRequest, kStored };
 
 struct Word {
-  constexpr Word(std::string_view text, int both) : word(text), request(both), stored(both) {}
-  constexpr Word(std::string_view text, int in_request, int in_record)
-      : word(text), request(in_request), stored(in_record) {}
-
   std::string_view word;
   int request;
-  int stored;
+  int stored = request;
 };
 
 constexpr int number_of(const Word& word, Form form) {
