@@ -17,7 +17,7 @@ namespace ipcam::recorder {
 namespace {
 
 // To look whether the stored record has changed may take this part of the time.
-constexpr std::int64_t kLookPart = 20;
+constexpr std::int64_t kLookPart = 50;
 // The library reads them at a start-up only.
 constexpr std::int64_t kAdjustmentFilesPause_us = 100'000;
 constexpr std::array<std::string_view, 3> kAdjustmentFiles = {
