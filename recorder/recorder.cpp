@@ -68,7 +68,7 @@ Contents read_file(std::string_view path) {
   return size < 0 ? std::nullopt : Contents({bytes.begin(), bytes.begin() + size});
 }
 
-void put_entry(Line& line, wire::Access access, const wire::CommandEntry& entry,
+void put_entry(Lines& line, wire::Access access, const wire::CommandEntry& entry,
                const wire::ReplyEntry* reply) {
   constexpr std::string_view kAccesses[] = {"read", "write", "block", "other"};
   line.open("", '{');
@@ -99,7 +99,7 @@ Recorder::Recorder(const std::string& path, int limit)
 void Recorder::end() {
   while (!exchanges_.empty()) tell_exchange(exchanges_.front().thread, nullptr);
   tell_changes();
-  line_.begin("end", now_us());
+  lines_.begin("end", now_us());
   write();
 }
 
@@ -136,17 +136,17 @@ void Recorder::leave(Asked& asked) {
 // The queue gives requests out in the order in which they went in, so they get their numbers here.
 void Recorder::tell_request(Asked& asked) {
   asked.number = ++last_number_;
-  line_.begin("request", asked.queued_us);
-  line_.member("number", asked.number);
-  line_.member("thread", asked.thread);
+  lines_.begin("request", asked.queued_us);
+  lines_.member("number", asked.number);
+  lines_.member("thread", asked.thread);
   if (asked.setting != nullptr) {
-    line_.member("code", asked.setting->code);
-    line_.member("name", registers::request_name(asked.setting->code));
-    line_.member("value", asked.setting->value);
+    lines_.member("code", asked.setting->code);
+    lines_.member("name", registers::request_name(asked.setting->code));
+    lines_.member("value", asked.setting->value);
   } else {
     const auto& text = asked.raw->cmd;
-    line_.member("raw", AnyText{{text, strnlen(text, sizeof text)}});
-    line_.member("raw_len", asked.raw->cmd_len);
+    lines_.member("raw", AnyText{{text, strnlen(text, sizeof text)}});
+    lines_.member("raw_len", asked.raw->cmd_len);
   }
   write();
 }
@@ -158,19 +158,19 @@ void Recorder::answer(Asked& asked) {
     tell_exchange(control_thread_, nullptr);
   }
   if (asked.number == 0) tell_request(asked);
-  line_.begin("answer", now_us());
-  line_.member("number", asked.number);
+  lines_.begin("answer", now_us());
+  lines_.member("number", asked.number);
   if (const auto* setting = asked.setting) {
-    line_.member("result", setting->result);
+    lines_.member("result", setting->result);
     const bool is_query = setting->code == camera::REQUEST_GET_ICR ||
                           setting->code == camera::REQUEST_HOLD_AUTO_IRIS_OPEN_INQ;
-    if (is_query && setting->result == 0) line_.member("value", setting->inq_value);
+    if (is_query && setting->result == 0) lines_.member("value", setting->inq_value);
   } else {
     const auto& reply = asked.raw->reply;
     const auto size = std::clamp<std::int32_t>(asked.raw->reply_len, 0, sizeof reply);
-    line_.member("result", asked.raw->result);
-    line_.member("reply", Bytes(reinterpret_cast<const std::uint8_t*>(reply),
-                                static_cast<std::size_t>(size)));
+    lines_.member("result", asked.raw->result);
+    lines_.member("reply", Bytes(reinterpret_cast<const std::uint8_t*>(reply),
+                                 static_cast<std::size_t>(size)));
   }
   write();
 }
@@ -181,6 +181,7 @@ void Recorder::exchange(int direction, const wire::Packet& packet) {
   const int thread = this_thread();
   tell_exchange(thread, direction == 0 ? nullptr : &packet);
   if (direction != 0) return;
+  write_lines();  // before what may take long
   const bool is_served = served_ != nullptr && thread == control_thread_;
   exchanges_.push_back({thread, is_served ? served_->number : 0, now_us(), packet});
 }
@@ -193,24 +194,26 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
   exchanges_.erase(found);
   const wire::Command command = wire::decode_command(exchange.command);
   std::vector<wire::ReplyEntry> replies;
-  line_.begin("exchange", exchange.begin_us);
-  line_.member("thread", thread);
-  if (exchange.request != 0) line_.member("request", exchange.request);
-  line_.member("command", wire::used_bytes(exchange.command));
+  lines_.begin("exchange", exchange.begin_us);
+  lines_.member("thread", thread);
+  if (exchange.request != 0) lines_.member("request", exchange.request);
+  lines_.member("command", wire::used_bytes(exchange.command));
   if (reply != nullptr) {
     replies = wire::decode_reply(*reply);
-    line_.member("reply", wire::used_bytes(*reply));
-    line_.member("reply_count", reply->count);
+    lines_.member("reply", wire::used_bytes(*reply));
+    lines_.member("reply_count", reply->count);
   } else {
-    line_.member("reply", Contents());
+    lines_.member("reply", Contents());
   }
-  line_.open("entries", '[');
+  lines_.open("entries", '[');
   for (std::size_t i = 0; i < command.entries.size(); ++i)
-    put_entry(line_, command.access, command.entries[i],
+    put_entry(lines_, command.access, command.entries[i],
               i < replies.size() ? &replies[i] : nullptr);
-  line_.close(']');
-  line_.member("took", now_us() - exchange.begin_us);
-  write();
+  lines_.close(']');
+  lines_.member("took", now_us() - exchange.begin_us);
+  lines_.end();
+  // While a request is served, the next exchange or the answer follows at once.
+  if (exchange.request == 0) write_lines();
 }
 
 // --- Stored record and adjustment files ---
@@ -227,9 +230,9 @@ void Recorder::tell_changes() {
   for (std::size_t i = 0; i < files_.size(); ++i) {
     Contents now = read_file(kAdjustmentFiles[i]);
     if (now == files_[i]) continue;
-    line_.begin("file", now_us());
-    line_.member("path", kAdjustmentFiles[i]);
-    line_.member("bytes", now);
+    lines_.begin("file", now_us());
+    lines_.member("path", kAdjustmentFiles[i]);
+    lines_.member("bytes", now);
     if (write()) files_[i] = std::move(now);
   }
 }
@@ -243,10 +246,10 @@ void Recorder::tell_stored(const Contents& stored) {
     while ((*stored)[begin] == (*stored_)[begin]) ++begin;
     while ((*stored)[end - 1] == (*stored_)[end - 1]) --end;
   }
-  line_.begin("stored", now_us());
-  line_.member("offset", static_cast<std::int64_t>(begin));
-  line_.member("bytes",
-               stored ? std::optional(Bytes(*stored).subspan(begin, end - begin)) : std::nullopt);
+  lines_.begin("stored", now_us());
+  lines_.member("offset", static_cast<std::int64_t>(begin));
+  lines_.member("bytes",
+                stored ? std::optional(Bytes(*stored).subspan(begin, end - begin)) : std::nullopt);
   if (write()) stored_ = stored;
 }
 
@@ -258,13 +261,21 @@ std::int64_t Recorder::now_us() const {
   return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000 - begin_us_;
 }
 
-// Writes the line that has been put together. What cannot be written is counted.
+// Writes the line that has been put together, behind what was left for it to be written with.
 bool Recorder::write() {
-  const std::string_view line = line_.end();
-  const bool is_full = !file_.is_empty() && !file_.has_room(line.size());
+  lines_.end();
+  return write_lines();
+}
+
+// What cannot be written is counted.
+bool Recorder::write_lines() {
+  const std::string_view text = lines_.text();
+  if (text.empty()) return true;
+  const bool is_full = !file_.is_empty() && !file_.has_room(text.size());
   if (is_full || !file_.is_open()) file_.begin_anew();
-  const bool is_written = write_start() && write_lost() && file_.append(line);
-  if (!is_written) ++lost_;
+  const bool is_written = write_start() && write_lost() && file_.append(text);
+  if (!is_written) lost_ += lines_.count();
+  lines_.clear();
   return is_written;
 }
 
@@ -272,7 +283,8 @@ bool Recorder::write_start() {
   if (!file_.is_empty()) return true;
   std::error_code error;
   const auto program = std::filesystem::read_symlink("/proc/self/exe", error).filename();
-  Line& line = line_in_front_;
+  Lines& line = line_in_front_;
+  line.clear();
   line.begin("start", now_us());
   line.member("format", 1);
   line.member("version", std::string_view(CAMERA_CTRL_VERSION));
@@ -284,14 +296,17 @@ bool Recorder::write_start() {
   line.open("files", '{');
   for (std::size_t i = 0; i < files_.size(); ++i) line.member(kAdjustmentFiles[i], files_[i]);
   line.close('}');
-  return file_.append(line.end());
+  line.end();
+  return file_.append(line.text());
 }
 
 bool Recorder::write_lost() {
   if (lost_ == 0) return true;
+  line_in_front_.clear();
   line_in_front_.begin("lost", now_us());
   line_in_front_.member("lines", lost_);
-  if (!file_.append(line_in_front_.end())) return false;
+  line_in_front_.end();
+  if (!file_.append(line_in_front_.text())) return false;
   lost_ = 0;
   return true;
 }

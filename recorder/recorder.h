@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "ipcam/camera/camera_request.h"
-#include "recorder/line.h"
+#include "recorder/lines.h"
 #include "recorder/recording_file.h"
 #include "wire/packet_entries.h"
 
@@ -68,14 +68,15 @@ class Recorder {
   void tell_changes();
   void tell_stored(const Contents& stored);
   bool write();
+  bool write_lines();
   bool write_start();
   bool write_lost();
 
   RecordingFile file_;
   std::int64_t begin_us_ = 0;
   std::int64_t lost_ = 0;
-  Line line_;
-  Line line_in_front_;  // of the one that is being put together
+  Lines lines_;
+  Lines line_in_front_;  // of those
 
   Contents stored_;
   std::array<Contents, 3> files_;

@@ -1,4 +1,4 @@
-// One line of a recording: a JSON object, put together in a buffer of its own.
+// Lines of a recording: JSON objects, put together in a buffer of their own.
 #pragma once
 
 #include <charconv>
@@ -20,19 +20,26 @@ struct AnyText {
   std::string_view bytes;
 };
 
-class Line {
+class Lines {
  public:
-  // A new line in the place of the one before.
+  // A new line behind the whole ones.
   void begin(std::string_view event, std::int64_t time_us) {
-    end_ = text_;
+    end_ = end_of_whole_;
     *room(1) = '{';
     member("event", event);
     member("t", time_us);
   }
-  // The line as a whole.
-  std::string_view end() {
+  void end() {
     copy("}\n");
-    return {text_, end_};
+    end_of_whole_ = end_;
+    ++count_;
+  }
+  // The whole lines.
+  std::string_view text() const { return {text_, end_of_whole_}; }
+  int count() const { return count_; }
+  void clear() {
+    end_of_whole_ = text_;
+    count_ = 0;
   }
 
   // The name of an element of a list is empty.
@@ -49,8 +56,8 @@ class Line {
   void close(char bracket) { *room(1) = bracket; }
 
  private:
-  // No line comes near it: 64 entries are the most that a packet holds, of 80 characters then.
-  static constexpr std::ptrdiff_t kMostBytes = 8192;
+  // Two lines do not come near it: a packet holds 64 entries at most, of 80 characters then.
+  static constexpr std::ptrdiff_t kMostBytes = 16384;
 
   char* room(std::size_t size) {
     if (static_cast<std::ptrdiff_t>(size) > text_ + kMostBytes - end_) throw std::bad_alloc();
@@ -102,7 +109,9 @@ class Line {
   }
 
   char text_[kMostBytes];
+  char* end_of_whole_ = text_;
   char* end_ = text_;
+  int count_ = 0;
 };
 
 }  // namespace ipcam::recorder
