@@ -4,10 +4,10 @@ heading "A session with a fault is recorded, shown and replayed"
 start_camera --fault reply_255:38
 on_camera_briefly bash -c "camctl record -o $work/fault.jsonl -- server || true"
 stop_camera
-show "the server sees something wrong" "IR-cut filter -> 60: NOT AS EXPECTED" 1
+show "the server sees something wrong" 'registers "r,10,9" -> 128: NOT AS EXPECTED' 1
 on_workbench() { "$@" 2>&1 | grep -v '^dspset' >"$work/out" || true; tee -a "$work/seen" <"$work/out" | record; }
 on_workbench camctl recording show "$work/fault.jsonl"
-show "the exchange that failed" "1 of 1 exchanges failed"
+show "the exchange that failed" "1 of 2 exchanges failed"
 on_workbench camctl replay "$work/fault.jsonl"
 show "the same fault on the workbench" "the same: "
 
