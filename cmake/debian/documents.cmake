@@ -10,8 +10,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   configure_file(${CPACK_CAMERA_CTRL_DOCUMENTS}/copyright.in ${documents}/copyright @ONLY)
   execute_process(
     COMMAND awk -v package=${CPACK_PACKAGE_NAME} -v version=${CPACK_PACKAGE_VERSION} -v contact=${CPACK_PACKAGE_CONTACT}
-      -v date=${date}
-      -f ${CPACK_CAMERA_CTRL_DOCUMENTS}/changelog.awk ${CPACK_CAMERA_CTRL_CHANGES}
+      -v date=${date} -f ${CPACK_CAMERA_CTRL_DOCUMENTS}/changelog.awk ${CPACK_CAMERA_CTRL_CHANGES}
     OUTPUT_FILE ${documents}/changelog COMMAND_ERROR_IS_FATAL ANY)
   file(GLOB pages ${tree}/man/man*/*)
   execute_process(COMMAND gzip -9n ${documents}/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)
