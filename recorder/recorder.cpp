@@ -16,8 +16,10 @@ namespace ipcam::recorder {
 
 namespace {
 
-// To look whether the stored record has changed may take this part of the time.
-constexpr std::int64_t kLookPart = 50;
+// To look whether the stored record has changed may take this part of the time up to then: where
+// requests come one by one, each of them has its look.
+constexpr std::int64_t kLookPart = 200;
+constexpr std::int64_t kFirstLooks_us = 2'000;
 // The library reads them at a start-up only.
 constexpr std::int64_t kAdjustmentFilesPause_us = 100'000;
 constexpr std::array<std::string_view, 3> kAdjustmentFiles = {
@@ -116,7 +118,7 @@ void Recorder::take(const void* record) {
   if (asked == under_way_.end()) return;
   control_thread_ = this_thread();
   served_ = *asked;
-  if (now_us() - looked_us_ >= kLookPart * look_took_us_) tell_changes();
+  if (looks_ * look_took_us_ <= kFirstLooks_us + now_us() / kLookPart) tell_changes();
   tell_request(**asked);
 }
 
@@ -221,12 +223,12 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
 void Recorder::tell_changes() {
   const std::int64_t begin_us = now_us();
   tell_stored(read_stored());
-  looked_us_ = now_us();
-  const std::int64_t took_us = looked_us_ - begin_us;
+  const std::int64_t looked_us = now_us();
   // The least, since other programs may have had the CPU meanwhile.
-  look_took_us_ = look_took_us_ == 0 ? took_us : std::min(look_took_us_, took_us);
-  if (looked_us_ - looked_at_files_us_ < kAdjustmentFilesPause_us) return;
-  looked_at_files_us_ = looked_us_;
+  look_took_us_ = std::min(look_took_us_, looked_us - begin_us);
+  ++looks_;
+  if (looked_us - looked_at_files_us_ < kAdjustmentFilesPause_us) return;
+  looked_at_files_us_ = looked_us;
   for (std::size_t i = 0; i < files_.size(); ++i) {
     Contents now = read_file(kAdjustmentFiles[i]);
     if (now == files_[i]) continue;

@@ -2,6 +2,7 @@
 #include "wire/packet_entries.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace ipcam::wire {
 namespace {
@@ -45,7 +46,8 @@ Command decode_command(const Packet& packet) {
     entries.push_back(command_entry(rest.first(rest[0])));
     rest = rest.subspan(rest[0]);
   }
-  return {rest.empty() ? access_of(entries) : Access::other, entries};
+  const Access access = rest.empty() ? access_of(entries) : Access::other;
+  return {access, std::move(entries)};
 }
 
 std::vector<ReplyEntry> decode_reply(const Packet& packet) {
