@@ -135,6 +135,28 @@ TEST_F(RequestPath, CancelsACallerAtItsReturn) {
 }
 #endif
 
+// Whose wait for the answer has ended early: it may still use what a shutdown releases.
+TEST_F(RequestPath, StopsOnlyWhenTheLastCallerHasLeft) {
+  start_control_thread();
+  clock->hold("sleep(1)");
+  clock->hold("usleep(1000)");
+  test::fail_next("WitEnd_wait_put", 0, 0, test::kThrows);
+  std::thread caller([&] { EXPECT_EQ(request(80), 0); });
+  EXPECT_TRUE(clock->wait_until_held("sleep(1)"));
+  EXPECT_TRUE(clock->wait_until_held("usleep(1000)"));
+  clock->release("sleep(1)");
+  std::atomic<bool> has_stopped{false};
+  std::thread stopper([&] {
+    stop_control_thread();
+    has_stopped = true;
+  });
+  test::real_pause_ms(30);
+  EXPECT_FALSE(has_stopped);
+  clock->release_all();
+  stopper.join();
+  caller.join();
+}
+
 TEST_F(RequestPath, RefusesOnTheControlThreadWhatWouldWaitForIt) {
   start_control_thread();
   g_on_control_thread = [] {
