@@ -84,9 +84,10 @@ bool wait_for_message(Queue& queue, const unsigned int* timeout_ms) {
 
 }  // namespace
 
-int ThdIf_new(void*, unsigned int, int (*)(int, void*), int (*)(int, void*), s_thdIf_ctl* ctl) {
+int ThdIf_new(void*, unsigned int size, int (*)(int, void*), int (*)(int, void*),
+              s_thdIf_ctl* ctl) {
   platform::note("ThdIf_new");
-  if (ctl == nullptr) return -1;
+  if (size != 0 || ctl == nullptr) return -1;
   release(ctl);
   auto* queue = new (std::nothrow) Queue;
   if (queue == nullptr) return -1;

@@ -12,8 +12,8 @@ struct s_thdIf_ctl {
 // ThdIf_delete are for one thread while no other is inside any operation of the queue.
 
 // Creates a queue of at most 1024 waiting messages; a queue that `ctl` still holds is released
-// first. `storage` is one word that the queue may use, `size` its extra size (0); the two callbacks
-// are not used by this library (null). Returns 0, or -1 on failure.
+// first. `storage` is one word that the queue may use, `size` its extra size; the two callbacks are
+// not used by this library (null). Returns 0, or -1 on failure, which any size but 0 is here.
 int ThdIf_new(void* storage, unsigned int size, int (*on_send)(int, void*),
               int (*on_receive)(int, void*), s_thdIf_ctl* ctl);
 // Appends a message; never waits. Returns 0, or -1 when the queue does not exist or is full.
