@@ -80,7 +80,7 @@ class Recorder {
 
   Contents stored_;
   std::array<Contents, 3> files_;
-  std::int64_t looks_ = 0;  // at the stored record
+  std::int64_t looks_ = 0;                 // at the stored record
   std::int64_t look_took_us_ = INT64_MAX;  // one of them
   std::int64_t looked_at_files_us_ = 0;
 
