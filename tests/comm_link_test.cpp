@@ -87,6 +87,8 @@ TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
        "dspset: [ERROR] reply too long (129, maximum length: 128)!\n"},
       {[&] { return fail_next("lock", EIDRM), dsp.send_to_comm(&read); },
        "dspset: [ERROR] semop failed!\n"},
+      {[&] { return dsp.send_to_comm(&read) + dsp.get_from_comm(nullptr); },
+       "dspset: [ERROR] argument error!\n"},
       {[&] { return dsp.send_sigusr2(0); }, "dspset: [ERROR] send user signal1 to pid 0 failed!\n"},
       {[&] { return dsp.send_sigusr2(-getpid()); },
        "dspset: [ERROR] send user signal1 to pid " + std::to_string(-getpid()) + " failed!\n"},
