@@ -98,6 +98,10 @@ TEST_F(CommLink, ChecksTheRecordAndTheArguments) {
     EXPECT_EQ(output.err, c.err);
   }
   EXPECT_EQ(address, 0) << "nothing is attached";
+  param_info row = {.category = 10, .byte = 9, .mask = 1, .data = 2};
+  dsp.clear_param_info(&row);
+  dsp.clear_param_info(nullptr);
+  EXPECT_EQ(row.category + row.byte + row.mask + row.data, 0);
   EXPECT_EQ(dsp.check_ipc(&record, 0), 0);
   record.req_pid = 9;
   EXPECT_EQ(dsp.check_ipc(&record, 0), -1);
