@@ -73,6 +73,8 @@ TEST_F(RequestPath, ServesOnlyBetweenStartAndShutdownHoweverOftenItIsStarted) {
     const std::unique_ptr<CameraInterface> second(create_camera_IF(nullptr, nullptr));
     EXPECT_EQ(second->Saturation(3), 0);
     delete_camera_IF(create_camera_IF(&port, nullptr));
+    EXPECT_EQ(calls_of("ObjectDetectionIF::~ObjectDetectionIF()"), 2);
+    EXPECT_EQ(calls_of("PostProcessInterface::~PostProcessInterface()"), 2);
     expect_refused();
     delete_camera_IF(nullptr);  // a second shutdown touches nothing
     expect_refused();
