@@ -37,6 +37,7 @@ class Lines {
   // The whole lines.
   std::string_view text() const { return {text_, end_of_whole_}; }
   int count() const { return count_; }
+  bool is_half_full() const { return end_of_whole_ - text_ > kMostBytes / 2; }
   void clear() {
     end_of_whole_ = text_;
     count_ = 0;
@@ -56,7 +57,7 @@ class Lines {
   void close(char bracket) { *room(1) = bracket; }
 
  private:
-  // Two lines do not come near it: a packet holds 64 entries at most, of 80 characters then.
+  // Half of it is room for a line: a packet holds 64 entries at most, of 80 characters then.
   static constexpr std::ptrdiff_t kMostBytes = 16384;
 
   char* room(std::size_t size) {

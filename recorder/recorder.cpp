@@ -22,6 +22,9 @@ constexpr std::int64_t kLookPart = 200;
 constexpr std::int64_t kFirstLooks_us = 2'000;
 // The library reads them at a start-up only.
 constexpr std::int64_t kAdjustmentFilesPause_us = 100'000;
+// A write costs more than an exchange's line, so a few that follow one another are written
+// together.
+constexpr std::int64_t kKeptBack_us = 1'000;
 constexpr std::array<std::string_view, 3> kAdjustmentFiles = {
     camera::kCameraFile, camera::kAllPixelWbFile, camera::kHalfPixelWbFile};
 
@@ -183,9 +186,10 @@ void Recorder::exchange(int direction, const wire::Packet& packet) {
   const int thread = this_thread();
   tell_exchange(thread, direction == 0 ? nullptr : &packet);
   if (direction != 0) return;
-  write_lines();  // before what may take long
+  const std::int64_t begin_us = now_us();
+  if (begin_us - written_us_ > kKeptBack_us || lines_.is_half_full()) write_lines();
   const bool is_served = served_ != nullptr && thread == control_thread_;
-  exchanges_.push_back({thread, is_served ? served_->number : 0, now_us(), packet});
+  exchanges_.push_back({thread, is_served ? served_->number : 0, begin_us, packet});
 }
 
 // Ends what is under way on this thread, if there is anything.
@@ -214,7 +218,7 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
   lines_.close(']');
   lines_.member("took", now_us() - exchange.begin_us);
   lines_.end();
-  // While a request is served, the next exchange or the answer follows at once.
+  // While a request is served, other exchanges or the answer follow.
   if (exchange.request == 0) write_lines();
 }
 
@@ -278,6 +282,7 @@ bool Recorder::write_lines() {
   const bool is_written = write_start() && write_lost() && file_.append(text);
   if (!is_written) lost_ += lines_.count();
   lines_.clear();
+  written_us_ = now_us();
   return is_written;
 }
 

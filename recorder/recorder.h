@@ -77,6 +77,7 @@ class Recorder {
   std::int64_t lost_ = 0;
   Lines lines_;
   Lines line_in_front_;  // of those
+  std::int64_t written_us_ = 0;
 
   Contents stored_;
   std::array<Contents, 3> files_;
