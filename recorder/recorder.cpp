@@ -16,11 +16,11 @@ namespace ipcam::recorder {
 
 namespace {
 
-// To look whether the stored record has changed may take this part of the time up to then: where
-// requests come one by one, each of them has its look.
+// To look whether the stored record has changed may take this part of the time up to then, and a
+// little in advance: where requests come one by one, each of them has its look.
 constexpr std::int64_t kLookPart = 200;
 constexpr std::int64_t kFirstLooks_us = 2'000;
-// The library reads them at a start-up only.
+// The library reads them at a start-up and when the binning changes only.
 constexpr std::int64_t kAdjustmentFilesPause_us = 100'000;
 // A write costs more than an exchange's line, so a few that follow one another are written
 // together.

@@ -365,6 +365,12 @@ class PictureTest(unittest.TestCase):
                          [(255, 255, 255), (255, 255, 0), (0, 255, 255), (0, 255, 0), (255, 0, 255), (255, 0, 0),
                           (0, 0, 255), (0, 0, 0)])
 
+    def test_hue_turns_colours_and_leaves_greys(self):
+        neutral, turned, back = shown(), shown('hue=0x40'), shown('hue=0xc0')
+        self.assertGreater(in_chart(turned, 'blue')[0], in_chart(neutral, 'blue')[0] + 20)
+        self.assertLess(in_chart(back, 'blue')[0], in_chart(neutral, 'blue')[0])
+        self.assertLess(max(in_chart(turned, 'grey')) - min(in_chart(turned, 'grey')), 3)
+
     def test_white_balance_gains(self):
         red, blue = (0x42, 0x0e), (0xed, 0x07)
 

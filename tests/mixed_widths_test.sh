@@ -38,4 +38,6 @@ expect "a request" "$(call set saturation=4 | tail -n 1 | tr -s ' ')" " 10/0x09 
 expect "exchanges of the request" "$(grep -c '^w 10/0x09=0xa0 -> 02 01' trace)" 1
 echo "$(wc -l <trace) exchanges between 32 and 64 bits"
 expect "word size of the recording" "$(grep -o '"word_bits":[0-9]*' recording)" '"word_bits":32'
-expect "the replay" "$("$programs/camctl" replay recording | tr -d '0-9')" "the same:  exchanges"
+expect "the request in it" "$(grep -c '"event":"request".*"name":"saturation","value":4' recording)" 1
+replayed=$("$programs/camctl" replay recording) || { echo "$replayed"; exit 1; }
+expect "the replay" "$(grep -cE '^the same: [1-9][0-9]* exchanges$' <<<"$replayed")" 1

@@ -137,7 +137,8 @@ TEST_F(RequestPath, CancelsACallerAtItsReturn) {
 }
 #endif
 
-// Whose wait for the answer has ended early: it may still use what a shutdown releases.
+// A caller whose wait for the answer has ended early is still inside, and uses what a shutdown
+// releases.
 TEST_F(RequestPath, StopsOnlyWhenTheLastCallerHasLeft) {
   start_control_thread();
   clock->hold("sleep(1)");

@@ -47,8 +47,8 @@ class Unfailing {
   bool before_;
 };
 
-// semtimedop(), but what a stopped camera holds does not come back: on a faked
-// clock the limit has passed at once.
+// semtimedop(), but what a stopped camera holds comes back soon, as when it is dying, or never: on
+// a faked clock the limit has passed after two seconds.
 int wait_for_semaphore(int id, sembuf* operations, std::size_t count, const timespec* limit);
 
 // A delay of the calling thread, when schedules vary.
