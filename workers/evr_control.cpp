@@ -30,8 +30,7 @@ int EVRControl::start_thread() {
       break;
     }
     result = getShutterSpeedFromARM7();
-    // A stop during the reads must still keep the register from being written.
-    if (result == 0 && may_go_on()) {
+    if (result == 0) {
       result = setEVRDATA4ToARM7(shutter_value_ > 1 ? kLongShutterEvrData4 : evrdata4_);
     }
     usleep(kInterval_us);

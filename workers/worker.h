@@ -22,9 +22,9 @@ namespace ipcam::camera {
 // - A run that has been waited for in vain is given up. If it comes after all, it ends at once.
 //
 // The control thread starts and stops runs; start_thread() and what it calls run on the
-// worker's thread. A worker that has been stopped writes nothing more once its run has ended:
-// it looks at the stop before every write of a register or the record, and only a write that is
-// under way at the stop still completes.
+// worker's thread. A worker that has been stopped writes nothing more once its run has ended.
+// What the run itself still writes is each worker's own: OnepushWB looks at the stop before
+// every write, EVRControl finishes the pass that it is in.
 //
 // A worker ends by stop_thread(), wait_until_idle(), dispose().
 class Worker : public ipcam::Thread {
