@@ -126,6 +126,13 @@ using ipcam::recorder::Recorder;
 
 namespace ipcam::camera {
 
+INTERPOSED int new_camera_ctrl(comm::s_port_inf* port) {
+  static const auto next = next_definition<decltype(&new_camera_ctrl)>(
+      "_ZN5ipcam6camera15new_camera_ctrlEPNS_4comm10s_port_infE");
+  record([](Recorder& recorder) { recorder.start_up(); });
+  return next(port);
+}
+
 INTERPOSED int cam_cgi_command(s_cam_cgi_cmd* cmd) {
   static const auto next = next_definition<decltype(&cam_cgi_command)>(
       "_ZN5ipcam6camera15cam_cgi_commandEPNS0_13s_cam_cgi_cmdE");

@@ -121,7 +121,15 @@ void Recorder::take(const void* record) {
   if (asked == under_way_.end()) return;
   control_thread_ = this_thread();
   served_ = *asked;
-  if (looks_ * look_took_us_ <= kFirstLooks_us + now_us() / kLookPart) tell_changes();
+  const std::int64_t begin_us = now_us();
+  if (looks_ * look_took_us_ <= kFirstLooks_us + begin_us / kLookPart) {
+    tell_stored();
+    const std::int64_t looked_us = now_us();
+    // The least, since other programs may have had the CPU meanwhile.
+    look_took_us_ = std::min(look_took_us_, looked_us - begin_us);
+    ++looks_;
+    if (looked_us - looked_at_files_us_ >= kAdjustmentFilesPause_us) tell_files();
+  }
   tell_request(**asked);
 }
 
@@ -225,14 +233,12 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
 // --- Stored record and adjustment files ---
 
 void Recorder::tell_changes() {
-  const std::int64_t begin_us = now_us();
-  tell_stored(read_stored());
-  const std::int64_t looked_us = now_us();
-  // The least, since other programs may have had the CPU meanwhile.
-  look_took_us_ = std::min(look_took_us_, looked_us - begin_us);
-  ++looks_;
-  if (looked_us - looked_at_files_us_ < kAdjustmentFilesPause_us) return;
-  looked_at_files_us_ = looked_us;
+  tell_stored();
+  tell_files();
+}
+
+void Recorder::tell_files() {
+  looked_at_files_us_ = now_us();
   for (std::size_t i = 0; i < files_.size(); ++i) {
     Contents now = read_file(kAdjustmentFiles[i]);
     if (now == files_[i]) continue;
@@ -243,7 +249,8 @@ void Recorder::tell_changes() {
   }
 }
 
-void Recorder::tell_stored(const Contents& stored) {
+void Recorder::tell_stored() {
+  Contents stored = read_stored();
   if (stored == stored_) return;
   // All of it, if the last that was told is not there to compare with.
   std::size_t begin = 0;
@@ -256,7 +263,7 @@ void Recorder::tell_stored(const Contents& stored) {
   lines_.member("offset", static_cast<std::int64_t>(begin));
   lines_.member("bytes",
                 stored ? std::optional(Bytes(*stored).subspan(begin, end - begin)) : std::nullopt);
-  if (write()) stored_ = stored;
+  if (write()) stored_ = std::move(stored);
 }
 
 // --- Lines ---

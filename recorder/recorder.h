@@ -38,6 +38,9 @@ class Recorder {
   // The last lines.
   void end();
 
+  // The library is about to start its control thread, which reads the stored record.
+  void start_up() { tell_changes(); }
+
   // A line has come to nothing for want of memory.
   void lose() { ++lost_; }
 
@@ -66,7 +69,8 @@ class Recorder {
   void answer(Asked& asked);
   void tell_exchange(int thread, const wire::Packet* reply);
   void tell_changes();
-  void tell_stored(const Contents& stored);
+  void tell_stored();
+  void tell_files();
   bool write();
   bool write_lines();
   bool write_start();

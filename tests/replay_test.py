@@ -10,7 +10,7 @@ import sys
 import time
 import unittest.mock
 
-from camera_sandbox import BUILD, CAMSIM, SOURCE, Camera, camctl, enter_sandbox, store
+from camera_sandbox import BUILD, CAMCTL, CAMSIM, SOURCE, Camera, camctl, enter_sandbox, store
 
 SESSION = SOURCE / 'tests/data/session.rec'
 SETTINGS = 'color = color\nwb_mode = onepush\nsaturation = 3\nexpcomp = 9\nauto_shutter = on\nexposure_mode = 3\n' \
@@ -24,25 +24,33 @@ FAULTS = """no_reply late_reply late_doorbell reply_255 foreign_pid wrong_status
 
 
 def serve(script):
-    """The server program: CODE=VALUE is a request, other words are raw register commands, ~S sleeps, b: another thread."""
+    """The server program: CODE=VALUE is a request, NAME=VALUE changes the stored settings, other words are raw register
+    commands, ~S sleeps, b: is another thread, ^ stops the library and starts it again."""
     ctypes.CDLL(str(BUILD / 'lib/libcamera_ctrl.so'), ctypes.RTLD_GLOBAL)
     library = ctypes.CDLL(None)  # so that what is preloaded comes first
     threads = {letter: concurrent.futures.ThreadPoolExecutor(1) for letter in 'ab'}
-    library._ZN5ipcam6camera15new_camera_ctrlEPNS_4comm10s_port_infE((ctypes.c_int32 * 4)())
+    start = library._ZN5ipcam6camera15new_camera_ctrlEPNS_4comm10s_port_infE
+    stop = library._ZN5ipcam6camera16delete_camera_IFEPNS0_15CameraInterfaceE
+    start((ctypes.c_int32 * 4)())
     for word in script.split():
         thread, word = threads['b' if word.startswith('b:') else 'a'], word.removeprefix('b:')
         if word.startswith('~'):
             time.sleep(float(word[1:]))
+        elif word == '^':
+            stop(None)
+            start((ctypes.c_int32 * 4)())
         elif ',' in word:
             record = bytearray(532)
             record[4:4 + len(word)] = word.encode()
             record[260] = len(word)
             call, record = 'cam_ccd_debugEPNS0_12s_ccdlsi_dbgE', (ctypes.c_char * 532).from_buffer(record)
             thread.submit(library['_ZN5ipcam6camera13' + call], record).result()
+        elif word[0].isalpha():
+            subprocess.run([CAMCTL, 'config', 'set', word], check=True, stdout=subprocess.DEVNULL)
         else:
             record = (ctypes.c_int32 * 7)(*map(int, word.split('=')))
             thread.submit(library._ZN5ipcam6camera15cam_cgi_commandEPNS0_13s_cam_cgi_cmdE, record).result()
-    library._ZN5ipcam6camera16delete_camera_IFEPNS0_15CameraInterfaceE(None)
+    stop(None)
 
 
 def record(name, script, *options):
@@ -79,6 +87,20 @@ class ReplayTest(unittest.TestCase):
         self.check(0, 'replay', 'g.rec')
         pathlib.Path('g.rec').write_text(''.join(lines) + f'{json.dumps(waiting)}\n{json.dumps(answer | {"result": 0})}\n' + end)
         self.assertRegex(self.check(1, 'replay', 'g.rec').stdout, r'request 34, line 2: different')
+
+    def test_a_restart_finds_what_was_changed_and_a_file_that_begins_later_is_replayed_too(self):
+        lines = pathlib.Path(record('i.rec', '39=4 40=5 64=0 33=6 onepush_rgain=300 39=2 ^ saturation=2 ^ 39=5')).read_text()
+        start, *lines = map(json.loads, lines.splitlines())
+        self.assertEqual([(event['offset'], event['bytes']) for event in lines if event['event'] == 'stored'],
+                         [(168, '2c01'), (48, '02')])
+        kinds = [(event['event'], event.get('number', event.get('request'))) for event in lines]
+        stored = bytearray.fromhex(start['stored'])
+        for place in (0, kinds.index(('request', 2)), kinds.index(('exchange', 2)), kinds.index(('answer', 5))):
+            if place > kinds.index(('stored', None)):
+                stored[168:170] = 0x2c, 1
+            start['stored'] = stored.hex()
+            pathlib.Path('j.rec').write_text('\n'.join(map(json.dumps, [start, *lines[place:]])) + '\n')
+            self.check(0, 'replay', 'j.rec')
 
     def test_a_changed_library_differs(self):
         for change, shown in (('table', r'13/0x00=0x06 .* 13/0x00=0x07 '), ('order', 'r 16/0x06 .* r 11/0x')):

@@ -183,12 +183,6 @@ void put_in_order(std::vector<Event>& events) {
   std::ranges::stable_sort(events, {}, &Event::order_us);
 }
 
-// A measurement goes on until one of these is served; what it did then came a moment too late.
-bool ends_measurement(std::int32_t code) {
-  return code == camera::REQUEST_COLOR || code == camera::REQUEST_WB_MODE ||
-         code == camera::REQUEST_ONE_PUSH_TRG;
-}
-
 // The control threads are those that serve requests, or, when none was, the first that exchanged.
 std::set<int> control_threads(const Recording& recording) {
   std::set<int> threads;
@@ -205,21 +199,18 @@ std::set<int> control_threads(const Recording& recording) {
 void find_places(Recording& recording) {
   const std::set<int> control = control_threads(recording);
   WorkerRuns workers;
-  std::map<Place, bool> is_ended;  // runs
   int start_ups = 0;
   int control_thread = 0;
   for (Event& event : recording.events) {
     if (const auto* request = event.as<RecordedRequest>()) {
       workers.ignore(request->thread);  // a caller may use registers as it likes
-      for (auto& [place, ended] : is_ended) ended = ended || ends_measurement(request->code);
+      workers.follow(*request);
     }
     auto* exchange = std::get_if<RecordedExchange>(&event.what);
     if (exchange == nullptr) continue;
     if (!control.contains(exchange->thread)) {
       exchange->place = workers.place(exchange->thread, exchange->command);
-      if (exchange->place)
-        exchange->is_loose =
-            is_ended[*exchange->place] || exchange->place->kind == Place::Kind::kEvr;
+      exchange->is_loose = exchange->place && workers.is_loose(*exchange->place);
       continue;
     }
     if (exchange->request == 0 && exchange->thread != control_thread) ++start_ups;
@@ -259,16 +250,31 @@ Recording read_recording(std::string_view text) {
   return recording;
 }
 
+void WorkerRuns::follow(const RecordedRequest& request) {
+  if (!ends_measurement(request.code)) return;
+  is_measuring_ = request.code == camera::REQUEST_ONE_PUSH_TRG;
+  if (is_measuring_) ++triggers_;
+}
+
 std::optional<Place> WorkerRuns::place(int thread, const wire::Packet& command) {
   if (const auto known = by_thread_.find(thread); known != by_thread_.end()) return known->second;
   std::optional<Place>& place = by_thread_[thread];
   const std::vector<wire::CommandEntry> entries = wire::decode_command(command).entries;
   if (entries.empty()) return place;
   const Address first = address_in(entries[0], 0);
-  const auto is_run = [&](Place::Kind kind) { place = {kind, counts_[kind]++}; };
-  if (first == registers::address("wb_mode")) is_run(Place::Kind::kOnepush);
-  if (first == registers::address("adjust_mode")) is_run(Place::Kind::kEvr);
+  if (first == registers::address("wb_mode") && triggers_ > 0)
+    place = {Place::Kind::kOnepush, triggers_ - 1};
+  if (first == registers::address("adjust_mode")) place = {Place::Kind::kEvr, evr_runs_++};
   return place;
+}
+
+bool WorkerRuns::is_loose(const Place& place) const {
+  return place.kind == Place::Kind::kEvr || !is_measuring_ || place.number != triggers_ - 1;
+}
+
+bool ends_measurement(std::int32_t code) {
+  return code == camera::REQUEST_COLOR || code == camera::REQUEST_WB_MODE ||
+         code == camera::REQUEST_ONE_PUSH_TRG;
 }
 
 void apply_change(const StoredChange& change, MaybeBytes& stored) {

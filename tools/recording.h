@@ -89,17 +89,27 @@ struct Recording {
 // What can be used of any text.
 Recording read_recording(std::string_view text);
 
-// Numbers the runs of workers, each on a thread of its own.
+// Numbers the runs of workers, each on a thread of its own: measurements as they were triggered,
+// since one that is ended at once may do nothing.
 class WorkerRuns {
  public:
+  // It is about to be served.
+  void follow(const RecordedRequest& request);
   // None: of another thread. The first command of a thread says which worker it is.
   std::optional<Place> place(int thread, const wire::Packet& command);
+  // What the worker does there may come a moment too late.
+  bool is_loose(const Place& place) const;
   void ignore(int thread) { by_thread_[thread] = std::nullopt; }
 
  private:
   std::map<int, std::optional<Place>> by_thread_;
-  std::map<Place::Kind, int> counts_;
+  int evr_runs_ = 0;
+  int triggers_ = 0;
+  bool is_measuring_ = false;  // since the last of them
 };
+
+// A one-push measurement goes on until a request with such a code is served.
+bool ends_measurement(std::int32_t code);
 
 // Puts a change into a copy of the stored record.
 void apply_change(const StoredChange& change, MaybeBytes& stored);

@@ -155,7 +155,7 @@ class Replay {
   sim::SimulatedCamera camera_;
   MaybeBytes stored_;  // as it was recorded
   Clock::time_point zero_;
-  std::set<std::int32_t> asked_;  // codes since the library last changed the stored record
+  std::set<std::int32_t> asked_;  // codes for which the library may still change the stored record
   std::map<Place, std::size_t> followed_;
   int starts_ = 0;
   bool is_started_ = false;
@@ -181,8 +181,12 @@ Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
       recorded_(session_of(recording)),
       log_([this](int direction, const wire::Packet& packet) { watch(direction, packet); }) {
   recorded_.erase({Place::Kind::kBefore, 0});
-  for (const int number : unserved_requests(recording.events))
-    recorded_.erase({Place::Kind::kRequest, number});
+  // Neither played nor compared; a request without its line was made before the recording began.
+  std::erase_if(recorded_, [unserved = unserved_requests(recording.events)](const auto& part) {
+    const auto& [place, what] = part;
+    return place.kind == Place::Kind::kRequest &&
+           (!what.request || unserved.contains(place.number));
+  });
   enter_sandbox({"/tmp", "/var/tmp"});
   apply_change(recording.start()->stored, stored_);
   store(stored_);
@@ -263,9 +267,16 @@ void Replay::stop() {
 
 void Replay::ask(const RecordedRequest& request) {
   const Place place = {Place::Kind::kRequest, request.number};
-  if (!recorded_.contains(place)) return;  // it was not served
-  if (!is_started_) start();
-  asked_.insert(request.code);
+  const auto recorded = recorded_.find(place);
+  if (recorded == recorded_.end()) return;
+  if (!is_started_) {
+    --starts_;  // before the recording began: the first start-up in it comes later
+    start();
+  }
+  // What a measurement has not stored when it is ended, others have.
+  if (ends_measurement(request.code)) asked_.erase(camera::REQUEST_ONE_PUSH_TRG);
+  const std::optional<RecordedAnswer>& then = recorded->second.answer;
+  if (!then || then->result == 0) asked_.insert(request.code);
   context_.out.progress("replay: " + place_text(place) + ", " + request_text(request));
   std::jthread& caller = callers_[request.thread];
   const auto run = [this, &request](const std::stop_token& over) { call(request.thread, over); };
@@ -273,6 +284,7 @@ void Replay::ask(const RecordedRequest& request) {
   {
     const std::lock_guard lock(mutex_);
     replayed_[place].request = request;
+    workers_.follow(request);
     turn_ = &request;
   }
   changed_.notify_all();
@@ -339,7 +351,10 @@ void Replay::change_stored(const StoredChange& change) {
   if (!has_own) return;
   asked_.clear();
   if (wait_until(Clock::now() + kPatience, [this] { return stored_now() == stored_; })) return;
-  recorded_[kAfter].settings = settings_text(stored_);
+  {
+    const std::lock_guard lock(mutex_);
+    recorded_[kAfter].settings = settings_text(stored_);
+  }
   compare(kAfter);
 }
 
