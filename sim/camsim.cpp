@@ -100,6 +100,12 @@ int exit_code_of(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+pid_t fork_or_throw() {
+  const pid_t child = fork();
+  if (child < 0) throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
+  return child;
+}
+
 // A child process that serves as a private camera. What it traces goes to standard error, beside
 // the command's own results. Its end without the caller's doing is that of an error.
 int serve_for(pid_t caller, RunOptions options, int ready) {
@@ -121,13 +127,13 @@ int execute_with_camera(const RunOptions& options, const std::string& directory,
   if (pipe2(ready, O_CLOEXEC) != 0)
     throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
   const pid_t caller = getpid();
-  const pid_t camera = fork();
+  const pid_t camera = fork_or_throw();
   if (camera == 0) return serve_for(caller, options, ready[1]);
   close(ready[1]);
   char byte = 0;
   if (read(ready[0], &byte, 1) != 1) return exit_code_of(camera);
 
-  g_command = fork();
+  g_command = fork_or_throw();  // if there is none, the camera ends with this process
   if (g_command == 0) return execute(directory, camera, command);
   for (const int signal : {SIGINT, SIGQUIT}) std::signal(signal, SIG_IGN);  // the command has them
   for (const int signal : {SIGTERM, SIGHUP}) std::signal(signal, pass_on);

@@ -14,7 +14,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "workstation/namespaces.h"
 #include "workstation/stored_record.h"
 
 namespace ipcam::sim {
@@ -47,10 +46,10 @@ bool is_camera_from_here(const fs::path& process, const std::string& here) {
 
 }  // namespace
 
-void enter_sandbox() {
+void enter_sandbox(const workstation::Paths& kept) {
   // Stays open as long as the process lives: `camsim exec` knows by it which camera is meant.
   if (open("/proc/self/ns/ipc", O_RDONLY | O_CLOEXEC) < 0) fail_in_namespaces("/proc/self/ns/ipc");
-  workstation::enter_own_namespaces();
+  workstation::enter_own_namespaces({"/tmp", "/var/tmp"}, kept);
   setenv("IPCAM_CONFIG_DIR", kSampleFolder, 1);
   if (workstation::write_stored_record(workstation::sample_record())) return;
   throw std::runtime_error("sample settings: cannot be written");

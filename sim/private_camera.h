@@ -5,12 +5,14 @@
 
 #include <optional>
 
+#include "workstation/namespaces.h"
+
 namespace ipcam::sim {
 
 // For a process with one thread; no root rights are needed. Failures throw std::runtime_error.
 
-// Goes into namespaces of the process's own, with sample settings.
-void enter_sandbox();
+// Goes into namespaces of the process's own, with sample settings. The folders `kept` stay there.
+void enter_sandbox(const workstation::Paths& kept);
 
 // Goes into the namespaces of another process of this user. A caller who has no
 // stored settings there gets the sample.

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <optional>
 
@@ -100,6 +102,19 @@ Run::Run(const RunOptions& options) : options_(options), input_is_open_(options.
   if (!options.save_registers.empty()) check_replaceable(options.save_registers);
 }
 
+// Folders of the files that it leaves to its caller, which must stay where they are.
+workstation::Paths kept_folders(const RunOptions& options) {
+  workstation::Paths folders;
+  for (const std::string& file : {options.save_registers, options.picture}) {
+    if (file.empty()) continue;
+    folders.push_back(std::filesystem::weakly_canonical(file).parent_path());
+    if (folders.back() == "/tmp" || folders.back() == "/var/tmp")
+      throw UsageError(file + ": a private camera has a " + folders.back().string() +
+                       " of its own; take a folder below it, or elsewhere");
+  }
+  return folders;
+}
+
 void Run::begin_to_serve() {
   application_.emplace(*board_);
   if (options_.keep) application_->leave_objects();
@@ -164,7 +179,12 @@ void Run::play_input() {
 void Run::restart(int down_ms) {
   application_->leave_objects();
   application_.reset();
-  poll(nullptr, 0, down_ms);
+  // What ends the simulator ends the wait, too, and is left for the next look at signals.
+  sigset_t stops;
+  sigemptyset(&stops);
+  for (const int signal : {SIGINT, SIGTERM}) sigaddset(&stops, signal);
+  const timespec limit{.tv_sec = down_ms / 1000, .tv_nsec = down_ms % 1000 * 1000000L};
+  if (const int signal = sigtimedwait(&stops, nullptr, &limit); signal > 0) raise(signal);
   begin_to_serve();
 }
 
@@ -231,7 +251,7 @@ void write_factory_files(const std::filesystem::path& directory) {
 
 void run(const RunOptions& options) {
   Run run(options);  // its files are looked for where the caller is
-  if (options.is_private) enter_sandbox();
+  if (options.is_private) enter_sandbox(kept_folders(options));
   if (options.with_factory_files) write_factory_files("/var/tmp");
   run.serve();
 }

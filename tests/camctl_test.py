@@ -82,8 +82,9 @@ class CamctlTest(unittest.TestCase):
         self.assertNotIn('9/0x03', result.stdout)
 
     def test_dry_run_shows_the_same_writes_and_writes_nothing(self):
-        result, trace = traffic_of('set', '--dry-run', 'saturation=4', 'iris-hold=on')
+        result, trace = traffic_of('set', '--dry-run', 'saturation=4', 'iris-hold=toggle')
         self.check(result, 0)
+        self.assertIn('iris-hold: off -> on\n', result.stdout)
         self.assertIn('  10/0x09  saturation              mask 0xff  0x80 -> 0xa0\n', result.stdout)
         self.assertTrue(trace and all(line.startswith('r ') for line in trace), trace)
         self.assertEqual(self.results('config', 'show', 'hold_iris_open')[0]['value'], 0)
@@ -133,7 +134,7 @@ class CamctlTest(unittest.TestCase):
                 ((f'--fault=no_reply:{write}',), ['set', 'saturation=4'], 3, 'set saturation=4: no reply'),
                 (('--fault=no_reply',), ['reg', 'write', 'saturation=1'], 3, 'reg write: no reply'),
                 (('--fault=no_reply',), ['doctor'], 3, 'exchange'),
-                (idle, ['reg', 'watch', 'saturation', '--count=1', '--timeout=1'], 3, '0 of 1 changes seen'),
+                (idle, ['reg', 'watch', 'hue', '--count=1', '--timeout=1', '--interval=60000'], 3, '0 of 1 changes seen'),
                 (('--fault=die_before',), ['reg', 'read', 'saturation'], 4, 'which is gone'),
                 (idle, ['set', 'saturaton=3'], 2, 'no setting saturaton, did you mean saturation'),
                 (idle, ['set', 'wb=outdor'], 2, 'did you mean outdoor'),
@@ -142,6 +143,7 @@ class CamctlTest(unittest.TestCase):
                 (idle, ['set', 'rgain=5'], 0, 'no effect now: has an effect only in white-balance mode manual'),
                 (idle, ['set', 'wb=manual', 'rgain=5', '--strict'], 0, ''),
                 (idle, ['set', 'iris-hold=on', '--strict'], 1, 'no effect now: use camctl shell'),
+                (idle, ['set', 'iris-hold=on', '--strict', '--dry-run'], 1, 'no effect now: use camctl shell'),
                 (idle, ['config', 'set', 'wb=7'], 2, '7 is not indoor (1)'),
                 (idle, ['get', 'exposure'], 2, 'no setting or query exposure'),
                 (idle, ['reg', 'write', 'vmax_lo=1'], 2, 'can only be read'),
@@ -246,7 +248,7 @@ class CamctlTest(unittest.TestCase):
 
     def test_shell_keeps_its_control_thread(self):
         session = '# a session\n\nget iris-hold\nset iris-hold=on\nget iris-hold\nset wb=onepush\ndo onepush\n' \
-                  'set nothing=1\nset --dry-run saturation=2\nreg read preset1_red_gain_lo\nquit\nset saturation=1\n'
+                  'set nothing=1\nset --dry-run --strict saturation=2 iris-hold=on\nreg read preset1_red_gain_lo\nquit\nset saturation=1\n'
         with Camera() as camera:
             result = self.check(camctl('shell', '--json', text_in=session), 2, 'no setting nothing')
         answers = [json.loads(line) for line in result.stdout.splitlines()]

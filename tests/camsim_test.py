@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import time
@@ -149,6 +150,12 @@ class ScenarioTest(unittest.TestCase):
                                 ('set saturation=5', '=0xc0', 1))
         self.assertEqual(self.values(exchanges, 'write', 'saturation'), [0x80, 0xa0, 0xc0])
         self.assertEqual({exchange['fault'] for exchange in exchanges}, {'none'})
+
+    def test_a_stop_ends_the_time_without_a_camera(self):
+        pathlib.Path('bad').write_text('at 0 restart 600000\n')
+        with Camera('--scenario', 'bad') as camera:
+            camera.wait_for('restart 600000')
+        self.assertEqual(camera.process.returncode, 0)
 
     def test_every_scenario_has_a_test(self):
         names = {file.stem for file in (SOURCE / 'scenarios').iterdir()}
@@ -416,6 +423,22 @@ class StartTest(unittest.TestCase):
             self.assertEqual(result.returncode, code, result.stderr)
         self.assertEqual(camsim('exec', 'true').returncode, 0)  # no camera has been left to choose
         self.assertEqual(camctl('reg', 'read', 'saturation').returncode, 4)
+
+    def test_what_it_leaves_behind_is_the_callers(self):
+        for folder, code in (('/tmp', 2), ('/var/tmp', 2), ('/tmp/kept', 0), ('/var/tmp/kept', 0)):
+            os.makedirs(folder, exist_ok=True)
+            files = [f'{folder}/left.txt', f'{folder}/left.png']
+            result = camsim('exec', '--start', '--save-registers', files[0], '--picture', files[1], 'true')
+            self.assertEqual(result.returncode, code, result.stderr)
+            self.assertEqual([os.path.exists(file) for file in files], [code == 0] * 2)
+
+    def test_a_command_does_not_run_without_the_stand_ins(self):
+        shutil.copytree(BUILD / 'lib', '/tmp/a b/lib', symlinks=True)
+        os.mkdir('/tmp/a b/bin')
+        moved = shutil.copy(CAMSIM, '/tmp/a b/bin')
+        result = subprocess.run([moved, 'exec', 'echo', 'real devices'], capture_output=True, text=True)
+        self.assertEqual((result.returncode, result.stdout), (1, ''), result.stderr)
+        self.assertIn('cannot be preloaded', result.stderr)
 
     def test_its_camera_has_the_options_of_others(self):
         result = camsim('exec', '--start', '--trace', '--scenario', 'dusk', CAMCTL, 'reg', 'read', 'shutter_value')

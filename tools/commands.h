@@ -24,6 +24,7 @@ struct Context {
   Output& out;
   std::shared_ptr<CameraSession> session = {};
   std::string place = {};  // "line 7: ", before what is wrong in it
+  bool is_shell = false;   // what a request holds stays held
 };
 
 // Those of the shell, or ones of the command's own, for which the link must carry requests.

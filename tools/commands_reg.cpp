@@ -158,13 +158,16 @@ void reg_watch(Context& context, const Words& registers, const WatchLimits& limi
   const std::string tried = "reg watch";
   const std::vector<Address> addresses = parse_registers(registers, tried);
   const auto port = port_of(context, tried);
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeout_s);
+  const auto end = Clock::now() + std::chrono::seconds(limits.timeout_s);
 
   std::vector<std::uint8_t> known = port->read(addresses, tried);
   for (std::size_t i = 0; i < addresses.size(); ++i)
     print_state(context.out, addresses[i], {}, known[i]);
   for (int changes = 0; limits.count == 0 || changes < limits.count;) {
-    if (!pause_between_reads(std::chrono::milliseconds(limits.interval_ms))) return;
+    auto pause = std::chrono::milliseconds(limits.interval_ms);
+    if (limits.timeout_s != 0)
+      pause = std::min(pause, std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
+    if (!pause_between_reads(pause)) return;
     const std::vector<std::uint8_t> values = port->read(addresses, tried);
     for (std::size_t i = 0; i < addresses.size(); ++i) {
       if (values[i] == known[i]) continue;
@@ -172,7 +175,7 @@ void reg_watch(Context& context, const Words& registers, const WatchLimits& limi
       if (++changes == limits.count) return;
     }
     known = values;
-    if (limits.timeout_s == 0 || std::chrono::steady_clock::now() < end) continue;
+    if (limits.timeout_s == 0 || Clock::now() < end) continue;
     if (limits.count == 0) return;
     throw CommandError(kTimedOut, tried + ": " + std::to_string(changes) + " of " +
                                       std::to_string(limits.count) + " changes seen");

@@ -118,7 +118,7 @@ void run_request(Context& context, CameraSession& session, const Request& reques
   context.out.result(json, text);
 
   // What has been let go stays so without a control thread too.
-  const bool lasts = context.session != nullptr || wanted == "off";
+  const bool lasts = context.is_shell || wanted == "off";
   if (has_effect(setting, held, !writes.empty(), lasts)) return;
   const std::string reason = tried + ": no effect now: " + std::string(setting.depends);
   if (strict) throw CommandError(kRefused, reason);

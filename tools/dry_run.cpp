@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 #include "sim/simulated_camera.h"
 #include "tools/commands.h"
@@ -16,6 +17,8 @@ namespace ipcam::tools {
 namespace {
 
 constexpr char kTried[] = "dry run";
+// In the environment of a dry run that was asked for in a shell.
+constexpr char kInShell[] = "CAMCTL_IN_SHELL";
 
 // Namespaces are for a process with one thread, so beside a control thread a
 // dry run needs a process of its own.
@@ -24,6 +27,7 @@ int run_own_program(Context& context, Words command_line) {
   if (context.out.modes().json) command_line.push_back("--json");
   const pid_t child = fork();
   if (child == 0) {
+    setenv(kInShell, "", 1);
     workstation::execute(command_line);
     _exit(kUsage);
   }
@@ -51,6 +55,7 @@ int run_dry(Context& context, const std::vector<Request>& requests, bool strict,
   for (const auto& [address, value] : registers)
     camera.set_reg(address.category, address.byte, value);
   Context inner{context.out, std::make_shared<CameraSession>(context.out, kTried)};
+  inner.is_shell = std::getenv(kInShell) != nullptr;
   run_requests(inner, requests, strict);
   context.out.finish();
   return kDone;

@@ -95,7 +95,7 @@ std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchan
     if (!reports_failure(exchange)) {
       carried_out.push_back(&exchange.command);
     } else if (std::ranges::none_of(carried_out, is_same)) {
-      return end - exchange.start;
+      return exchange.reply ? Clock::duration::zero() : end - exchange.start;
     }
     end = exchange.start;
   }

@@ -57,8 +57,9 @@ bool reports_failure(const LoggedExchange& exchange);
 // The writes among `exchanges` that were carried out, in the order sent.
 std::vector<RegisterWrite> carried_out_writes(const std::vector<LoggedExchange>& exchanges);
 
-// How long the last exchange took that failed, or whose reply reports a failure, and that was not
-// repeated with success; none when there is no such exchange. `end` is when the last one ended.
+// How long the last exchange waited for a reply in vain that failed and was not repeated with
+// success, 0 when its reply reports the failure; none when there is no such exchange. `end` is when
+// the last one ended, or what followed it.
 std::optional<Clock::duration> unrepaired_failure(const std::vector<LoggedExchange>& exchanges,
                                                   Clock::time_point end);
 

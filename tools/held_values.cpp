@@ -55,8 +55,9 @@ bool is_agc_limit(const Held& held, int level) {
          held.word(registers::address("gain_limit_a_lo")) == agc_normal_max_gain_tbl[level][1];
 }
 
+// Other values say what is to be done, which is no state.
 bool is_readout(const Held& held, int value) {
-  return (held[bits("readout")] != 0) == (value == 0);
+  return value <= 1 && (held[bits("readout")] != 0) == (value == 0);
 }
 
 bool is_daynight(const Held& held, int value) {
@@ -88,7 +89,7 @@ constexpr Decoder kDecoders[] = {
     {REQUEST_COLORBAR, [](const Held& h, int v) { return h[bits("colorbar")] == v; }},
     {REQUEST_CONTRAST, [](const Held& h, int v) { return h[bits("contrast")] == 0x50 + 0x10 * v; }},
     {REQUEST_HOLD_AUTO_IRIS_OPEN, [](const Held& h, int v) {
-       return (h[bits("miris_mode_a")] == 0x55) == (v == 0); }},
+       return v <= 1 && (h[bits("miris_mode_a")] == 0x55) == (v == 0); }},
     {REQUEST_AUTO_SLOW_SHUTTER_MIN_SPEED, [](const Held& h, int v) {
        return h[bits("max_frame_exposure_a")] == max_frm_exp_tbl[v]; }},
     {REQUEST_AGC_MAX_GAIN, is_agc_limit},

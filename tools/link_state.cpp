@@ -161,11 +161,11 @@ CommandError exchange_failure(const std::string& tried,
                               std::chrono::steady_clock::duration elapsed) {
   const Trouble trouble = take_trouble();
   if (!look_at_link().comm_alive) require_link(tried);
-  if (elapsed >= kReplyLimit) return {kTimedOut, tried + ": no reply within one second"};
   if (trouble == Trouble::kNoCpu)
     return {kRefused, tried + ": the image processor's CPU did not answer (status 255)"};
   if (trouble == Trouble::kRecordInUse)
     return {kBusy, tried + ": another process was using the record"};
+  if (elapsed >= kReplyLimit) return {kTimedOut, tried + ": no reply within one second"};
   return {kRefused, tried + ": the camera refused the exchange"};
 }
 

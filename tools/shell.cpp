@@ -41,7 +41,7 @@ int run_shell(Context& context) {
     if (words.empty()) continue;
     if (words[0] == "exit" || words[0] == "quit") break;
     if (words[0] == "help") words[0] = "--help";
-    Context inner{context.out, session, is_terminal ? "" : place};
+    Context inner{context.out, session, is_terminal ? "" : place, true};
     const int code = run_command_line(inner, words);
     if (first_failure == kDone) first_failure = code;
   }
