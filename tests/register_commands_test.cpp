@@ -29,6 +29,8 @@ TEST_F(RegisterCommands, AreAtMost256CharactersLong) {
   const Output output = capture([&] {
     EXPECT_EQ(dsp.do_debug(as_bytes(longest), values), 0);
     EXPECT_EQ(dsp.do_debug(as_bytes(longer), values), -1);
+    longest = "r,\r1,0";
+    EXPECT_EQ(dsp.do_debug(as_bytes(longest), values), 1);
     longest.assign(256, ';');
     longer.assign(257, ';');
     EXPECT_EQ(dsp.execute_rw_cmd(1, longest.data(), values), 0);
@@ -39,7 +41,7 @@ TEST_F(RegisterCommands, AreAtMost256CharactersLong) {
   });
   const std::string refusal = "dspset: [ERROR] argument too long (257, maximum length: 256)!\n";
   EXPECT_EQ(output.err, refusal + refusal);
-  EXPECT_EQ(camera.traffic(), (Lines{"x", "x"}));
+  EXPECT_EQ(camera.traffic(), (Lines{"x", "r 1/0x00", "x"}));
 }
 
 TEST_F(RegisterCommands, RefuseWhatTheyCannotSendBeforeTheySend) {
