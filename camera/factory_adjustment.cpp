@@ -1,6 +1,8 @@
 // Per-camera adjustment values: from the files of the factory into the image processor's registers.
 #include "camera/factory_adjustment.h"
 
+#include <sys/stat.h>
+
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -121,6 +123,9 @@ void send_adjustment(DspCommand& dsp, const AdjustmentCommand& command, const un
 // no register is set from a byte that is not there.
 AdjustmentFile read_adjustment_file(const char* path, std::span<unsigned char> file,
                                     std::size_t used) {
+  // To open a pipe would wait for somebody who writes, and the camera would not start.
+  struct stat about {};
+  if (stat(path, &about) == 0 && S_ISFIFO(about.st_mode)) return AdjustmentFile::kCannotOpen;
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(path, "rb"),
                                                                &std::fclose);
   if (!stream) return AdjustmentFile::kCannotOpen;

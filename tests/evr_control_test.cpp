@@ -1,6 +1,8 @@
 // EVR worker: stopping it while it sleeps, and who enables it.
 #include "workers/evr_control.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
@@ -100,6 +102,11 @@ TEST_F(EvrTest, TheFactoryFileEnablesTheEvrWorker) {
   ASSERT_EQ(0, start_control_thread());
   stop_control_thread();
   EXPECT_EQ(Lines{}, clock->waits());
+  std::filesystem::remove("/var/tmp/AdjCamera.txt");
+  ASSERT_EQ(mkfifo("/var/tmp/AdjCamera.txt", 0600), 0);
+  ASSERT_EQ(0, start_control_thread());
+  EXPECT_EQ(request(39, 3), 0) << "with a pipe in the file's place";
+  stop_control_thread();
 }
 
 }  // namespace
