@@ -112,6 +112,12 @@ TEST_F(RequestPath, LosesOneRequestAtMostByAnExceptionOfTheCamerasOwnLibraries) 
     EXPECT_EQ(request(39, 7), -1) << call;
     EXPECT_EQ(test::failures_left(), 0) << call;
   }
+  test::fail_next("Mutex::lock", 0, 0, test::kThrows);
+  s_ccdlsi_dbg raw{};
+  std::strcpy(raw.cmd, "r,10,9");
+  raw.reply_len = 9;
+  EXPECT_EQ(cam_ccd_debug(&raw), 0);
+  EXPECT_EQ(std::pair(raw.result, raw.reply_len), std::pair(-1, 0));
   stop_control_thread();
   test::fail_next("staticsInfoUpdate", 0, 0, test::kThrows);
   EXPECT_EQ(request(39, 3), kNotServed);

@@ -21,6 +21,7 @@
 #include <stdexcept>
 
 #include "ipcam/camera/auto_daynight.h"
+#include "ipcam/comm/mutex.h"
 #include "ipcam/comm/thd_if.h"
 #include "ipcam/comm/wit_end.h"
 #include "ipcam/config/config_file.h"
@@ -230,6 +231,13 @@ FAILING_PLATFORM_CALL(WitEnd_wait_put, "_ZN5ipcam4comm15WitEnd_wait_putEiPNS0_12
                       (int number, s_witEnd_ctl* ctl), (number, ctl))
 FAILING_PLATFORM_CALL(WitEnd_delete, "_ZN5ipcam4comm13WitEnd_deleteEPNS0_12s_witEnd_ctlE",
                       (s_witEnd_ctl * ctl), (ctl))
+
+__attribute__((visibility("default"))) int ipcam::comm::Mutex::lock() {
+  static auto* const kReal =
+      reinterpret_cast<int (*)(Mutex*)>(real_function("_ZN5ipcam4comm5Mutex4lockEv"));
+  long result = 0;
+  return fails("Mutex::lock", result) ? failed_call(result) : kReal(this);
+}
 
 STAND_IN void staticsInfoUpdate(int item, int value) {
   long result = 0;
