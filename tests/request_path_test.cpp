@@ -63,9 +63,13 @@ TEST_F(RequestPath, ServesOnlyBetweenStartAndShutdownHoweverOftenItIsStarted) {
   expect_refused();
   EXPECT_EQ(new_camera_ctrl(nullptr), -1);
   for (int round = 0; round < 3; ++round) {
-    test::fail_next("pthread_create", EAGAIN);
-    EXPECT_EQ(new_camera_ctrl(&port), -1);
-    expect_refused();
+    const std::pair<const char*, int> calls[] = {
+        {"WitEnd_new", 0}, {"ThdIf_new", 0}, {"ThdIf_new", 1}, {"pthread_create", 0}};
+    for (const auto& [call, nth] : calls) {
+      test::fail_next(call, EAGAIN, nth);
+      EXPECT_EQ(new_camera_ctrl(&port), -1) << call << nth;
+      expect_refused();
+    }
     // The system gives a new thread the id of the last one that has ended: a control thread's.
     std::thread([&] { EXPECT_EQ(new_camera_ctrl(&port), 0); }).join();
     EXPECT_EQ(calls_of("ObjectDetectionIF::~ObjectDetectionIF()"), 1) << "of the start that failed";
