@@ -89,11 +89,16 @@ class ReplayTest(unittest.TestCase):
         self.assertRegex(self.check(1, 'replay', 'g.rec').stdout, r'request 34, line 2: different')
 
     def test_a_restart_finds_what_was_changed_and_a_file_that_begins_later_is_replayed_too(self):
-        lines = pathlib.Path(record('i.rec', '39=4 40=5 64=0 33=6 onepush_rgain=300 39=2 ^ saturation=2 ^ 39=5')).read_text()
-        start, *lines = map(json.loads, lines.splitlines())
+        name = record('i.rec', '39=4 40=5 64=0 33=6 onepush_rgain=300 39=2 ^ saturation=2 ^ 39=5 64=0 ~0.3')
+        start, *lines = map(json.loads, pathlib.Path(name).read_text().splitlines())
         self.assertEqual([(event['offset'], event['bytes']) for event in lines if event['event'] == 'stored'],
                          [(168, '2c01'), (48, '02')])
         kinds = [(event['event'], event.get('number', event.get('request'))) for event in lines]
+        refused = [{'event': 'request', 't': lines[-1]['t'], 'number': 99, 'thread': 1, 'code': 64, 'value': 0},
+                   {'event': 'answer', 't': lines[-1]['t'], 'number': 99, 'result': -1}]
+        at = next(i for i, event in enumerate(lines) if event.get('bytes') == '02')
+        lines[at:at] = refused  # by a shutdown
+        kinds[at:at] = [('request', 99), ('answer', 99)]
         stored = bytearray.fromhex(start['stored'])
         for place in (0, kinds.index(('request', 2)), kinds.index(('exchange', 2)), kinds.index(('answer', 5))):
             if place > kinds.index(('stored', None)):

@@ -267,6 +267,10 @@ void Replay::stop() {
 
 void Replay::ask(const RecordedRequest& request) {
   const Place place = {Place::Kind::kRequest, request.number};
+  {
+    const std::lock_guard lock(mutex_);
+    workers_.follow(request);
+  }
   const auto recorded = recorded_.find(place);
   if (recorded == recorded_.end()) return;
   if (!is_started_) {
@@ -284,7 +288,6 @@ void Replay::ask(const RecordedRequest& request) {
   {
     const std::lock_guard lock(mutex_);
     replayed_[place].request = request;
-    workers_.follow(request);
     turn_ = &request;
   }
   changed_.notify_all();
