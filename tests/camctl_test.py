@@ -130,6 +130,8 @@ class CamctlTest(unittest.TestCase):
                 (('--fault=reply_255:0:3',), ['reg', 'read', '10/9'], 1, "reg read: the image processor's CPU"),
                 (('--fault=reply_255:0:1',), ['reg', 'read', '10/9'], 0, 'repeating it, 2 of 3'),
                 (('--fault=wrong_status',), ['reg', 'read', '10/9', '--no-retry'], 1, 'reg read: the camera refused'),
+                # Each of the five attempts is followed by a second's sleep, which is no wait for a reply.
+                ((f'--fault=wrong_status:{read}:5',), ['set', 'iris-hold=on'], 1, 'iris-hold=on: the camera refused'),
                 ((f'--fault=no_reply:{read}',), ['set', 'saturation=4'], 3, 'set saturation=4: no reply'),
                 ((f'--fault=no_reply:{write}',), ['set', 'saturation=4'], 3, 'set saturation=4: no reply'),
                 (('--fault=no_reply',), ['reg', 'write', 'saturation=1'], 3, 'reg write: no reply'),
