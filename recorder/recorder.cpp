@@ -121,15 +121,7 @@ void Recorder::take(const void* record) {
   if (asked == under_way_.end()) return;
   control_thread_ = this_thread();
   served_ = *asked;
-  const std::int64_t begin_us = now_us();
-  if (looks_ * look_took_us_ <= kFirstLooks_us + begin_us / kLookPart) {
-    tell_stored();
-    const std::int64_t looked_us = now_us();
-    // The least, since other programs may have had the CPU meanwhile.
-    look_took_us_ = std::min(look_took_us_, looked_us - begin_us);
-    ++looks_;
-    if (looked_us - looked_at_files_us_ >= kAdjustmentFilesPause_us) tell_files();
-  }
+  look_for_changes();
   tell_request(**asked);
 }
 
@@ -231,6 +223,18 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
 }
 
 // --- Stored record and adjustment files ---
+
+// As often as the limits allow.
+void Recorder::look_for_changes() {
+  const std::int64_t begin_us = now_us();
+  if (looks_ * look_took_us_ > kFirstLooks_us + begin_us / kLookPart) return;
+  tell_stored();
+  const std::int64_t looked_us = now_us();
+  // The least, since other programs may have had the CPU meanwhile.
+  look_took_us_ = std::min(look_took_us_, looked_us - begin_us);
+  ++looks_;
+  if (looked_us - looked_at_files_us_ >= kAdjustmentFilesPause_us) tell_files();
+}
 
 void Recorder::tell_changes() {
   tell_stored();

@@ -68,6 +68,7 @@ class Recorder {
   void tell_request(Asked& asked);
   void answer(Asked& asked);
   void tell_exchange(int thread, const wire::Packet* reply);
+  void look_for_changes();
   void tell_changes();
   void tell_stored();
   void tell_files();

@@ -1,4 +1,4 @@
-// EVR worker: stopping it while it sleeps, and who enables it.
+// EVR worker: stopping it within a pass and while it sleeps, and who enables it.
 #include "workers/evr_control.h"
 
 #include <sys/stat.h>
@@ -78,6 +78,23 @@ TEST_F(EvrTest, WritesNothingAfterAStopDuringItsSleep) {
     EXPECT_EQ(camera.traffic(), Lines{});
   }
   worker.reset();
+}
+
+TEST_F(EvrTest, FinishesThePassInWhichItIsStopped) {
+  camera::DspCommand dsp;
+  camera::EVRControl worker(0x37, &dsp);
+  // The moment of the stop is the scheduler's: among twenty some lie before the write.
+  for (int run = 0; run < 20; ++run) {
+    clock->hold(kSleep);
+    camera.clear_traffic();
+    const std::uint32_t before = camera.board().trace_end;
+    ASSERT_EQ(worker.start(), 0);
+    while (camera.board().trace_end == before) std::this_thread::yield();
+    worker.stop_thread();
+    clock->release_all();
+    worker.wait_until_idle();
+    EXPECT_EQ(camera.traffic(), (Lines{"r 10/0x0c", "r 17/0x1c", "r 9/0x03", "w 9/0x03=0x37"}));
+  }
 }
 
 TEST_F(EvrTest, TheFactoryFileEnablesTheEvrWorker) {
