@@ -107,7 +107,8 @@ workstation::Paths kept_folders(const RunOptions& options) {
   workstation::Paths folders;
   for (const std::string& file : {options.save_registers, options.picture}) {
     if (file.empty()) continue;
-    folders.push_back(std::filesystem::weakly_canonical(file).parent_path());
+    const auto path = std::filesystem::weakly_canonical(std::filesystem::absolute(file));
+    folders.push_back(path.parent_path());
     if (folders.back() == "/tmp" || folders.back() == "/var/tmp")
       throw UsageError(file + ": a private camera has a " + folders.back().string() +
                        " of its own; take a folder below it, or elsewhere");

@@ -250,7 +250,8 @@ class CamctlTest(unittest.TestCase):
 
     def test_shell_keeps_its_control_thread(self):
         session = '# a session\n\nget iris-hold\nset iris-hold=on\nget iris-hold\nset wb=onepush\ndo onepush\n' \
-                  'set nothing=1\nset --dry-run --strict saturation=2 iris-hold=on\nreg read preset1_red_gain_lo\nquit\nset saturation=1\n'
+                  'set nothing=1\nset --dry-run --strict saturation=2 iris-hold=on\nreg read preset1_red_gain_lo\n' \
+                  'quit\nset saturation=1\n'
         with Camera() as camera:
             result = self.check(camctl('shell', '--json', text_in=session), 2, 'no setting nothing')
         answers = [json.loads(line) for line in result.stdout.splitlines()]

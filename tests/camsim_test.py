@@ -425,9 +425,9 @@ class StartTest(unittest.TestCase):
         self.assertEqual(camctl('reg', 'read', 'saturation').returncode, 4)
 
     def test_what_it_leaves_behind_is_the_callers(self):
-        for folder, code in (('/tmp', 2), ('/var/tmp', 2), ('/tmp/kept', 0), ('/var/tmp/kept', 0)):
-            os.makedirs(folder, exist_ok=True)
-            files = [f'{folder}/left.txt', f'{folder}/left.png']
+        for folder, code in (('', 2), ('/tmp/', 2), ('/var/tmp/', 2), ('kept/', 0), ('/var/tmp/kept/', 0)):
+            os.makedirs(folder or '.', exist_ok=True)
+            files = [f'{folder}left.txt', f'{folder}left.png']
             result = camsim('exec', '--start', '--save-registers', files[0], '--picture', files[1], 'true')
             self.assertEqual(result.returncode, code, result.stderr)
             self.assertEqual([os.path.exists(file) for file in files], [code == 0] * 2)
