@@ -120,39 +120,32 @@ class Call {
 
 }  // namespace ipcam::recorder
 
-using ipcam::recorder::next_definition;
+using ipcam::recorder::next;
 using ipcam::recorder::record;
 using ipcam::recorder::Recorder;
 
 namespace ipcam::camera {
 
 INTERPOSED int new_camera_ctrl(comm::s_port_inf* port) {
-  static const auto next = next_definition<decltype(&new_camera_ctrl)>(
-      "_ZN5ipcam6camera15new_camera_ctrlEPNS_4comm10s_port_infE");
-  record([](Recorder& recorder) { recorder.start_up(); });
-  return next(port);
+  record([](Recorder& recorder) { recorder.tell_changes(); });
+  return next<&new_camera_ctrl>("_ZN5ipcam6camera15new_camera_ctrlEPNS_4comm10s_port_infE")(port);
 }
 
 INTERPOSED int cam_cgi_command(s_cam_cgi_cmd* cmd) {
-  static const auto next = next_definition<decltype(&cam_cgi_command)>(
-      "_ZN5ipcam6camera15cam_cgi_commandEPNS0_13s_cam_cgi_cmdE");
   const recorder::Call call({.setting = cmd, .raw = nullptr});
-  return next(cmd);
+  return next<&cam_cgi_command>("_ZN5ipcam6camera15cam_cgi_commandEPNS0_13s_cam_cgi_cmdE")(cmd);
 }
 
 INTERPOSED int cam_ccd_debug(s_ccdlsi_dbg* dbg) {
-  static const auto next = next_definition<decltype(&cam_ccd_debug)>(
-      "_ZN5ipcam6camera13cam_ccd_debugEPNS0_12s_ccdlsi_dbgE");
   const recorder::Call call({.setting = nullptr, .raw = dbg});
-  return next(dbg);
+  return next<&cam_ccd_debug>("_ZN5ipcam6camera13cam_ccd_debugEPNS0_12s_ccdlsi_dbgE")(dbg);
 }
 
 INTERPOSED void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
-  static const auto next = next_definition<void (*)(DspCommand*, int, packet_info*)>(
-      "_ZN5ipcam6camera10DspCommand11prt_gcmdbufEiPNS0_11packet_infoE");
   const auto copy = std::bit_cast<wire::Packet>(*packet);
   record([&](Recorder& recorder) { recorder.exchange(direction, copy); }, direction == 0);
-  next(this, direction, packet);
+  next<&DspCommand::prt_gcmdbuf, void (*)(DspCommand*, int, packet_info*)>(
+      "_ZN5ipcam6camera10DspCommand11prt_gcmdbufEiPNS0_11packet_infoE")(this, direction, packet);
 }
 
 }  // namespace ipcam::camera
@@ -160,33 +153,30 @@ INTERPOSED void DspCommand::prt_gcmdbuf(int direction, packet_info* packet) {
 namespace ipcam::comm {
 
 INTERPOSED int ThdIf_send(int type, void* message, s_thdIf_ctl* ctl) {
-  static const auto next =
-      next_definition<decltype(&ThdIf_send)>("_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE");
+  const auto send = next<&ThdIf_send>("_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE");
   recorder::Asked* const asked = recorder::t_asked;
-  if (asked == nullptr || asked->record() != message) return next(type, message, ctl);
+  if (asked == nullptr || asked->record() != message) return send(type, message, ctl);
   record([&](Recorder& recorder) { recorder.queue(*asked); }, true);
   // A message that is not queued, for whatever reason, is no request.
   asked->is_refused = true;
-  const int result = next(type, message, ctl);
+  const int result = send(type, message, ctl);
   asked->is_refused = result != 0;
   return result;
 }
 
 INTERPOSED int ThdIf_timed_receive(int* type, void* message, unsigned int* timeout_ms,
                                    s_thdIf_ctl* ctl) {
-  static const auto next = next_definition<decltype(&ThdIf_timed_receive)>(
-      "_ZN5ipcam4comm19ThdIf_timed_receiveEPiPvPjPNS0_11s_thdIf_ctlE");
-  const int result = next(type, message, timeout_ms, ctl);
+  const int result =
+      next<&ThdIf_timed_receive>("_ZN5ipcam4comm19ThdIf_timed_receiveEPiPvPjPNS0_11s_thdIf_ctlE")(
+          type, message, timeout_ms, ctl);
   const void* const received = result == 0 ? *static_cast<void**>(message) : nullptr;
   if (received != nullptr) record([&](Recorder& recorder) { recorder.take(received); });
   return result;
 }
 
 INTERPOSED int WitEnd_post(int number, s_witEnd_ctl* ctl) {
-  static const auto next =
-      next_definition<decltype(&WitEnd_post)>("_ZN5ipcam4comm11WitEnd_postEiPNS0_12s_witEnd_ctlE");
   record([&](Recorder& recorder) { recorder.post(number); });
-  return next(number, ctl);
+  return next<&WitEnd_post>("_ZN5ipcam4comm11WitEnd_postEiPNS0_12s_witEnd_ctlE")(number, ctl);
 }
 
 }  // namespace ipcam::comm

@@ -7,14 +7,18 @@ namespace ipcam::recorder {
 
 // The definition behind the recorder's in the order of the dynamic linker, or that of a camera
 // library which a program has loaded by itself, for itself. Null when there is none.
-template <class Function>
-Function next_definition(const char* symbol) {
-  void* found = dlsym(RTLD_NEXT, symbol);
-  if (found == nullptr) {
-    void* const library = dlopen(CAMERA_CTRL_LIBRARY, RTLD_LAZY | RTLD_NOLOAD);
-    if (library != nullptr) found = dlsym(library, symbol);
-  }
-  return reinterpret_cast<Function>(found);
+inline void* find_next(const char* symbol) {
+  void* const found = dlsym(RTLD_NEXT, symbol);
+  if (found != nullptr) return found;
+  void* const library = dlopen(CAMERA_CTRL_LIBRARY, RTLD_LAZY | RTLD_NOLOAD);
+  return library != nullptr ? dlsym(library, symbol) : nullptr;
+}
+
+// Looked up once.
+template <auto kName, class Function = decltype(kName)>
+Function next(const char* symbol) {
+  static const auto found = reinterpret_cast<Function>(find_next(symbol));
+  return found;
 }
 
 }  // namespace ipcam::recorder

@@ -25,6 +25,7 @@ constexpr std::int64_t kAdjustmentFilesPause_us = 100'000;
 // A write costs more than an exchange's line, so a few that follow one another are written
 // together.
 constexpr std::int64_t kKeptBack_us = 1'000;
+constexpr std::size_t kKeptBackBytes = 8192;
 constexpr std::array<std::string_view, 3> kAdjustmentFiles = {
     camera::kCameraFile, camera::kAllPixelWbFile, camera::kHalfPixelWbFile};
 
@@ -47,11 +48,10 @@ std::string wall_clock() {
 // there is none. Its constructor is looked up, not linked: a program without the camera's
 // libraries must start with the recorder too.
 config::ConfigFile* make_config_file() {
-  const auto construct =
-      next_definition<void (*)(void*, char*)>("_ZN5ipcam6config10ConfigFileC1EPc");
+  void* const construct = find_next("_ZN5ipcam6config10ConfigFileC1EPc");
   if (construct == nullptr) return nullptr;
   void* const place = operator new(sizeof(config::ConfigFile));
-  construct(place, camera::g_settings_file);
+  reinterpret_cast<void (*)(void*, char*)>(construct)(place, camera::g_settings_file);
   return static_cast<config::ConfigFile*>(place);
 }
 
@@ -76,21 +76,16 @@ Contents read_file(std::string_view path) {
 void put_entry(Lines& line, wire::Access access, const wire::CommandEntry& entry,
                const wire::ReplyEntry* reply) {
   constexpr std::string_view kAccesses[] = {"read", "write", "block", "other"};
-  line.open("", '{');
-  line.member("access", kAccesses[static_cast<std::size_t>(access)]);
-  line.member("category", entry.category);
-  line.member("byte", entry.byte);
   const std::string name = registers::register_name({entry.category, entry.byte});
-  line.member("name", std::string_view(name));
-  line.open("values", '[');
+  line.add(R"({"access":")", kAccesses[static_cast<std::size_t>(access)], R"(","category":)",
+           entry.category, R"(,"byte":)", entry.byte, R"(,"name":")", name, R"(","values":[)");
   if (entry.type == wire::kWriteEntry) {
-    for (const std::uint8_t value : entry.values) line.member("", value);
+    for (std::size_t i = 0; i < entry.values.size(); ++i)
+      line.add(i == 0 ? "" : ",", entry.values[i]);
   } else if (reply != nullptr && reply->value) {
-    line.member("", *reply->value);
+    line.add(*reply->value);
   }
-  line.close(']');
-  line.member("status", reply != nullptr ? std::optional(reply->status) : std::nullopt);
-  line.close('}');
+  line.add(R"(],"status":)", reply != nullptr ? std::optional(reply->status) : std::nullopt, "}");
 }
 
 }  // namespace
@@ -129,53 +124,50 @@ void Recorder::post(int semaphore) {
   if (served_ == nullptr || this_thread() != control_thread_) return;
   const auto* setting = served_->setting;
   const int own = setting != nullptr ? setting->reply_slot : served_->raw->reply_slot;
-  if (semaphore == own) answer(*served_);
+  if (semaphore == own) answer(*served_, true);
 }
 
 void Recorder::leave(Asked& asked) {
   const bool is_request = !asked.is_refused || asked.number != 0;
-  if (is_request && std::ranges::count(under_way_, &asked) != 0) answer(asked);
+  if (is_request && std::ranges::count(under_way_, &asked) != 0) answer(asked, false);
   std::erase(under_way_, &asked);
 }
 
 // The queue gives requests out in the order in which they went in, so they get their numbers here.
 void Recorder::tell_request(Asked& asked) {
   asked.number = ++last_number_;
-  lines_.begin("request", asked.queued_us);
-  lines_.member("number", asked.number);
-  lines_.member("thread", asked.thread);
-  if (asked.setting != nullptr) {
-    lines_.member("code", asked.setting->code);
-    lines_.member("name", registers::request_name(asked.setting->code));
-    lines_.member("value", asked.setting->value);
+  lines_.begin("request", asked.queued_us, R"(,"number":)", asked.number, R"(,"thread":)",
+               asked.thread);
+  if (const auto* setting = asked.setting) {
+    lines_.add(R"(,"code":)", setting->code, R"(,"name":")", registers::request_name(setting->code),
+               R"(","value":)", setting->value);
   } else {
     const auto& text = asked.raw->cmd;
-    lines_.member("raw", AnyText{{text, strnlen(text, sizeof text)}});
-    lines_.member("raw_len", asked.raw->cmd_len);
+    lines_.add(R"(,"raw":)", AnyText{{text, strnlen(text, sizeof text)}}, R"(,"raw_len":)",
+               asked.raw->cmd_len);
   }
   write();
 }
 
-void Recorder::answer(Asked& asked) {
+void Recorder::answer(Asked& asked, bool is_served) {
   std::erase(under_way_, &asked);  // first of all: the frame in which it lies will be gone
   if (served_ == &asked) {
     served_ = nullptr;
     tell_exchange(control_thread_, nullptr);
   }
   if (asked.number == 0) tell_request(asked);
-  lines_.begin("answer", now_us());
-  lines_.member("number", asked.number);
+  lines_.begin("answer", now_us(), R"(,"number":)", asked.number,
+               is_served ? "" : R"(,"served":false)");
   if (const auto* setting = asked.setting) {
-    lines_.member("result", setting->result);
+    lines_.add(R"(,"result":)", setting->result);
     const bool is_query = setting->code == camera::REQUEST_GET_ICR ||
                           setting->code == camera::REQUEST_HOLD_AUTO_IRIS_OPEN_INQ;
-    if (is_query && setting->result == 0) lines_.member("value", setting->inq_value);
+    if (is_query && setting->result == 0) lines_.add(R"(,"value":)", setting->inq_value);
   } else {
     const auto& reply = asked.raw->reply;
     const auto size = std::clamp<std::int32_t>(asked.raw->reply_len, 0, sizeof reply);
-    lines_.member("result", asked.raw->result);
-    lines_.member("reply", Bytes(reinterpret_cast<const std::uint8_t*>(reply),
-                                 static_cast<std::size_t>(size)));
+    lines_.add(R"(,"result":)", asked.raw->result, R"(,"reply":)",
+               Bytes(reinterpret_cast<const std::uint8_t*>(reply), static_cast<std::size_t>(size)));
   }
   write();
 }
@@ -187,7 +179,7 @@ void Recorder::exchange(int direction, const wire::Packet& packet) {
   tell_exchange(thread, direction == 0 ? nullptr : &packet);
   if (direction != 0) return;
   const std::int64_t begin_us = now_us();
-  if (begin_us - written_us_ > kKeptBack_us || lines_.is_half_full()) write_lines();
+  if (begin_us - written_us_ > kKeptBack_us || lines_.text().size() > kKeptBackBytes) write_lines();
   const bool is_served = served_ != nullptr && thread == control_thread_;
   exchanges_.push_back({thread, is_served ? served_->number : 0, begin_us, packet});
 }
@@ -199,24 +191,20 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
   const Exchange exchange = *found;
   exchanges_.erase(found);
   const wire::Command command = wire::decode_command(exchange.command);
-  std::vector<wire::ReplyEntry> replies;
-  lines_.begin("exchange", exchange.begin_us);
-  lines_.member("thread", thread);
-  if (exchange.request != 0) lines_.member("request", exchange.request);
-  lines_.member("command", wire::used_bytes(exchange.command));
-  if (reply != nullptr) {
-    replies = wire::decode_reply(*reply);
-    lines_.member("reply", wire::used_bytes(*reply));
-    lines_.member("reply_count", reply->count);
-  } else {
-    lines_.member("reply", Contents());
-  }
-  lines_.open("entries", '[');
-  for (std::size_t i = 0; i < command.entries.size(); ++i)
+  const auto replies =
+      reply != nullptr ? wire::decode_reply(*reply) : std::vector<wire::ReplyEntry>();
+  lines_.begin("exchange", exchange.begin_us, R"(,"thread":)", thread);
+  if (exchange.request != 0) lines_.add(R"(,"request":)", exchange.request);
+  lines_.add(R"(,"command":)", wire::used_bytes(exchange.command), R"(,"reply":)",
+             reply != nullptr ? std::optional(wire::used_bytes(*reply)) : std::nullopt);
+  if (reply != nullptr) lines_.add(R"(,"reply_count":)", reply->count);
+  for (std::size_t i = 0; i < command.entries.size(); ++i) {
+    lines_.add(i == 0 ? R"(,"entries":[)" : ",");
     put_entry(lines_, command.access, command.entries[i],
               i < replies.size() ? &replies[i] : nullptr);
-  lines_.close(']');
-  lines_.member("took", now_us() - exchange.begin_us);
+  }
+  lines_.add(command.entries.empty() ? R"(,"entries":[)" : "", R"(],"took":)",
+             now_us() - exchange.begin_us);
   lines_.end();
   // While a request is served, other exchanges or the answer follow.
   if (exchange.request == 0) write_lines();
@@ -246,9 +234,7 @@ void Recorder::tell_files() {
   for (std::size_t i = 0; i < files_.size(); ++i) {
     Contents now = read_file(kAdjustmentFiles[i]);
     if (now == files_[i]) continue;
-    lines_.begin("file", now_us());
-    lines_.member("path", kAdjustmentFiles[i]);
-    lines_.member("bytes", now);
+    lines_.begin("file", now_us(), R"(,"path":")", kAdjustmentFiles[i], R"(","bytes":)", now);
     if (write()) files_[i] = std::move(now);
   }
 }
@@ -263,10 +249,8 @@ void Recorder::tell_stored() {
     while ((*stored)[begin] == (*stored_)[begin]) ++begin;
     while ((*stored)[end - 1] == (*stored_)[end - 1]) --end;
   }
-  lines_.begin("stored", now_us());
-  lines_.member("offset", static_cast<std::int64_t>(begin));
-  lines_.member("bytes",
-                stored ? std::optional(Bytes(*stored).subspan(begin, end - begin)) : std::nullopt);
+  lines_.begin("stored", now_us(), R"(,"offset":)", begin, R"(,"bytes":)",
+               stored ? std::optional(Bytes(*stored).subspan(begin, end - begin)) : std::nullopt);
   if (write()) stored_ = std::move(stored);
 }
 
@@ -290,43 +274,32 @@ bool Recorder::write_lines() {
   if (text.empty()) return true;
   const bool is_full = !file_.is_empty() && !file_.has_room(text.size());
   if (is_full || !file_.is_open()) file_.begin_anew();
-  const bool is_written = write_start() && write_lost() && file_.append(text);
+  Lines in_front;
+  if (file_.is_empty()) put_start(in_front);
+  if (lost_ != 0) {
+    in_front.begin("lost", now_us(), R"(,"lines":)", lost_);
+    in_front.end();
+  }
+  const bool has_front = file_.append(in_front.text());
+  if (has_front) lost_ = 0;
+  const bool is_written = has_front && file_.append(text);
   if (!is_written) lost_ += lines_.count();
   lines_.clear();
   written_us_ = now_us();
   return is_written;
 }
 
-bool Recorder::write_start() {
-  if (!file_.is_empty()) return true;
+// With what is stored now, since a file that begins anew has lost what came before.
+void Recorder::put_start(Lines& line) const {
   std::error_code error;
   const auto program = std::filesystem::read_symlink("/proc/self/exe", error).filename();
-  Lines& line = line_in_front_;
-  line.clear();
-  line.begin("start", now_us());
-  line.member("format", 1);
-  line.member("version", std::string_view(CAMERA_CTRL_VERSION));
-  line.member("wall", std::string_view(wall_clock()));
-  line.member("process", getpid());
-  line.member("program", AnyText{program.native()});
-  line.member("word_bits", static_cast<int>(8 * sizeof(void*)));
-  line.member("stored", stored_);
-  line.open("files", '{');
-  for (std::size_t i = 0; i < files_.size(); ++i) line.member(kAdjustmentFiles[i], files_[i]);
-  line.close('}');
+  line.begin("start", now_us(), R"(,"format":1,"version":")", CAMERA_CTRL_VERSION, R"(","wall":")",
+             wall_clock(), R"(","process":)", getpid(), R"(,"program":)", AnyText{program.native()},
+             R"(,"word_bits":)", 8 * sizeof(void*), R"(,"stored":)", stored_);
+  for (std::size_t i = 0; i < files_.size(); ++i)
+    line.add(i == 0 ? R"(,"files":{")" : R"(,")", kAdjustmentFiles[i], R"(":)", files_[i]);
+  line.add("}");
   line.end();
-  return file_.append(line.text());
-}
-
-bool Recorder::write_lost() {
-  if (lost_ == 0) return true;
-  line_in_front_.clear();
-  line_in_front_.begin("lost", now_us());
-  line_in_front_.member("lines", lost_);
-  line_in_front_.end();
-  if (!file_.append(line_in_front_.text())) return false;
-  lost_ = 0;
-  return true;
 }
 
 }  // namespace ipcam::recorder

@@ -38,8 +38,8 @@ class Recorder {
   // The last lines.
   void end();
 
-  // The library is about to start its control thread, which reads the stored record.
-  void start_up() { tell_changes(); }
+  // The library may be about to read the stored record and the adjustment files.
+  void tell_changes();
 
   // A line has come to nothing for want of memory.
   void lose() { ++lost_; }
@@ -66,22 +66,19 @@ class Recorder {
 
   std::int64_t now_us() const;
   void tell_request(Asked& asked);
-  void answer(Asked& asked);
+  void answer(Asked& asked, bool is_served);
   void tell_exchange(int thread, const wire::Packet* reply);
   void look_for_changes();
-  void tell_changes();
   void tell_stored();
   void tell_files();
   bool write();
   bool write_lines();
-  bool write_start();
-  bool write_lost();
+  void put_start(Lines& line) const;
 
   RecordingFile file_;
   std::int64_t begin_us_ = 0;
   std::int64_t lost_ = 0;
   Lines lines_;
-  Lines line_in_front_;  // of those
   std::int64_t written_us_ = 0;
 
   Contents stored_;

@@ -34,12 +34,13 @@ class RecordingFile {
   bool is_open() const { return fd_ >= 0; }
   bool is_empty() const { return size_ == 0; }
   bool has_room(std::size_t size) const { return size_ + size <= limit_; }
-  // Appends the whole line, or nothing.
-  bool append(std::string_view line) {
-    if (!has_room(line.size())) return false;
-    const ssize_t written = TEMP_FAILURE_RETRY(write(fd_, line.data(), line.size()));
+  // Appends all of these lines, or nothing.
+  bool append(std::string_view lines) {
+    if (lines.empty()) return true;
+    if (!has_room(lines.size())) return false;
+    const ssize_t written = TEMP_FAILURE_RETRY(write(fd_, lines.data(), lines.size()));
     if (written < 0 && errno == EBADF) fd_ = -1;
-    const bool is_whole = written == static_cast<ssize_t>(line.size());
+    const bool is_whole = written == static_cast<ssize_t>(lines.size());
     // Otherwise the last room on the disk has taken a part of it.
     if (is_whole || (written > 0 && ftruncate(fd_, static_cast<off_t>(size_)) != 0))
       size_ += static_cast<std::size_t>(written);

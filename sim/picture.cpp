@@ -13,7 +13,7 @@
 
 #include "registers/register_map.h"
 #include "registers/register_values.h"
-#include "sim/replace_file.h"
+#include "workstation/replace_file.h"
 
 namespace ipcam::sim {
 namespace {
@@ -299,7 +299,7 @@ void write_picture(const PictureSettings& settings, const std::string& path) {
   if (stbi_write_png_to_func(append, &png, kWidth, kHeight, kChannels, bytes.data(),
                              kWidth * kChannels) == 0)
     throw std::bad_alloc();
-  replace_file(path, png);
+  workstation::replace_file(path, png);
 }
 
 }  // namespace ipcam::sim

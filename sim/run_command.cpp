@@ -17,9 +17,9 @@
 #include "sim/picture.h"
 #include "sim/private_camera.h"
 #include "sim/register_file.h"
-#include "sim/replace_file.h"
 #include "sim/scenario.h"
 #include "sim/trace_line.h"
+#include "workstation/replace_file.h"
 
 namespace ipcam::sim {
 namespace {
@@ -46,7 +46,7 @@ void save_registers(const Switchboard& board, const std::string& path) {
       if (value != 0 || fresh->reg(address) != 0) registers[address] = value;
     }
   }
-  replace_file(path, register_file_text(registers));
+  workstation::replace_file(path, register_file_text(registers));
 }
 
 class Run {
@@ -99,7 +99,7 @@ Run::Run(const RunOptions& options) : options_(options), input_is_open_(options.
   }
   if (!options.scenario.empty()) steps_ = load_scenario(options.scenario);
   // Better now than at the end of a long session.
-  if (!options.save_registers.empty()) check_replaceable(options.save_registers);
+  if (!options.save_registers.empty()) workstation::check_replaceable(options.save_registers);
 }
 
 // Folders of the files that it leaves to its caller, which must stay where they are.

@@ -82,10 +82,10 @@ class ReplayTest(unittest.TestCase):
     def test_a_request_that_was_not_served_is_left_out(self):
         *lines, end = SESSION.read_text().splitlines(keepends=True)
         waiting = {'event': 'request', 't': 2903000, 'number': 34, 'thread': 1, 'code': 39, 'name': 'saturation', 'value': 2}
-        answer = {'event': 'answer', 't': 2903900, 'number': 34, 'result': -1}
+        answer = {'event': 'answer', 't': 2903900, 'number': 34, 'served': False, 'result': -1}
         pathlib.Path('g.rec').write_text(''.join(lines) + f'{json.dumps(waiting)}\n{json.dumps(answer)}\n' + end)
         self.check(0, 'replay', 'g.rec')
-        pathlib.Path('g.rec').write_text(''.join(lines) + f'{json.dumps(waiting)}\n{json.dumps(answer | {"result": 0})}\n' + end)
+        pathlib.Path('g.rec').write_text(''.join(lines) + f'{json.dumps(waiting)}\n{json.dumps(answer | {"served": True})}\n' + end)
         self.assertRegex(self.check(1, 'replay', 'g.rec').stdout, r'request 34, line 2: different')
 
     def test_a_restart_finds_what_was_changed_and_a_file_that_begins_later_is_replayed_too(self):
@@ -95,7 +95,7 @@ class ReplayTest(unittest.TestCase):
                          [(168, '2c01'), (48, '02')])
         kinds = [(event['event'], event.get('number', event.get('request'))) for event in lines]
         refused = [{'event': 'request', 't': lines[-1]['t'], 'number': 99, 'thread': 1, 'code': 64, 'value': 0},
-                   {'event': 'answer', 't': lines[-1]['t'], 'number': 99, 'result': -1}]
+                   {'event': 'answer', 't': lines[-1]['t'], 'number': 99, 'served': False, 'result': -1}]
         at = next(i for i, event in enumerate(lines) if event.get('bytes') == '02')
         lines[at:at] = refused  # by a shutdown
         kinds[at:at] = [('request', 99), ('answer', 99)]

@@ -23,14 +23,6 @@ using namespace std::chrono_literals;
 
 ipcam::comm::s_port_inf g_port = {};
 
-camera::s_cam_cgi_cmd send(std::int32_t code, int value) {
-  camera::s_cam_cgi_cmd request = {};
-  request.code = code;
-  request.value = value;
-  camera::cam_cgi_command(&request);
-  return request;
-}
-
 // A measurement with a result ends in preset 1.
 bool selects_preset(const std::vector<RegisterWrite>& writes) {
   constexpr registers::Bits kMode = registers::bits("wb_mode");
@@ -47,6 +39,14 @@ std::set<Address> registers_in(const std::vector<RegisterWrite>& writes) {
 
 }  // namespace
 
+camera::s_cam_cgi_cmd send_request(std::int32_t code, int value) {
+  camera::s_cam_cgi_cmd request = {};
+  request.code = code;
+  request.value = value;
+  camera::cam_cgi_command(&request);
+  return request;
+}
+
 CameraSession::CameraSession(Output& out, const std::string& tried)
     : port_(out, RegisterPort::Road::kControlThread) {
   if (!read_stored_record())
@@ -58,7 +58,7 @@ CameraSession::CameraSession(Output& out, const std::string& tried)
   if (camera::new_camera_ctrl(&g_port) != 0)
     throw CommandError(kRefused, tried + ": the control thread did not start");
   // A code without a handler: answered when the start-up is done.
-  if (send(0, 0).result != 0) {
+  if (send_request(0, 0).result != 0) {
     camera::delete_camera_IF(nullptr);
     throw CommandError(
         kRefused,
@@ -100,7 +100,7 @@ std::vector<RegisterWrite> CameraSession::request(const Setting& setting, int va
                                                   const std::string& tried) {
   const bool measures = setting.code == camera::REQUEST_ONE_PUSH_TRG;
   const ExchangeLog log;
-  const int result = send(setting.code, value).result;
+  const int result = send_request(setting.code, value).result;
   const int worker = result == 0 && measures ? wait_for_measurement(log, tried) : control_thread_;
   std::vector<LoggedExchange> exchanges = log.exchanges();
   // Workers that run all the time go on meanwhile.
@@ -134,7 +134,7 @@ void CameraSession::check_for_stop(const std::vector<RegisterWrite>& writes,
 }
 
 int CameraSession::query(const Setting& setting, const std::string& tried) {
-  const camera::s_cam_cgi_cmd request = send(setting.code, 0);
+  const camera::s_cam_cgi_cmd request = send_request(setting.code, 0);
   if (request.result != 0) throw CommandError(kRefused, tried + ": refused");
   return request.inq_value;
 }

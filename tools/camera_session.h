@@ -11,6 +11,9 @@
 
 namespace ipcam::tools {
 
+// A request of the library's: what is left in its record.
+camera::s_cam_cgi_cmd send_request(std::int32_t code, int value);
+
 // One per process at a time. The control thread applies the stored settings when it starts; when it
 // ends, an iris hold and a running one-push measurement are lost.
 class CameraSession {

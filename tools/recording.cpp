@@ -124,6 +124,10 @@ RecordedAnswer answer(const Json& line) {
   if (line.contains("value")) answer.value = number(line, "value");
   if (line.contains("reply"))
     answer.reply = maybe_bytes(line, "reply", sizeof(camera::s_ccdlsi_dbg::reply));
+  if (line.contains("served")) {
+    require(line["served"].is_boolean(), "served");
+    answer.is_served = line["served"];
+  }
   return answer;
 }
 
@@ -277,13 +281,11 @@ bool ends_measurement(std::int32_t code) {
          code == camera::REQUEST_ONE_PUSH_TRG;
 }
 
-void apply_change(const StoredChange& change, MaybeBytes& stored) {
-  if (!change.bytes) {
-    stored.reset();
-    return;
-  }
-  if (!stored) stored.emplace(kRecordBytes);
-  std::ranges::copy(*change.bytes, stored->begin() + static_cast<std::ptrdiff_t>(change.offset));
+MaybeRecord changed(const StoredChange& change, MaybeRecord stored) {
+  if (!change.bytes) return std::nullopt;
+  if (!stored) stored.emplace();
+  std::ranges::copy(*change.bytes, reinterpret_cast<std::uint8_t*>(&*stored) + change.offset);
+  return stored;
 }
 
 }  // namespace ipcam::tools

@@ -10,12 +10,14 @@
 #include <variant>
 #include <vector>
 
+#include "ipcam/camera/settings_record.h"
 #include "tools/exchange_log.h"
 
 namespace ipcam::tools {
 
 using FileBytes = std::vector<std::uint8_t>;
 using MaybeBytes = std::optional<FileBytes>;  // none: could not be read
+using MaybeRecord = std::optional<camera::SettingsRecord>;
 
 // Start-ups, requests and runs of the library's own workers, each with exchanges of its own.
 // In this order they are compared; the stored record has its places at both ends.
@@ -53,6 +55,7 @@ struct RecordedAnswer {
   std::int32_t result;
   std::optional<std::int32_t> value = {};  // of a query
   MaybeBytes reply = {};                   // of a raw register command
+  bool is_served = true;                   // not when the control thread has ended before
 };
 struct RecordedExchange : LoggedExchange {
   int request;  // that the thread served; 0: none
@@ -111,7 +114,7 @@ class WorkerRuns {
 // A one-push measurement goes on until a request with such a code is served.
 bool ends_measurement(std::int32_t code);
 
-// Puts a change into a copy of the stored record.
-void apply_change(const StoredChange& change, MaybeBytes& stored);
+// The stored record after a change.
+MaybeRecord changed(const StoredChange& change, MaybeRecord stored);
 
 }  // namespace ipcam::tools

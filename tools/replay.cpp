@@ -6,21 +6,21 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
-#include <cstddef>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <mutex>
 #include <set>
 #include <stop_token>
 #include <thread>
+#include <utility>
 
 #include "ipcam/camera/camera_interface.h"
 #include "ipcam/comm/port_inf.h"
 #include "sim/simulated_camera.h"
+#include "tools/record_text.h"
 #include "tools/session.h"
-#include "workstation/stored_record.h"
+#include "workstation/replace_file.h"
 
 namespace ipcam::tools {
 
@@ -30,10 +30,6 @@ using namespace std::chrono_literals;
 using std::chrono::microseconds;
 
 constexpr Place kAfter = {Place::Kind::kAfter, 0};
-constexpr bool is_worker(const Place& place) {
-  return place.kind == Place::Kind::kOnepush || place.kind == Place::Kind::kEvr;
-}
-
 ipcam::comm::s_port_inf g_port = {};
 
 // The library's own limits are below it: 5 s for a worker to arrive, one of a reading below 2 s.
@@ -59,54 +55,23 @@ void cut(std::vector<Event>& events, int until) {
   events.erase(std::ranges::find_if(events, is_behind), events.end());
 }
 
-// Requests that were still waiting when their control thread ended: behind them, up to a start-up
-// or the end, nothing was served, and they have no exchanges. The last refused ones look the same.
-std::set<int> unserved_requests(const std::vector<Event>& events) {
-  std::set<int> unserved;
-  bool is_at_end = true;
-  std::for_each(events.rbegin(), events.rend(), [&](const Event& event) {
-    const auto* answer = event.as<RecordedAnswer>();
-    if (answer != nullptr) is_at_end = is_at_end && answer->result == -1;
-    if (answer != nullptr && is_at_end) unserved.insert(answer->number);
-    const auto* exchange = event.as<RecordedExchange>();
-    if (exchange == nullptr || !exchange->place || is_worker(*exchange->place)) return;
-    is_at_end = exchange->request == 0;
-    unserved.erase(exchange->request);
-  });
-  return unserved;
-}
-
-MaybeBytes stored_now() {
-  const auto record = workstation::read_stored_record();
-  if (!record) return std::nullopt;
-  const auto* first = reinterpret_cast<const std::uint8_t*>(&*record);
-  return FileBytes(first, first + sizeof *record);
-}
-
-void store(const MaybeBytes& bytes) {
-  camera::SettingsRecord record;
-  if (bytes) std::memcpy(&record, bytes->data(), sizeof record);
-  if (!bytes) std::filesystem::remove(workstation::stored_record_path());
-  if (!bytes || workstation::write_stored_record(record)) return;
-  throw CommandError(kUsage, "replay: the stored settings cannot be written");
+void store(const MaybeRecord& record) {
+  if (!record) {
+    std::filesystem::remove(workstation::stored_record_path());
+  } else if (!workstation::write_stored_record(*record)) {
+    throw CommandError(kUsage, "replay: the stored settings cannot be written");
+  }
 }
 
 void write_factory_file(const FileChange& change) {
   std::filesystem::remove(change.path);
-  if (!change.bytes) return;
-  std::ofstream file(change.path, std::ios::binary);
-  file.write(reinterpret_cast<const char*>(change.bytes->data()),
-             static_cast<std::streamsize>(change.bytes->size()));
-  file.close();
-  if (!file) throw CommandError(kUsage, "replay: " + change.path + " cannot be written");
+  if (change.bytes)
+    workstation::replace_file(change.path, {change.bytes->begin(), change.bytes->end()});
 }
 
 RecordedAnswer ask_library(const RecordedRequest& request) {
   if (!request.raw) {
-    camera::s_cam_cgi_cmd command = {};
-    command.code = request.code;
-    command.value = request.value;
-    camera::cam_cgi_command(&command);
+    const auto command = send_request(request.code, request.value);
     return {.number = request.number, .result = command.result, .value = command.inq_value};
   }
   camera::s_ccdlsi_dbg command{};
@@ -141,7 +106,6 @@ class Replay {
   void compare(const Place& place);
   bool is_open(const Place& place) const;
   void change_stored(const StoredChange& change);
-  bool is_librarys_own(std::size_t offset) const;
   void watch(int direction, const wire::Packet& packet);
   void answer(const RecordedExchange& recorded);
   std::optional<Place> place_of(const wire::Packet& command);
@@ -153,7 +117,7 @@ class Replay {
   Session recorded_;
 
   sim::SimulatedCamera camera_;
-  MaybeBytes stored_;  // as it was recorded
+  MaybeRecord stored_;  // as it was recorded
   Clock::time_point zero_;
   std::set<std::int32_t> asked_;  // codes for which the library may still change the stored record
   std::map<Place, std::size_t> followed_;
@@ -182,13 +146,13 @@ Replay::Replay(Context& context, const Recording& recording, bool in_real_time)
       log_([this](int direction, const wire::Packet& packet) { watch(direction, packet); }) {
   recorded_.erase({Place::Kind::kBefore, 0});
   // Neither played nor compared; a request without its line was made before the recording began.
-  std::erase_if(recorded_, [unserved = unserved_requests(recording.events)](const auto& part) {
+  std::erase_if(recorded_, [](const auto& part) {
     const auto& [place, what] = part;
-    return place.kind == Place::Kind::kRequest &&
-           (!what.request || unserved.contains(place.number));
+    const bool is_served = what.request && (!what.answer || what.answer->is_served);
+    return place.kind == Place::Kind::kRequest && !is_served;
   });
   enter_sandbox({"/tmp", "/var/tmp"});
-  apply_change(recording.start()->stored, stored_);
+  stored_ = changed(recording.start()->stored, std::nullopt);
   store(stored_);
   for (const FileChange& file : recording.start()->files) write_factory_file(file);
   camera_.start();
@@ -215,7 +179,7 @@ ExitCode Replay::run() {
   }
   stop();
   const std::lock_guard lock(mutex_);  // workers of the library may go on
-  if (recorded_.contains(kAfter)) replayed_[kAfter].settings = settings_text(stored_now());
+  if (recorded_.contains(kAfter)) replayed_[kAfter].settings = settings_text(read_stored_record());
   if (different_at_) {
     last_ = nullptr;
     for (Session* const session : {&recorded_, &replayed_})
@@ -252,9 +216,7 @@ void Replay::start() {
   if (camera::new_camera_ctrl(&g_port) != 0)
     throw CommandError(kUsage, "replay: the control thread did not start");
   is_started_ = true;
-  // A code without a handler: answered when the start-up is done.
-  camera::s_cam_cgi_cmd nothing = {};
-  camera::cam_cgi_command(&nothing);
+  send_request(0, 0);  // without a handler: answered when the start-up is done
   compare(place);
 }
 
@@ -329,31 +291,28 @@ bool Replay::is_open(const Place& place) const {
          (behind == recorded_.end() || behind->first.kind > Place::Kind::kRequest);
 }
 
-bool Replay::is_librarys_own(std::size_t offset) const {
-  using camera::SettingsSnapshot;
-  constexpr std::size_t kGains = offsetof(SettingsSnapshot, onepush_rgain);
-  const bool is_gain = offset >= kGains && offset < sizeof(SettingsSnapshot);
-  return (is_gain && asked_.contains(camera::REQUEST_ONE_PUSH_TRG)) ||
-         (offset == offsetof(SettingsSnapshot, hold_iris_open) &&
-          asked_.contains(camera::REQUEST_HOLD_AUTO_IRIS_OPEN));
-}
-
 // What the library changed then it has to change again; the rest others have changed.
 void Replay::change_stored(const StoredChange& change) {
-  apply_change(change, stored_);
-  MaybeBytes now = stored_now();
-  StoredChange others = change;
+  const MaybeRecord before = std::exchange(stored_, changed(change, stored_));
+  const MaybeRecord now = read_stored_record();
+  MaybeRecord others = changed(change, now);
   bool has_own = false;
-  for (std::size_t i = 0; now && others.bytes && i < others.bytes->size(); ++i) {
-    if (!is_librarys_own(change.offset + i)) continue;
+  const auto leave_own = [&](std::int32_t code, auto field) {
+    if (!asked_.contains(code) || !before || !now || !others) return;
+    if (before->snapshot.*field == stored_->snapshot.*field) return;
+    others->snapshot.*field = now->snapshot.*field;
     has_own = true;
-    (*others.bytes)[i] = (*now)[change.offset + i];
-  }
-  apply_change(others, now);
-  if (now != stored_now()) store(now);
+  };
+  leave_own(camera::REQUEST_ONE_PUSH_TRG, &camera::SettingsSnapshot::onepush_rgain);
+  leave_own(camera::REQUEST_ONE_PUSH_TRG, &camera::SettingsSnapshot::onepush_bgain);
+  leave_own(camera::REQUEST_HOLD_AUTO_IRIS_OPEN, &camera::SettingsSnapshot::hold_iris_open);
+  const auto is_stored = [](const MaybeRecord& record) {
+    return settings_text(read_stored_record()) == settings_text(record);
+  };
+  if (!is_stored(others)) store(others);
   if (!has_own) return;
   asked_.clear();
-  if (wait_until(Clock::now() + kPatience, [this] { return stored_now() == stored_; })) return;
+  if (wait_until(Clock::now() + kPatience, [&] { return is_stored(stored_); })) return;
   {
     const std::lock_guard lock(mutex_);
     recorded_[kAfter].settings = settings_text(stored_);
@@ -374,7 +333,7 @@ void Replay::watch(int direction, const wire::Packet& packet) {
   const auto recorded = recorded_.find(*place);
   // The recording has begun anew behind it.
   if (place->kind == Place::Kind::kStartUp && recorded == recorded_.end()) return;
-  const bool is_loose = is_worker(*place) || is_open(*place);
+  const bool is_loose = place->kind > Place::Kind::kRequest || is_open(*place);
   std::vector<RecordedExchange>& exchanges = replayed_[*place].exchanges;
   const std::size_t index = exchanges.size();
   exchanges.push_back({{packet, {}, Clock::now(), gettid()}, 0, 0, place, is_loose});

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <sstream>
 
 #include "sim/exchange_text.h"
@@ -108,7 +107,7 @@ void show_lines(Output& out, const Place& place, std::size_t first, const std::v
 
 Session session_of(const Recording& recording) {
   Session session;
-  MaybeBytes stored;
+  MaybeRecord stored;
   const auto part_of = [&](const Place& place, std::int64_t t_us, std::int64_t end_us) -> Part& {
     Part& part = session.try_emplace(place, Part{.t_us = t_us}).first->second;
     part.end_us = std::max(part.end_us, end_us);
@@ -117,7 +116,7 @@ Session session_of(const Recording& recording) {
   for (const Event& event : recording.events) {
     const auto t = event.t_us;
     if (const auto* start = event.as<RecordedStart>()) {
-      apply_change(start->stored, stored);
+      stored = changed(start->stored, stored);
       std::string& text = part_of({Place::Kind::kBefore, 0}, t, t).settings;
       text = settings_text(stored);
       for (const auto& [path, bytes] : start->files)
@@ -127,7 +126,7 @@ Session session_of(const Recording& recording) {
       part_of({Place::Kind::kRequest, request->number}, t, t).request = *request;
     if (const auto* answer = event.as<RecordedAnswer>())
       part_of({Place::Kind::kRequest, answer->number}, t, t).answer = *answer;
-    if (const auto* change = event.as<StoredChange>()) apply_change(*change, stored);
+    if (const auto* change = event.as<StoredChange>()) stored = changed(*change, stored);
     const auto* exchange = event.as<RecordedExchange>();
     if (exchange != nullptr && exchange->place)
       part_of(*exchange->place, t, t + exchange->took_us).exchanges.push_back(*exchange);
@@ -178,11 +177,8 @@ std::string place_text(const Place& place) {
   }
 }
 
-std::string settings_text(const MaybeBytes& stored) {
-  if (!stored) return "cannot be read\n";
-  std::array<std::uint8_t, sizeof(camera::SettingsRecord)> bytes;
-  std::ranges::copy(*stored, bytes.begin());
-  return record_text(std::bit_cast<camera::SettingsRecord>(bytes));
+std::string settings_text(const MaybeRecord& stored) {
+  return stored ? record_text(*stored) : "cannot be read\n";
 }
 
 bool is_same(const Part& a, const Part& b) { return !difference_of(lines_of(a), lines_of(b)); }

@@ -33,7 +33,7 @@ std::string answer_text(const RecordedAnswer& answer);
 // "start-up", "request 17", "one-push measurement 1".
 std::string place_text(const Place& place);
 // The stored record as lines.
-std::string settings_text(const MaybeBytes& stored);
+std::string settings_text(const MaybeRecord& stored);
 
 bool is_same(const Part& a, const Part& b);
 // Shows whether both are the same, or else the lines around the first difference, side by side

@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace ipcam::sim {
+namespace ipcam::workstation {
 
 // Throws std::runtime_error when `path` is there and no file, or
 // when its folder takes no new files.
@@ -13,4 +13,4 @@ void check_replaceable(const std::string& path);
 // it was, when check_replaceable() does or the new content cannot be written.
 void replace_file(const std::string& path, const std::string& content);
 
-}  // namespace ipcam::sim
+}  // namespace ipcam::workstation

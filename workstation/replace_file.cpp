@@ -1,5 +1,5 @@
 // Files that are replaced as a whole.
-#include "sim/replace_file.h"
+#include "workstation/replace_file.h"
 
 #include <unistd.h>
 
@@ -10,7 +10,7 @@
 #include <fstream>
 #include <stdexcept>
 
-namespace ipcam::sim {
+namespace ipcam::workstation {
 
 void check_replaceable(const std::string& path) {
   std::error_code ignored;
@@ -34,4 +34,4 @@ void replace_file(const std::string& path, const std::string& content) {
   throw std::runtime_error(path + ": cannot be written" + reason);
 }
 
-}  // namespace ipcam::sim
+}  // namespace ipcam::workstation
