@@ -124,12 +124,12 @@ void Recorder::post(int semaphore) {
   if (served_ == nullptr || this_thread() != control_thread_) return;
   const auto* setting = served_->setting;
   const int own = setting != nullptr ? setting->reply_slot : served_->raw->reply_slot;
-  if (semaphore == own) answer(*served_, true);
+  if (semaphore == own) answer(*served_);
 }
 
 void Recorder::leave(Asked& asked) {
   const bool is_request = !asked.is_refused || asked.number != 0;
-  if (is_request && std::ranges::count(under_way_, &asked) != 0) answer(asked, false);
+  if (is_request && std::ranges::count(under_way_, &asked) != 0) answer(asked);
   std::erase(under_way_, &asked);
 }
 
@@ -149,13 +149,14 @@ void Recorder::tell_request(Asked& asked) {
   write();
 }
 
-void Recorder::answer(Asked& asked, bool is_served) {
+void Recorder::answer(Asked& asked) {
   std::erase(under_way_, &asked);  // first of all: the frame in which it lies will be gone
   if (served_ == &asked) {
     served_ = nullptr;
     tell_exchange(control_thread_, nullptr);
   }
-  if (asked.number == 0) tell_request(asked);
+  const bool is_served = asked.number != 0;
+  if (!is_served) tell_request(asked);
   lines_.begin("answer", now_us(), R"(,"number":)", asked.number,
                is_served ? "" : R"(,"served":false)");
   if (const auto* setting = asked.setting) {

@@ -22,7 +22,7 @@ struct Asked {
   const camera::s_ccdlsi_dbg* raw;
   int thread = 0;
   std::int64_t queued_us = 0;
-  std::int64_t number = 0;  // once the control thread has taken it
+  std::int64_t number = 0;  // once the control thread has taken it, which serves it then
   bool is_refused = false;  // by the queue
 
   const void* record() const {
@@ -50,7 +50,7 @@ class Recorder {
   void take(const void* record);
   // It posts a reply semaphore.
   void post(int semaphore);
-  // The caller goes on. A request without an answer has not been served.
+  // The caller goes on.
   void leave(Asked& asked);
 
   // The calling thread sends a command (direction 0), or has got its reply.
@@ -66,7 +66,7 @@ class Recorder {
 
   std::int64_t now_us() const;
   void tell_request(Asked& asked);
-  void answer(Asked& asked, bool is_served);
+  void answer(Asked& asked);
   void tell_exchange(int thread, const wire::Packet* reply);
   void look_for_changes();
   void tell_stored();
