@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <climits>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "tools/commands.h"

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "sim/devices.h"
 #include "tools/link_state.h"

@@ -114,7 +114,7 @@ void reg_dump(Context& context, const DumpRange& range);
 void reg_watch(Context& context, const Words& registers, const WatchLimits& limits);
 void reg_list(Context& context);
 // Which register it is, and what there is to say of it.
-Json register_json(Address address, const Json& more = Json::object());
+Json register_json(Address address, const Json& more);
 // docs/registers.md: register_document.cpp.
 std::string register_document();
 

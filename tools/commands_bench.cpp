@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "bench/comm_peer.h"

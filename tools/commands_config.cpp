@@ -1,6 +1,7 @@
 // camctl config: the stored settings record.
 #include <algorithm>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "tools/commands.h"

@@ -1,6 +1,7 @@
 // camctl reg: raw registers, by number or by name.
 #include <algorithm>
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "tools/commands.h"
@@ -64,7 +65,7 @@ bool pause_between_reads(std::chrono::milliseconds interval) {
 // A line of a watch: at once, not at the end of the command.
 void print_state(Output& out, Address address, std::optional<std::uint8_t> old_value,
                  std::uint8_t value) {
-  Json json = register_json(address);
+  Json json = register_json(address, Json::object());
   if (old_value) json["old"] = *old_value;
   json["value"] = value;
   const std::string change = old_value ? " " + hex(*old_value) + " -> " : " = ";

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "tools/commands.h"
 #include "tools/link_state.h"

@@ -1,5 +1,6 @@
 // camctl list, set, do and get: the camera's settings.
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "ipcam/camera/camera_request.h"
 #include "registers/register_values.h"

@@ -1,4 +1,6 @@
 // camctl reg save, diff and restore: all named registers, of the camera or of a file.
+#include <nlohmann/json.hpp>
+
 #include "tools/commands.h"
 
 namespace ipcam::tools {

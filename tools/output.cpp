@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "registers/words.h"
@@ -88,6 +89,8 @@ Output::Output() : has_progress_(isatty(STDERR_FILENO) == 1) {
   if (std::FILE* errors = library_stream<true>()) stderr = errors;
 }
 
+Output::~Output() = default;
+
 void Output::use(const Modes& modes) {
   modes_ = modes;
   g_is_verbose = modes.verbose;
@@ -124,7 +127,7 @@ void Output::fail(const CommandError& error) {
 
 void Output::finish(const CommandError* error) {
   progress("");
-  Json document = {{"results", std::exchange(collected_, Json::array())}};
+  Json document = {{"results", std::exchange(collected_, {})}};
   if (error != nullptr) {
     document["error"] = {{"code", static_cast<int>(error->code())},
                          {"kind", error_kind(error->code())},

@@ -2,7 +2,7 @@
 // output, everything else on standard error.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -46,6 +46,7 @@ Trouble take_trouble();  // and forgets it
 class Output {
  public:
   Output();
+  ~Output();
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
@@ -82,7 +83,7 @@ class Output {
   std::string styled(Style style, std::string_view text) const;
 
  private:
-  Json collected_ = Json::array();
+  std::vector<Json> collected_;
   Modes modes_ = {};
   bool has_color_;
   bool has_progress_;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "sim/exchange_text.h"
