@@ -244,9 +244,8 @@ void Replay::ask(const RecordedRequest& request) {
   const std::optional<RecordedAnswer>& then = recorded->second.answer;
   if (!then || then->result == 0) asked_.insert(request.code);
   context_.out.progress("replay: " + place_text(place) + ", " + request_text(request));
-  std::jthread& caller = callers_[request.thread];
-  const auto run = [this, &request](const std::stop_token& over) { call(request.thread, over); };
-  if (!caller.joinable()) caller = std::jthread(run);
+  callers_.try_emplace(request.thread, [this, caller = request.thread](
+                                           const std::stop_token& over) { call(caller, over); });
   {
     const std::lock_guard lock(mutex_);
     replayed_[place].request = request;
