@@ -12,19 +12,7 @@ import sys
 import time
 import unittest
 
-from camera_sandbox import BUILD, CAMCTL, CAMSIM, CONFIG, SOURCE, Camera, camctl, enter_sandbox, store
-
-SETTINGS = """color = color
-wb_mode = onepush
-saturation = 3
-sharpness = 3
-contrast = 3
-expcomp = 9
-auto_shutter = on
-exposure_mode = 3
-agc_max_gain = 3
-binning_mode = manual
-"""
+from camera_sandbox import BUILD, CAMCTL, CAMSIM, CONFIG, SETTINGS, SOURCE, Camera, camctl, enter_sandbox, store
 
 
 def on_terminal(command, answer='', **environment):

@@ -10,6 +10,17 @@ import time
 SOURCE, BUILD = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
 CAMCTL, CAMSIM = str(BUILD / 'bin/camctl'), str(BUILD / 'bin/camsim')
 CONFIG = pathlib.Path('/tmp/config')
+SETTINGS = """color = color
+wb_mode = onepush
+saturation = 3
+sharpness = 3
+contrast = 3
+expcomp = 9
+auto_shutter = on
+exposure_mode = 3
+agc_max_gain = 3
+binning_mode = manual
+"""
 
 
 def enter_sandbox():

@@ -12,17 +12,8 @@ import unittest
 
 from PIL import Image, ImageChops, ImageStat
 
-from camera_sandbox import BUILD, CAMCTL, CAMSIM, CONFIG, SOURCE, Camera, camctl, enter_sandbox, store
+from camera_sandbox import BUILD, CAMCTL, CAMSIM, CONFIG, SETTINGS, SOURCE, Camera, camctl, enter_sandbox, store
 
-SETTINGS = """color = color
-wb_mode = onepush
-saturation = 3
-sharpness = 3
-contrast = 3
-expcomp = 9
-auto_shutter = on
-exposure_mode = 1
-"""
 PICTURE = pathlib.Path('/tmp/picture.png')
 
 

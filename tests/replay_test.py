@@ -10,11 +10,9 @@ import sys
 import time
 import unittest.mock
 
-from camera_sandbox import BUILD, CAMCTL, CAMSIM, SOURCE, Camera, camctl, enter_sandbox, store
+from camera_sandbox import BUILD, CAMCTL, CAMSIM, SETTINGS, SOURCE, Camera, camctl, enter_sandbox, store
 
 SESSION = SOURCE / 'tests/data/session.rec'
-SETTINGS = 'color = color\nwb_mode = onepush\nsaturation = 3\nexpcomp = 9\nauto_shutter = on\nexposure_mode = 3\n' \
-    'agc_max_gain = 3\nbinning_mode = manual\n'
 # Every request with a handler, on two threads; only one of them switches the readout, which takes a second.
 ALL = """31=3 31=2 b:33=7 64=0 ~0.6 33=6 34=4 35=2 37=2 39=4 b:40=5 41=9 42=8 51=0 61=1 67=1 71=1 72=2 73=9 75=5 74=0
     b:62=0 76=0 77=34 80=61 81=-1 82=3 83=-1 36=1 68=0 79=0 b:r,10,9; w,200,3,15,7; 39=7"""

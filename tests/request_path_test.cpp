@@ -39,13 +39,7 @@ class RequestPath : public test::CameraTest {
   // A request that must not be served.
   void expect_refused() {
     ipcam::platform::clear_journal();
-    s_cam_cgi_cmd setting{.code = 32,
-                          .value = 0,
-                          .reserved8 = 0,
-                          .result = 7,
-                          .inq_value = 8,
-                          .reserved20 = 0,
-                          .reply_slot = 0};
+    s_cam_cgi_cmd setting{32, 0, 0, /*result=*/7, /*inq_value=*/8, 0, 0};
     EXPECT_EQ(cam_cgi_command(&setting), -1);
     EXPECT_EQ(setting.result, -1);
     s_ccdlsi_dbg raw{};
@@ -91,13 +85,7 @@ TEST_F(RequestPath, AnswersWhateverTheNumberOfTheReplySemaphore) {
   start_control_thread();
   for (const int number : {-1, 10, 1 << 30}) {
     test::fail_next("WitEnd_get", 0, 0, 0);  // "succeeds", and leaves the number alone
-    s_cam_cgi_cmd setting{.code = 39,
-                          .value = 7,
-                          .reserved8 = 0,
-                          .result = 0,
-                          .inq_value = 0,
-                          .reserved20 = 0,
-                          .reply_slot = number};
+    s_cam_cgi_cmd setting{39, 7, 0, 0, 0, 0, /*reply_slot=*/number};
     EXPECT_EQ(cam_cgi_command(&setting), 0);
     EXPECT_EQ(setting.result, -1);
   }
