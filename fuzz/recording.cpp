@@ -19,7 +19,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ipcam::tools::MaybeRecord stored;
   for (const Event& event : recording.events) {
     const auto* change = event.as<ipcam::tools::StoredChange>();
-    if (change != nullptr) stored = changed(*change, stored);
+    if (change == nullptr) continue;
+    const std::size_t changed_bytes = change->bytes ? change->bytes->size() : 0;
+    require(change->offset + changed_bytes <= sizeof *stored,
+            "a change stays within the stored record");
+    stored = changed(*change, stored);
   }
   return 0;
 }

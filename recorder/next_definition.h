@@ -14,7 +14,7 @@ inline void* find_next(const char* symbol) {
   return library != nullptr ? dlsym(library, symbol) : nullptr;
 }
 
-// Looked up once.
+// Looked up once for each function, which `kName` tells apart where their types are the same.
 template <auto kName, class Function = decltype(kName)>
 Function next(const char* symbol) {
   static const auto found = reinterpret_cast<Function>(find_next(symbol));

@@ -199,13 +199,13 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
   lines_.add(R"(,"command":)", wire::used_bytes(exchange.command), R"(,"reply":)",
              reply != nullptr ? std::optional(wire::used_bytes(*reply)) : std::nullopt);
   if (reply != nullptr) lines_.add(R"(,"reply_count":)", reply->count);
+  lines_.add(R"(,"entries":[)");
   for (std::size_t i = 0; i < command.entries.size(); ++i) {
-    lines_.add(i == 0 ? R"(,"entries":[)" : ",");
+    if (i != 0) lines_.add(",");
     put_entry(lines_, command.access, command.entries[i],
               i < replies.size() ? &replies[i] : nullptr);
   }
-  lines_.add(command.entries.empty() ? R"(,"entries":[)" : "", R"(],"took":)",
-             now_us() - exchange.begin_us);
+  lines_.add(R"(],"took":)", now_us() - exchange.begin_us);
   lines_.end();
   // While a request is served, other exchanges or the answer follow.
   if (exchange.request == 0) write_lines();

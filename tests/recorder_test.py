@@ -112,7 +112,7 @@ class RecorderTest(unittest.TestCase):
                          [('w,200,9,0xff,0xa0', '00'), ('r,200,9', 'a5')])
 
     def test_a_killed_program_leaves_a_readable_file(self):
-        found = 0
+        readable = 0
         for _ in range(200):
             self.setUp()
             process = recorded(sys.executable, '-c', PROGRAM + "while True: ask(1)", limit=65536)
@@ -120,9 +120,9 @@ class RecorderTest(unittest.TestCase):
             time.sleep(random.uniform(0, 0.03))
             process.kill()
             process.communicate()
-            # Killed before its second exchange, or between two files, it may leave none with a line.
-            found += sum(len(events(path, cut=True)) for path in FILE.parent.iterdir())
-        self.assertGreater(found, 200)
+            readable += any([events(path, cut=True) for path in FILE.parent.iterdir()])
+        # Killed before its second exchange a program leaves no line: on a busy machine a few of them.
+        self.assertGreater(readable, 150)
 
     def test_a_full_disk_costs_lines_only(self):
         subprocess.run(['mount', '-t', 'tmpfs', '-o', 'size=64k', 'none', FILE.parent], check=True)
