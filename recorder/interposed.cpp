@@ -12,7 +12,6 @@
 
 #include "ipcam/camera/dsp_command.h"
 #include "ipcam/comm/thd_if.h"
-#include "ipcam/comm/wit_end.h"
 #include "recorder/next_definition.h"
 #include "recorder/recorder.h"
 #include "registers/words.h"
@@ -102,18 +101,15 @@ void record(Step step, bool begins = false) {
 
 // A call of the library's: what this thread queues meanwhile with the call's record is its request.
 // Other programs' queues hold messages of the same types, whose records are none of ours.
-class Call {
+class Call : public Asked {
  public:
-  explicit Call(const Asked& asked) : asked_(asked) { t_asked = &asked_; }
+  Call(const camera::s_cam_cgi_cmd* cmd, const camera::s_ccdlsi_dbg* dbg) : Asked{cmd, dbg} {
+    t_asked = this;
+  }
   ~Call() {
     t_asked = nullptr;
-    record([&](Recorder& recorder) { recorder.leave(asked_); });
+    if (!is_answered) recorder::record([this](Recorder& recorder) { recorder.leave(*this); });
   }
-  Call(const Call&) = delete;
-  Call& operator=(const Call&) = delete;
-
- private:
-  Asked asked_;
 };
 
 }  // namespace
@@ -132,12 +128,12 @@ INTERPOSED int new_camera_ctrl(comm::s_port_inf* port) {
 }
 
 INTERPOSED int cam_cgi_command(s_cam_cgi_cmd* cmd) {
-  const recorder::Call call({.setting = cmd, .raw = nullptr});
+  recorder::Call call(cmd, nullptr);
   return next<&cam_cgi_command>("_ZN5ipcam6camera15cam_cgi_commandEPNS0_13s_cam_cgi_cmdE")(cmd);
 }
 
 INTERPOSED int cam_ccd_debug(s_ccdlsi_dbg* dbg) {
-  const recorder::Call call({.setting = nullptr, .raw = dbg});
+  recorder::Call call(nullptr, dbg);
   return next<&cam_ccd_debug>("_ZN5ipcam6camera13cam_ccd_debugEPNS0_12s_ccdlsi_dbgE")(dbg);
 }
 
@@ -166,17 +162,13 @@ INTERPOSED int ThdIf_send(int type, void* message, s_thdIf_ctl* ctl) {
 
 INTERPOSED int ThdIf_timed_receive(int* type, void* message, unsigned int* timeout_ms,
                                    s_thdIf_ctl* ctl) {
+  record([](Recorder& recorder) { recorder.finish(); });
   const int result =
       next<&ThdIf_timed_receive>("_ZN5ipcam4comm19ThdIf_timed_receiveEPiPvPjPNS0_11s_thdIf_ctlE")(
           type, message, timeout_ms, ctl);
   const void* const received = result == 0 ? *static_cast<void**>(message) : nullptr;
   if (received != nullptr) record([&](Recorder& recorder) { recorder.take(received); });
   return result;
-}
-
-INTERPOSED int WitEnd_post(int number, s_witEnd_ctl* ctl) {
-  record([&](Recorder& recorder) { recorder.post(number); });
-  return next<&WitEnd_post>("_ZN5ipcam4comm11WitEnd_postEiPNS0_12s_witEnd_ctlE")(number, ctl);
 }
 
 }  // namespace ipcam::comm

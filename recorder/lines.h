@@ -46,11 +46,17 @@ class Lines {
   void clear() { whole_ = 0, count_ = 0; }
 
  private:
-  char* room(std::size_t size) {
-    if (text_.size() - used_ < size) text_.resize(2 * (used_ + size));
+  [[gnu::always_inline]] char* room(std::size_t size) {
+    if (text_.size() - used_ < size) [[unlikely]]
+      text_.resize(2 * (used_ + size));
     return &text_[std::exchange(used_, used_ + size)];
   }
 
+  // Most pieces are literals, which cost next to nothing as long as their sizes are constants.
+  template <std::size_t kSize>
+  void put(const char (&json)[kSize]) {
+    std::memcpy(room(kSize - 1), json, kSize - 1);
+  }
   void put(std::string_view json) { std::memcpy(room(json.size()), json.data(), json.size()); }
   void put(std::integral auto number) {
     constexpr std::size_t kMostDigits = 20;

@@ -20,8 +20,6 @@ namespace {
 // little in advance: where requests come one by one, each of them has its look.
 constexpr std::int64_t kLookPart = 200;
 constexpr std::int64_t kFirstLooks_us = 2'000;
-// The library reads them at a start-up and when the binning changes only.
-constexpr std::int64_t kAdjustmentFilesPause_us = 100'000;
 // A write costs more than an exchange's line, so a few that follow one another are written
 // together.
 constexpr std::int64_t kKeptBack_us = 1'000;
@@ -73,19 +71,14 @@ Contents read_file(std::string_view path) {
   return size < 0 ? std::nullopt : Contents({bytes.begin(), bytes.begin() + size});
 }
 
-void put_entry(Lines& line, wire::Access access, const wire::CommandEntry& entry,
-               const wire::ReplyEntry* reply) {
-  constexpr std::string_view kAccesses[] = {"read", "write", "block", "other"};
-  const std::string name = registers::register_name({entry.category, entry.byte});
-  line.add(R"({"access":")", kAccesses[static_cast<std::size_t>(access)], R"(","category":)",
-           entry.category, R"(,"byte":)", entry.byte, R"(,"name":")", name, R"(","values":[)");
-  if (entry.type == wire::kWriteEntry) {
-    for (std::size_t i = 0; i < entry.values.size(); ++i)
-      line.add(i == 0 ? "" : ",", entry.values[i]);
-  } else if (reply != nullptr && reply->value) {
-    line.add(*reply->value);
-  }
-  line.add(R"(],"status":)", reply != nullptr ? std::optional(reply->status) : std::nullopt, "}");
+void put_entry(Lines& line, const wire::CommandEntry& entry,
+               const std::optional<wire::ReplyEntry>& reply) {
+  const bool is_read = reply && reply->value;
+  const Bytes read = is_read ? Bytes(&*reply->value, 1) : Bytes();
+  line.add(R"({"type":)", entry.type, R"(,"category":)", entry.category, R"(,"byte":)", entry.byte,
+           R"(,"name":")", registers::register_name({entry.category, entry.byte}), R"(","values":)",
+           entry.type == wire::kWriteEntry ? entry.values : read, R"(,"status":)",
+           reply ? std::optional(reply->status) : std::nullopt, "}");
 }
 
 }  // namespace
@@ -120,11 +113,8 @@ void Recorder::take(const void* record) {
   tell_request(**asked);
 }
 
-void Recorder::post(int semaphore) {
-  if (served_ == nullptr || this_thread() != control_thread_) return;
-  const auto* setting = served_->setting;
-  const int own = setting != nullptr ? setting->reply_slot : served_->raw->reply_slot;
-  if (semaphore == own) answer(*served_);
+void Recorder::finish() {
+  if (served_ != nullptr && this_thread() == control_thread_) answer(*served_);
 }
 
 void Recorder::leave(Asked& asked) {
@@ -146,7 +136,8 @@ void Recorder::tell_request(Asked& asked) {
     lines_.add(R"(,"raw":)", AnyText{{text, strnlen(text, sizeof text)}}, R"(,"raw_len":)",
                asked.raw->cmd_len);
   }
-  write();
+  lines_.end();
+  if (asked.queued_us - written_us_ > kKeptBack_us) write_lines();
 }
 
 void Recorder::answer(Asked& asked) {
@@ -171,6 +162,7 @@ void Recorder::answer(Asked& asked) {
                Bytes(reinterpret_cast<const std::uint8_t*>(reply), static_cast<std::size_t>(size)));
   }
   write();
+  asked.is_answered = true;
 }
 
 // --- Exchanges ---
@@ -191,19 +183,18 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
   if (found == exchanges_.end()) return;
   const Exchange exchange = *found;
   exchanges_.erase(found);
-  const wire::Command command = wire::decode_command(exchange.command);
-  const auto replies =
-      reply != nullptr ? wire::decode_reply(*reply) : std::vector<wire::ReplyEntry>();
+  Bytes commands = wire::used_bytes(exchange.command);
+  Bytes replies = reply != nullptr ? wire::used_bytes(*reply) : Bytes();
   lines_.begin("exchange", exchange.begin_us, R"(,"thread":)", thread);
   if (exchange.request != 0) lines_.add(R"(,"request":)", exchange.request);
-  lines_.add(R"(,"command":)", wire::used_bytes(exchange.command), R"(,"reply":)",
-             reply != nullptr ? std::optional(wire::used_bytes(*reply)) : std::nullopt);
+  lines_.add(R"(,"command":)", commands, R"(,"reply":)",
+             reply != nullptr ? std::optional(replies) : std::nullopt);
   if (reply != nullptr) lines_.add(R"(,"reply_count":)", reply->count);
   lines_.add(R"(,"entries":[)");
-  for (std::size_t i = 0; i < command.entries.size(); ++i) {
-    if (i != 0) lines_.add(",");
-    put_entry(lines_, command.access, command.entries[i],
-              i < replies.size() ? &replies[i] : nullptr);
+  for (bool is_first = true; const auto entry = wire::take_command_entry(commands);
+       is_first = false) {
+    if (!is_first) lines_.add(",");
+    put_entry(lines_, *entry, wire::take_reply_entry(replies));
   }
   lines_.add(R"(],"took":)", now_us() - exchange.begin_us);
   lines_.end();
@@ -215,23 +206,16 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
 
 // As often as the limits allow.
 void Recorder::look_for_changes() {
+  if (looks_ * look_took_us_ > kFirstLooks_us + latest_us_ / kLookPart) return;
   const std::int64_t begin_us = now_us();
-  if (looks_ * look_took_us_ > kFirstLooks_us + begin_us / kLookPart) return;
-  tell_stored();
-  const std::int64_t looked_us = now_us();
+  tell_changes();
   // The least, since other programs may have had the CPU meanwhile.
-  look_took_us_ = std::min(look_took_us_, looked_us - begin_us);
+  look_took_us_ = std::min(look_took_us_, now_us() - begin_us);
   ++looks_;
-  if (looked_us - looked_at_files_us_ >= kAdjustmentFilesPause_us) tell_files();
 }
 
 void Recorder::tell_changes() {
   tell_stored();
-  tell_files();
-}
-
-void Recorder::tell_files() {
-  looked_at_files_us_ = now_us();
   for (std::size_t i = 0; i < files_.size(); ++i) {
     Contents now = read_file(kAdjustmentFiles[i]);
     if (now == files_[i]) continue;
@@ -257,10 +241,10 @@ void Recorder::tell_stored() {
 
 // --- Lines ---
 
-std::int64_t Recorder::now_us() const {
+std::int64_t Recorder::now_us() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000 - begin_us_;
+  return latest_us_ = std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000 - begin_us_;
 }
 
 // Writes the line that has been put together, behind what was left for it to be written with.
@@ -286,12 +270,12 @@ bool Recorder::write_lines() {
   const bool is_written = has_front && file_.append(text);
   if (!is_written) lost_ += lines_.count();
   lines_.clear();
-  written_us_ = now_us();
+  written_us_ = latest_us_;
   return is_written;
 }
 
 // With what is stored now, since a file that begins anew has lost what came before.
-void Recorder::put_start(Lines& line) const {
+void Recorder::put_start(Lines& line) {
   std::error_code error;
   const auto program = std::filesystem::read_symlink("/proc/self/exe", error).filename();
   line.begin("start", now_us(), R"(,"format":1,"version":")", CAMERA_CTRL_VERSION, R"(","wall":")",

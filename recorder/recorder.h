@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -24,6 +25,8 @@ struct Asked {
   std::int64_t queued_us = 0;
   std::int64_t number = 0;  // once the control thread has taken it, which serves it then
   bool is_refused = false;  // by the queue
+  // Set when the recorder is done with it; until then it looks into it with the lock only.
+  std::atomic<bool> is_answered = false;
 
   const void* record() const {
     return setting != nullptr ? static_cast<const void*>(setting) : raw;
@@ -48,8 +51,8 @@ class Recorder {
   void queue(Asked& asked);
   // The calling thread, which is the control thread, has taken a message with this record.
   void take(const void* record);
-  // It posts a reply semaphore.
-  void post(int semaphore);
+  // It has answered, as it is about to wait for another message.
+  void finish();
   // The caller goes on.
   void leave(Asked& asked);
 
@@ -64,28 +67,27 @@ class Recorder {
     wire::Packet command;
   };
 
-  std::int64_t now_us() const;
+  std::int64_t now_us();
   void tell_request(Asked& asked);
   void answer(Asked& asked);
   void tell_exchange(int thread, const wire::Packet* reply);
   void look_for_changes();
   void tell_stored();
-  void tell_files();
   bool write();
   bool write_lines();
-  void put_start(Lines& line) const;
+  void put_start(Lines& line);
 
   RecordingFile file_;
   std::int64_t begin_us_ = 0;
+  std::int64_t latest_us_ = 0;  // that was read
   std::int64_t lost_ = 0;
   Lines lines_;
   std::int64_t written_us_ = 0;
 
   Contents stored_;
   std::array<Contents, 3> files_;
-  std::int64_t looks_ = 0;                 // at the stored record
+  std::int64_t looks_ = 0;
   std::int64_t look_took_us_ = INT64_MAX;  // one of them
-  std::int64_t looked_at_files_us_ = 0;
 
   std::vector<Asked*> under_way_;
   Asked* served_ = nullptr;

@@ -93,8 +93,8 @@ class RecorderTest(unittest.TestCase):
         lines = [event for event in found if number in (event.get('number'), event.get('request'))]
         self.assertEqual([event['event'] for event in lines], ['request', 'exchange', 'exchange', 'answer'])
         self.assertEqual([entry for event in lines[1:3] for entry in event['entries']], [
-            {'access': access, 'category': 10, 'byte': 9, 'name': 'saturation', 'values': [value], 'status': 1}
-            for access, value in (('read', 0), ('write', 0xa0))])
+            {'type': kind, 'category': 10, 'byte': 9, 'name': 'saturation', 'values': values, 'status': 1}
+            for kind, values in ((1, '00'), (2, 'a0'))])
         self.assertEqual([event.get('value') for event in of_kind(found, 'answer') if event['number'] ==
                           requests[1]['number']], [0])
 
@@ -110,6 +110,18 @@ class RecorderTest(unittest.TestCase):
         self.assertEqual(len({event['thread'] for event in requests}), 5)
         self.assertEqual([(requests[i]['raw'], answers[i]['reply']) for i in (0, 2)],
                          [('w,200,9,0xff,0xa0', '00'), ('r,200,9', 'a5')])
+
+    def test_an_answer_is_written_before_its_caller_goes_on(self):
+        with Camera():
+            recorded(sys.executable, '-c', PROGRAM + """
+ctypes.CDLL(library._name, ctypes.RTLD_GLOBAL)
+library = ctypes.CDLL(None)  # so that the recorder comes first
+library._ZN5ipcam6camera15new_camera_ctrlEPNS_4comm10s_port_infE((ctypes.c_int32 * 4)())
+for value in range(1, 7):
+    library._ZN5ipcam6camera15cam_cgi_commandEPNS0_13s_cam_cgi_cmdE((ctypes.c_int32 * 7)(39, value))
+os.kill(os.getpid(), 9)
+""").communicate(timeout=60)
+        self.assertEqual([event['result'] for event in of_kind(events(), 'answer')], [0] * 6)
 
     def test_a_killed_program_leaves_a_readable_file(self):
         readable = 0

@@ -312,11 +312,9 @@ void Replay::change_stored(const StoredChange& change) {
   if (!has_own) return;
   asked_.clear();
   if (wait_until(Clock::now() + kPatience, [&] { return is_stored(stored_); })) return;
-  {
-    const std::lock_guard lock(mutex_);
-    recorded_[kAfter].settings = settings_text(stored_);
-  }
-  compare(kAfter);
+  const std::lock_guard lock(mutex_);
+  recorded_[kAfter].settings = settings_text(stored_);
+  if (!different_at_) different_at_ = kAfter;
 }
 
 // On the thread that exchanges; of all threads, one at a time.

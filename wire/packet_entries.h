@@ -46,8 +46,13 @@ struct ReplyEntry {
 
 // The bytes of `data` in use.
 Bytes used_bytes(const Packet& packet);
+// The first entry of what is left of a packet's bytes, which is taken away from them; none when
+// there is no whole one.
+std::optional<CommandEntry> take_command_entry(Bytes& rest);
+std::optional<ReplyEntry> take_reply_entry(Bytes& rest);
+
+// All of them.
 Command decode_command(const Packet& packet);
-// The entries up to the first one that is not a reply's.
 std::vector<ReplyEntry> decode_reply(const Packet& packet);
 
 }  // namespace ipcam::wire
