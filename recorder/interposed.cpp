@@ -101,8 +101,7 @@ void record(Step step, bool begins = false) {
 
 // A call of the library's: what this thread queues meanwhile with the call's record is its request.
 // Other programs' queues hold messages of the same types, whose records are none of ours.
-class Call : public Asked {
- public:
+struct Call : Asked {
   Call(const camera::s_cam_cgi_cmd* cmd, const camera::s_ccdlsi_dbg* dbg) : Asked{cmd, dbg} {
     t_asked = this;
   }
@@ -151,7 +150,7 @@ namespace ipcam::comm {
 INTERPOSED int ThdIf_send(int type, void* message, s_thdIf_ctl* ctl) {
   const auto send = next<&ThdIf_send>("_ZN5ipcam4comm10ThdIf_sendEiPvPNS0_11s_thdIf_ctlE");
   recorder::Asked* const asked = recorder::t_asked;
-  if (asked == nullptr || asked->record() != message) return send(type, message, ctl);
+  if (asked == nullptr || asked->record != message) return send(type, message, ctl);
   record([&](Recorder& recorder) { recorder.queue(*asked); }, true);
   // A message that is not queued, for whatever reason, is no request.
   asked->is_refused = true;

@@ -37,27 +37,22 @@ class Lines {
   void end() {
     add("}\n");
     whole_ = used_;
-    ++count_;
   }
 
   // The whole lines.
   std::string_view text() const { return {text_.data(), whole_}; }
-  int count() const { return count_; }
-  void clear() { whole_ = 0, count_ = 0; }
+  void clear() { whole_ = 0; }
 
  private:
   [[gnu::always_inline]] char* room(std::size_t size) {
-    if (text_.size() - used_ < size) [[unlikely]]
-      text_.resize(2 * (used_ + size));
+    if (text_.size() - used_ < size) text_.resize(2 * (used_ + size));
     return &text_[std::exchange(used_, used_ + size)];
   }
 
-  // Most pieces are literals, which cost next to nothing as long as their sizes are constants.
-  template <std::size_t kSize>
-  void put(const char (&json)[kSize]) {
-    std::memcpy(room(kSize - 1), json, kSize - 1);
+  // Inline, since most are literals: the copy of a few bytes whose number is known costs little.
+  [[gnu::always_inline]] void put(std::string_view json) {
+    std::memcpy(room(json.size()), json.data(), json.size());
   }
-  void put(std::string_view json) { std::memcpy(room(json.size()), json.data(), json.size()); }
   void put(std::integral auto number) {
     constexpr std::size_t kMostDigits = 20;
     char* const digits = room(kMostDigits);
@@ -94,7 +89,6 @@ class Lines {
   std::string text_;
   std::size_t used_ = 0;
   std::size_t whole_ = 0;  // bytes of whole lines; behind them is the one that is put together
-  int count_ = 0;
 };
 
 }  // namespace ipcam::recorder

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 
 #include "camera/factory_adjustment.h"
 #include "recorder/next_definition.h"
@@ -19,10 +18,9 @@ namespace {
 // To look whether the stored record has changed may take this part of the time up to then, and a
 // little in advance: where requests come one by one, each of them has its look.
 constexpr std::int64_t kLookPart = 200;
-constexpr std::int64_t kFirstLooks_us = 2'000;
-// A write costs more than an exchange's line, so a few that follow one another are written
-// together.
-constexpr std::int64_t kKeptBack_us = 1'000;
+constexpr std::int64_t kFirstLooks_us = 500;
+// A write costs more than a line, so a few that follow one another closely are written together.
+constexpr std::int64_t kKeptBack_us = 200;
 constexpr std::size_t kKeptBackBytes = 8192;
 constexpr std::array<std::string_view, 3> kAdjustmentFiles = {
     camera::kCameraFile, camera::kAllPixelWbFile, camera::kHalfPixelWbFile};
@@ -71,13 +69,12 @@ Contents read_file(std::string_view path) {
   return size < 0 ? std::nullopt : Contents({bytes.begin(), bytes.begin() + size});
 }
 
-void put_entry(Lines& line, const wire::CommandEntry& entry,
+void put_entry(Lines& line, std::string_view comma, const wire::CommandEntry& entry,
                const std::optional<wire::ReplyEntry>& reply) {
-  const bool is_read = reply && reply->value;
-  const Bytes read = is_read ? Bytes(&*reply->value, 1) : Bytes();
-  line.add(R"({"type":)", entry.type, R"(,"category":)", entry.category, R"(,"byte":)", entry.byte,
-           R"(,"name":")", registers::register_name({entry.category, entry.byte}), R"(","values":)",
-           entry.type == wire::kWriteEntry ? entry.values : read, R"(,"status":)",
+  const Bytes read = reply && reply->value ? Bytes(&*reply->value, 1) : Bytes();
+  line.add(comma, R"({"type":)", entry.type, R"(,"category":)", entry.category, R"(,"byte":)",
+           entry.byte, R"(,"name":")", registers::register_name({entry.category, entry.byte}),
+           R"(","values":)", entry.type == wire::kWriteEntry ? entry.values : read, R"(,"status":)",
            reply ? std::optional(reply->status) : std::nullopt, "}");
 }
 
@@ -191,11 +188,8 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
              reply != nullptr ? std::optional(replies) : std::nullopt);
   if (reply != nullptr) lines_.add(R"(,"reply_count":)", reply->count);
   lines_.add(R"(,"entries":[)");
-  for (bool is_first = true; const auto entry = wire::take_command_entry(commands);
-       is_first = false) {
-    if (!is_first) lines_.add(",");
-    put_entry(lines_, *entry, wire::take_reply_entry(replies));
-  }
+  for (std::string_view comma; const auto entry = wire::take_command_entry(commands); comma = ",")
+    put_entry(lines_, comma, *entry, wire::take_reply_entry(replies));
   lines_.add(R"(],"took":)", now_us() - exchange.begin_us);
   lines_.end();
   // While a request is served, other exchanges or the answer follow.
@@ -206,8 +200,8 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
 
 // As often as the limits allow.
 void Recorder::look_for_changes() {
-  if (looks_ * look_took_us_ > kFirstLooks_us + latest_us_ / kLookPart) return;
   const std::int64_t begin_us = now_us();
+  if (looks_ * look_took_us_ > kFirstLooks_us + begin_us / kLookPart) return;
   tell_changes();
   // The least, since other programs may have had the CPU meanwhile.
   look_took_us_ = std::min(look_took_us_, now_us() - begin_us);
@@ -241,10 +235,10 @@ void Recorder::tell_stored() {
 
 // --- Lines ---
 
-std::int64_t Recorder::now_us() {
+std::int64_t Recorder::now_us() const {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return latest_us_ = std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000 - begin_us_;
+  return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000 - begin_us_;
 }
 
 // Writes the line that has been put together, behind what was left for it to be written with.
@@ -268,19 +262,18 @@ bool Recorder::write_lines() {
   const bool has_front = file_.append(in_front.text());
   if (has_front) lost_ = 0;
   const bool is_written = has_front && file_.append(text);
-  if (!is_written) lost_ += lines_.count();
+  if (!is_written) lost_ += std::ranges::count(text, '\n');
   lines_.clear();
-  written_us_ = latest_us_;
+  written_us_ = now_us();
   return is_written;
 }
 
 // With what is stored now, since a file that begins anew has lost what came before.
-void Recorder::put_start(Lines& line) {
-  std::error_code error;
-  const auto program = std::filesystem::read_symlink("/proc/self/exe", error).filename();
+void Recorder::put_start(Lines& line) const {
   line.begin("start", now_us(), R"(,"format":1,"version":")", CAMERA_CTRL_VERSION, R"(","wall":")",
-             wall_clock(), R"(","process":)", getpid(), R"(,"program":)", AnyText{program.native()},
-             R"(,"word_bits":)", 8 * sizeof(void*), R"(,"stored":)", stored_);
+             wall_clock(), R"(","process":)", getpid(), R"(,"program":)",
+             AnyText{program_invocation_short_name}, R"(,"word_bits":)", 8 * sizeof(void*),
+             R"(,"stored":)", stored_);
   for (std::size_t i = 0; i < files_.size(); ++i)
     line.add(i == 0 ? R"(,"files":{")" : R"(,")", kAdjustmentFiles[i], R"(":)", files_[i]);
   line.add("}");

@@ -21,16 +21,13 @@ using Contents = std::optional<std::vector<std::uint8_t>>;  // none: it cannot b
 struct Asked {
   const camera::s_cam_cgi_cmd* setting;  // or else
   const camera::s_ccdlsi_dbg* raw;
+  const void* record = setting != nullptr ? static_cast<const void*>(setting) : raw;
   int thread = 0;
   std::int64_t queued_us = 0;
   std::int64_t number = 0;  // once the control thread has taken it, which serves it then
   bool is_refused = false;  // by the queue
   // Set when the recorder is done with it; until then it looks into it with the lock only.
   std::atomic<bool> is_answered = false;
-
-  const void* record() const {
-    return setting != nullptr ? static_cast<const void*>(setting) : raw;
-  }
 };
 
 // One thread at a time.
@@ -67,7 +64,7 @@ class Recorder {
     wire::Packet command;
   };
 
-  std::int64_t now_us();
+  std::int64_t now_us() const;
   void tell_request(Asked& asked);
   void answer(Asked& asked);
   void tell_exchange(int thread, const wire::Packet* reply);
@@ -75,11 +72,10 @@ class Recorder {
   void tell_stored();
   bool write();
   bool write_lines();
-  void put_start(Lines& line);
+  void put_start(Lines& line) const;
 
   RecordingFile file_;
   std::int64_t begin_us_ = 0;
-  std::int64_t latest_us_ = 0;  // that was read
   std::int64_t lost_ = 0;
   Lines lines_;
   std::int64_t written_us_ = 0;

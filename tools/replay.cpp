@@ -90,14 +90,11 @@ class Replay {
  public:
   Replay(Context& context, const Recording& recording, bool in_real_time);
   ~Replay() { stop(); }
-  Replay(const Replay&) = delete;
-  Replay& operator=(const Replay&) = delete;
 
   // Plays the recording up to the first difference, and shows it.
   ExitCode run();
 
  private:
-  void play(const Event& event);
   void follow(const RecordedExchange& exchange);
   void start();
   void stop();
@@ -173,7 +170,11 @@ bool Replay::wait_until(Clock::time_point deadline, const std::function<bool()>&
 
 ExitCode Replay::run() {
   for (const Event& event : recording_.events) {
-    play(event);
+    if (in_real_time_) wait_until(zero_ + microseconds(event.t_us), [] { return false; });
+    if (const auto* exchange = event.as<RecordedExchange>()) follow(*exchange);
+    if (const auto* request = event.as<RecordedRequest>()) ask(*request);
+    if (const auto* change = event.as<StoredChange>()) change_stored(*change);
+    if (const auto* change = event.as<FileChange>()) write_factory_file(*change);
     const std::lock_guard lock(mutex_);
     if (different_at_) break;
   }
@@ -186,14 +187,6 @@ ExitCode Replay::run() {
       *session = {{*different_at_, (*session)[*different_at_]}};
   }
   return show_difference(context_.out, recorded_, replayed_, "recorded", "replayed");
-}
-
-void Replay::play(const Event& event) {
-  if (const auto* exchange = event.as<RecordedExchange>()) return follow(*exchange);
-  if (in_real_time_) wait_until(zero_ + microseconds(event.t_us), [] { return false; });
-  if (const auto* request = event.as<RecordedRequest>()) ask(*request);
-  if (const auto* change = event.as<StoredChange>()) change_stored(*change);
-  if (const auto* change = event.as<FileChange>()) write_factory_file(*change);
 }
 
 // A measurement gets as far as it was when something else happened.
@@ -244,8 +237,7 @@ void Replay::ask(const RecordedRequest& request) {
   const std::optional<RecordedAnswer>& then = recorded->second.answer;
   if (!then || then->result == 0) asked_.insert(request.code);
   context_.out.progress("replay: " + place_text(place) + ", " + request_text(request));
-  callers_.try_emplace(request.thread, [this, caller = request.thread](
-                                           const std::stop_token& over) { call(caller, over); });
+  callers_.try_emplace(request.thread, std::bind_front(&Replay::call, this, request.thread));
   {
     const std::lock_guard lock(mutex_);
     replayed_[place].request = request;
@@ -355,10 +347,11 @@ void Replay::answer(const RecordedExchange& recorded) {
   }
   board.give_reply(*recorded.reply);
   // For workers that go on when the recording has ended.
-  const std::vector<wire::CommandEntry> entries = wire::decode_command(recorded.command).entries;
-  const std::vector<wire::ReplyEntry> reply = wire::decode_reply(*recorded.reply);
-  for (std::size_t i = 0; i < std::min(entries.size(), reply.size()); ++i) {
-    if (reply[i].value) board.set_reg(address_in(entries[i], 0), *reply[i].value);
+  wire::Bytes commands = wire::used_bytes(recorded.command);
+  wire::Bytes replies = wire::used_bytes(*recorded.reply);
+  while (const auto entry = wire::take_command_entry(commands)) {
+    const auto reply = wire::take_reply_entry(replies);
+    if (reply && reply->value) board.set_reg(address_in(*entry, 0), *reply->value);
   }
 }
 
