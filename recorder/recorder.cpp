@@ -188,7 +188,7 @@ void Recorder::tell_exchange(int thread, const wire::Packet* reply) {
              reply != nullptr ? std::optional(replies) : std::nullopt);
   if (reply != nullptr) lines_.add(R"(,"reply_count":)", reply->count);
   lines_.add(R"(,"entries":[)");
-  for (std::string_view comma; const auto entry = wire::take_command_entry(commands); comma = ",")
+  for (auto comma = ""; const auto entry = wire::take_command_entry(commands); comma = ",")
     put_entry(lines_, comma, *entry, wire::take_reply_entry(replies));
   lines_.add(R"(],"took":)", now_us() - exchange.begin_us);
   lines_.end();
