@@ -161,12 +161,12 @@ INTERPOSED int ThdIf_send(int type, void* message, s_thdIf_ctl* ctl) {
 
 INTERPOSED int ThdIf_timed_receive(int* type, void* message, unsigned int* timeout_ms,
                                    s_thdIf_ctl* ctl) {
-  record([](Recorder& recorder) { recorder.finish(); });
+  record([&](Recorder& recorder) { recorder.finish(ctl); });
   const int result =
       next<&ThdIf_timed_receive>("_ZN5ipcam4comm19ThdIf_timed_receiveEPiPvPjPNS0_11s_thdIf_ctlE")(
           type, message, timeout_ms, ctl);
   const void* const received = result == 0 ? *static_cast<void**>(message) : nullptr;
-  if (received != nullptr) record([&](Recorder& recorder) { recorder.take(received); });
+  if (received != nullptr) record([&](Recorder& recorder) { recorder.take(received, ctl); });
   return result;
 }
 

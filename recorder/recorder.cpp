@@ -15,8 +15,8 @@ namespace ipcam::recorder {
 
 namespace {
 
-// To look whether the stored record has changed may take this part of the time up to then, and a
-// little in advance: where requests come one by one, each of them has its look.
+// To look whether stored record or adjustment files have changed may take this part of the time up
+// to then, and a little in advance: where requests come one by one, each of them has its look.
 constexpr std::int64_t kLookPart = 200;
 constexpr std::int64_t kFirstLooks_us = 500;
 // A write costs more than a line, so a few that follow one another closely are written together.
@@ -101,23 +101,25 @@ void Recorder::queue(Asked& asked) {
   under_way_.push_back(&asked);
 }
 
-void Recorder::take(const void* record) {
+void Recorder::take(const void* record, const void* queue) {
   const auto asked = std::ranges::find(under_way_, record, &Asked::record);
   if (asked == under_way_.end()) return;
   control_thread_ = this_thread();
-  served_ = *asked;
+  queue_ = queue;
   look_for_changes();
   tell_request(**asked);
+  served_ = *asked;
 }
 
-void Recorder::finish() {
-  if (served_ != nullptr && this_thread() == control_thread_) answer(*served_);
+// One that was refused and came all the same is its caller's, who may be writing to it. Else, and
+// where the queue has not said yet, the caller finds that there is an answer to record.
+void Recorder::finish(const void* queue) {
+  if (served_ != nullptr && queue == queue_ && !served_->is_refused) answer(*served_);
 }
 
 void Recorder::leave(Asked& asked) {
   const bool is_request = !asked.is_refused || asked.number != 0;
-  if (is_request && std::ranges::count(under_way_, &asked) != 0) answer(asked);
-  std::erase(under_way_, &asked);
+  if (std::erase(under_way_, &asked) != 0 && is_request) answer(asked);
 }
 
 // The queue gives requests out in the order in which they went in, so they get their numbers here.
@@ -134,7 +136,7 @@ void Recorder::tell_request(Asked& asked) {
                asked.raw->cmd_len);
   }
   lines_.end();
-  if (asked.queued_us - written_us_ > kKeptBack_us) write_lines();
+  if (now_us() - written_us_ > kKeptBack_us) write_lines();
 }
 
 void Recorder::answer(Asked& asked) {

@@ -25,7 +25,7 @@ struct Asked {
   int thread = 0;
   std::int64_t queued_us = 0;
   std::int64_t number = 0;  // once the control thread has taken it, which serves it then
-  bool is_refused = false;  // by the queue
+  std::atomic<bool> is_refused = false;  // by the queue, or perhaps: it has not said yet
   // Set when the recorder is done with it; until then it looks into it with the lock only.
   std::atomic<bool> is_answered = false;
 };
@@ -47,9 +47,9 @@ class Recorder {
   // It is about to be queued.
   void queue(Asked& asked);
   // The calling thread, which is the control thread, has taken a message with this record.
-  void take(const void* record);
-  // It has answered, as it is about to wait for another message.
-  void finish();
+  void take(const void* record, const void* queue);
+  // It has answered, as it is about to wait for another message of that queue.
+  void finish(const void* queue);
   // The caller goes on.
   void leave(Asked& asked);
 
@@ -87,6 +87,7 @@ class Recorder {
 
   std::vector<Asked*> under_way_;
   Asked* served_ = nullptr;
+  const void* queue_ = nullptr;  // from which it was taken
   int control_thread_ = 0;
   std::int64_t last_number_ = 0;
   std::vector<Exchange> exchanges_;  // under way, one of a thread
