@@ -111,8 +111,8 @@ void Recorder::take(const void* record, const void* queue) {
   served_ = *asked;
 }
 
-// One that was refused and came all the same is its caller's, who may be writing to it. Else, and
-// where the queue has not said yet, the caller finds that there is an answer to record.
+// But for one that was refused and came all the same: its caller may be writing to it. Whatever is
+// left out here, also because the queue has not said yet, the caller records when it leaves.
 void Recorder::finish(const void* queue) {
   if (served_ != nullptr && queue == queue_ && !served_->is_refused) answer(*served_);
 }

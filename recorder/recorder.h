@@ -86,7 +86,7 @@ class Recorder {
   std::int64_t look_took_us_ = INT64_MAX;  // one of them
 
   std::vector<Asked*> under_way_;
-  Asked* served_ = nullptr;
+  Asked* served_ = nullptr;      // has its number
   const void* queue_ = nullptr;  // from which it was taken
   int control_thread_ = 0;
   std::int64_t last_number_ = 0;

@@ -112,6 +112,7 @@ class RecorderTest(unittest.TestCase):
                          [('w,200,9,0xff,0xa0', '00'), ('r,200,9', 'a5')])
 
     def test_an_answer_is_written_before_its_caller_goes_on(self):
+        store('color = color\n')
         with Camera():
             recorded(sys.executable, '-c', PROGRAM + """
 ctypes.CDLL(library._name, ctypes.RTLD_GLOBAL)

@@ -46,8 +46,8 @@ struct ReplyEntry {
 
 // The bytes of `data` in use.
 Bytes used_bytes(const Packet& packet);
-// The first entry of what is left of a packet's bytes, which is taken away from them; none when
-// there is no whole one.
+// The first entry of what is left of a packet's bytes, which is taken away from them; none, and
+// nothing taken, when they do not begin with a whole one of that kind.
 std::optional<CommandEntry> take_command_entry(Bytes& rest);
 std::optional<ReplyEntry> take_reply_entry(Bytes& rest);
 
